@@ -1,0 +1,62 @@
+#include "platform/DevicePaths.h"
+
+#include <QDir>
+
+namespace DevicePaths {
+
+QString root()
+{
+    const QString configured = qEnvironmentVariable("VYX_DEVICE_ROOT");
+    if (configured.isEmpty()) {
+        return {};
+    }
+    const QString clean = QDir::cleanPath(QDir(configured).absolutePath());
+    return clean == "/" ? QString() : clean;
+}
+
+QString dataRoot()
+{
+    return root() + "/data/VYXApplication";
+}
+
+QString moduleData(const QString &module)
+{
+    return dataRoot() + "/" + module;
+}
+
+QString developerModeMarker()
+{
+    return root() + "/data/dev_mode";
+}
+
+QString configurationRoot()
+{
+    return root() + "/etc/VYXApplication";
+}
+
+QString restorableDescription(const QString &module)
+{
+    return configurationRoot() + "/module/" + module + "/restorable.xml";
+}
+
+QString stagingRoot()
+{
+    return root() + "/tmp/VYXApplication/SaveRestore/Save";
+}
+
+QString restoreDirectory()
+{
+    return root() + "/tmp/VYXApplication/SaveRestore/Restore";
+}
+
+QString libraryRoot()
+{
+    return root() + "/usr/lib/VYXApplication";
+}
+
+QString migrationProgram(const QString &module)
+{
+    return libraryRoot() + "/migration/" + module + "Migration";
+}
+
+} // namespace DevicePaths

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QString>
+
+/// Every absolute path of the device, formed below the device root.
+///
+/// The device root is the directory named by the environment variable VYX_DEVICE_ROOT; unset or empty means
+/// "/", as on a device. Directories are returned without a trailing slash.
+namespace DevicePaths {
+
+/// The device root without a trailing slash; empty when it is "/".
+QString root();
+
+/// Parent of the modules' data directories.
+QString dataRoot();
+
+/// Data directory of one module.
+QString moduleData(const QString &module);
+
+/// Marker file whose existence switches the developer mode on.
+QString developerModeMarker();
+
+/// Description of what one module has saved, restored and reset.
+QString restorableDescription(const QString &module);
+
+/// Directory in which a save builds what the repository is to receive.
+QString stagingRoot();
+
+/// Directory that receives what is fetched from the repository.
+QString restoreDirectory();
+
+/// Program that migrates the data of one module.
+QString migrationProgram(const QString &module);
+
+/// Directory of the middleware's own configuration.
+QString configurationRoot();
+
+/// Directory of the middleware's programs.
+QString libraryRoot();
+
+} // namespace DevicePaths

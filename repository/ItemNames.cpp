@@ -1,0 +1,147 @@
+#include "repository/ItemNames.h"
+
+#include <QHash>
+
+namespace {
+
+const QString separator = "++";
+const QString databaseSuffix = ".data";
+const QString archiveSuffix = ".tar";
+
+QString flattened(QString path)
+{
+    return path.replace("/", separator);
+}
+
+QString withoutSuffix(const QString &text, const QString &suffix)
+{
+    return text.left(text.size() - suffix.size());
+}
+
+} // namespace
+
+namespace ItemNames {
+
+QString lastComponent(const QString &path)
+{
+    const QStringList parts = path.split('/', Qt::SkipEmptyParts);
+    return parts.isEmpty() ? QString() : parts.last();
+}
+
+bool isModuleName(const QString &name)
+{
+    static const QString forbidden = "/\t\n\r:;";
+    for (const QChar character : name) {
+        if (forbidden.contains(character) || character.isNull()) {
+            return false;
+        }
+    }
+    return !name.isEmpty() && !name.startsWith('.') && !name.startsWith('-');
+}
+
+QString normalizedItemPath(const QString &path)
+{
+    if (path.startsWith('/') || path.contains('\t') || path.contains('\n') || path.contains('\r') ||
+        path.contains(QChar(0))) {
+        return {};
+    }
+    QStringList parts = path.split('/', Qt::SkipEmptyParts);
+    parts.removeAll(".");
+    return parts.contains("..") ? QString() : parts.join('/');
+}
+
+QString databaseKey(const QString &module, const QString &database)
+{
+    return module + "/" + database + databaseSuffix;
+}
+
+QString stagedDump(const QString &module, const QString &database)
+{
+    return module + separator + flattened(database) + ".dump.gz";
+}
+
+QString archiveKey(const QString &module, const QString &directory)
+{
+    return module + "/" + directory + archiveSuffix;
+}
+
+QString stagedArchive(const QString &module, const QString &directory)
+{
+    return module + separator + flattened(directory) + archiveSuffix;
+}
+
+QString artefactOfKey(const QString &key)
+{
+    if (key.endsWith(databaseSuffix)) {
+        return flattened(withoutSuffix(key, databaseSuffix)) + ".dump.gz";
+    }
+    if (key.endsWith(archiveSuffix)) {
+        return flattened(withoutSuffix(key, archiveSuffix)) + ".tar.gz";
+    }
+    return {};
+}
+
+QString keyOfArtefact(const QString &fileName)
+{
+    QString base = fileName.section('.', 0, 0);
+    base.replace(separator, "/");
+    return base + (fileName.contains("dump") ? databaseSuffix : archiveSuffix);
+}
+
+bool isAmbiguous(const QString &item, bool artefact)
+{
+    return item.contains(separator) || (artefact && item.contains('.'));
+}
+
+QString modulesListName()
+{
+    return "modules-list.sav";
+}
+
+QString versionFileName(const QString &module)
+{
+    return module + ".version";
+}
+
+QString checksumFileName(const QString &module)
+{
+    return module + ".cksum";
+}
+
+PlainFileEntries::PlainFileEntries(const QMap<QString, QStringList> &keysByModule,
+                                   const QSet<QString> &reserved)
+{
+    bool changed = true;
+    while (changed) {
+        changed = false;
+        QHash<QString, QSet<Item>> claims;
+        QHash<QString, QSet<QString>> claimants;
+        for (auto module = keysByModule.cbegin(); module != keysByModule.cend(); ++module) {
+            for (const QString &key : module.value()) {
+                const QString name = entry(module.key(), key).text();
+                claims[name].insert({module.key(), key});
+                claimants[name].insert(module.key());
+            }
+        }
+        for (auto claim = claims.cbegin(); claim != claims.cend(); ++claim) {
+            if (claimants.value(claim.key()).size() < 2 && !reserved.contains(claim.key())) {
+                continue;
+            }
+            const qsizetype before = qualified.size();
+            qualified.unite(claim.value());
+            changed = changed || qualified.size() != before;
+        }
+    }
+}
+
+EntryName PlainFileEntries::entry(const QString &module, const QString &key) const
+{
+    const QString directory = key.contains('/') ? flattened(key.section('/', 0, -2)) : QString();
+    const QString name = key.section('/', -1);
+    if (!qualified.contains({module, key})) {
+        return {directory, name};
+    }
+    return {directory.isEmpty() ? module : module + separator + directory, name};
+}
+
+} // namespace ItemNames

@@ -1,0 +1,160 @@
+#include "restorable/RestorableDescription.h"
+
+#include "platform/DevicePaths.h"
+#include "platform/logger/VYXLogger.h"
+#include "repository/ItemNames.h"
+
+#include <QDomDocument>
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+
+namespace {
+
+RestorableObject::RestorablePriority priorityOf(const QDomElement &element)
+{
+    const QString text = element.attribute("priority");
+    if (text == "normal") {
+        return RestorableObject::normal;
+    }
+    return text == "low" ? RestorableObject::low : RestorableObject::high;
+}
+
+template <typename Handler>
+void forEachChild(const QDomElement &parent, const QString &name, const Handler &handle)
+{
+    for (QDomElement child = parent.firstChildElement(name); !child.isNull();
+         child = child.nextSiblingElement(name)) {
+        handle(child);
+    }
+}
+
+void readResetCommands(const QDomElement &section, SqlCommands &commands)
+{
+    forEachChild(section, "sql-command", [&](const QDomElement &command) {
+        commands.append({command.attribute("db-name"), command.text()});
+    });
+}
+
+} // namespace
+
+void RestorableDescription::read(const QString &path)
+{
+    QFile file(path);
+    QDomDocument document;
+    if (!file.open(QIODevice::ReadOnly) || !document.setContent(file.readAll())) {
+        return;
+    }
+    const QDomElement root = document.documentElement();
+    for (QDomElement section = root.firstChildElement(); !section.isNull();
+         section = section.nextSiblingElement()) {
+        const QString name = section.tagName();
+        if (name == "databases") {
+            forEachChild(section, "database", [this](const QDomElement &element) { readDatabase(element); });
+        } else if (name == "files") {
+            forEachChild(section, "file", [this](const QDomElement &element) { readFile(element); });
+        } else if (name == "reset-to-factory") {
+            readResetCommands(section, object.resetToFactoryCommands);
+        } else if (name == "reset-to-default") {
+            readResetCommands(section, object.resetToDefaultCommands);
+        }
+    }
+}
+
+QString RestorableDescription::dataPath(const QString &item) const
+{
+    return DevicePaths::moduleData(object.name) + "/" + item;
+}
+
+bool RestorableDescription::acceptDatabaseName(const QString &name) const
+{
+    if (name.isEmpty() || name.contains('/') || ItemNames::normalizedItemPath(name + ".data").isEmpty()) {
+        logError("Database name '%1' of module '%2' is refused: it is no plain name", name, object.name);
+        return false;
+    }
+    if (ItemNames::isAmbiguous(name, true)) {
+        logWarning("Database '%1' of module '%2' cannot be found again by its name", name, object.name);
+    }
+    return true;
+}
+
+void RestorableDescription::readDatabase(const QDomElement &element)
+{
+    const QString name = element.attribute("name");
+    if (!acceptDatabaseName(name)) {
+        return;
+    }
+    if (!QFileInfo(dataPath(name + ".data")).isFile()) {
+        logError("Database '%1' of module '%2' does not exist", name, object.name);
+        object.missingDatabases << name;
+        return;
+    }
+    const bool known =
+        std::any_of(object.databases.cbegin(), object.databases.cend(),
+                    [&](const RestorableDatabase &database) { return database.getName() == name; });
+    if (known) {
+        logWarning("Database '%1' of module '%2' is listed twice: only the first counts", name, object.name);
+        return;
+    }
+    RestorableDatabase database(name);
+    database.setPriority(priorityOf(element));
+    readDatabaseChildren(element, database);
+    object.databases << database;
+}
+
+void RestorableDescription::readDatabaseChildren(const QDomElement &element, RestorableDatabase &database)
+{
+    for (QDomElement child = element.firstChildElement(); !child.isNull();
+         child = child.nextSiblingElement()) {
+        if (child.tagName() == "sql-command") {
+            database.addSqlCommand(child.attribute("table-name"), child.text());
+        } else if (child.tagName() == "dependency" && ItemNames::isModuleName(child.text())) {
+            object.dependencies << child.text();
+        } else if (child.tagName() == "dependency") {
+            logError("Dependency '%1' of module '%2' is refused: it is no module name", child.text(),
+                     object.name);
+        }
+    }
+}
+
+QString RestorableDescription::acceptItemPath(const QString &text) const
+{
+    const QString path = ItemNames::normalizedItemPath(text);
+    if (path.isEmpty()) {
+        logError("File/directory '%1' of module '%2' is refused: it does not lie below the module's data",
+                 text, object.name);
+        return {};
+    }
+    const bool known = std::any_of(object.files.cbegin(), object.files.cend(),
+                                   [&](const RestorableFile &file) { return file.getPath() == path; });
+    if (known) {
+        logWarning("File/directory '%1' of module '%2' is listed twice: only the first counts", path,
+                   object.name);
+        return {};
+    }
+    return path;
+}
+
+void RestorableDescription::readFile(const QDomElement &element)
+{
+    const QString path = acceptItemPath(element.text());
+    if (path.isEmpty()) {
+        return;
+    }
+    const QFileInfo info(dataPath(path));
+    if (!info.exists()) {
+        logWarning("File/directory '%1' of module '%2' does not exist", info.absoluteFilePath(), object.name);
+    }
+    const bool zip = element.attribute("zip") == "true";
+    const RestorableItemKind kind = info.isDir() ? DirectoryItem : FileItem;
+    if (kind == DirectoryItem) {
+        logDebug("Add dir %1 for module %2", path, object.name);
+    } else {
+        logDebug("Add file %1 for module %2", path, object.name);
+    }
+    if (ItemNames::isAmbiguous(path, kind == DirectoryItem && zip)) {
+        logWarning("File/directory '%1' of module '%2' cannot be found again by its name", path, object.name);
+    }
+    object.files << RestorableFile(path, kind, zip, priorityOf(element));
+}

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <QList>
+#include <QPair>
+#include <QString>
+
+#include <utility>
+
+enum RestorableItemKind { FileItem = 0, DirectoryItem = 1, DatabaseItem = 2 };
+
+/// (table or database name, SQL text), in document order.
+using SqlCommands = QList<QPair<QString, QString>>;
+
+/// The order in which data are saved and restored.
+struct RestorableOrder
+{
+    enum RestorablePriority { high = 0, normal = 1, low = 2 };
+};
+
+/// One thing that a module has saved.
+class RestorableItem
+{
+public:
+    using RestorablePriority = RestorableOrder::RestorablePriority;
+
+    RestorableItemKind getKind() const { return kind; }
+    RestorablePriority getPriority() const { return priority; }
+    void setPriority(RestorablePriority newPriority) { priority = newPriority; }
+
+protected:
+    RestorableItem(RestorableItemKind kind, RestorablePriority priority) : kind(kind), priority(priority) {}
+
+private:
+    RestorableItemKind kind;
+    RestorablePriority priority;
+};
+
+/// A file or directory of a module.
+class RestorableFile : public RestorableItem
+{
+public:
+    /// `path` is relative to the module's data directory; `zip` asks for an archive of a directory.
+    RestorableFile(QString path, RestorableItemKind kind, bool zip, RestorablePriority priority)
+        : RestorableItem(kind, priority), path(std::move(path)), zip(zip)
+    {
+    }
+
+    QString getPath() const { return path; }
+    bool isZipped() const { return zip; }
+
+private:
+    QString path;
+    bool zip;
+};
+
+/// A SQLite database of a module: the file `<name>.data` in its data directory. Without SQL commands the
+/// whole database is saved, else the rows that each command selects, for the table it names.
+class RestorableDatabase : public RestorableItem
+{
+public:
+    explicit RestorableDatabase(QString name)
+        : RestorableItem(DatabaseItem, RestorablePriority::high), name(std::move(name))
+    {
+    }
+
+    QString getName() const { return name; }
+    SqlCommands getSqlCommands() const { return sqlCommands; }
+    void addSqlCommand(const QString &table, const QString &sql) { sqlCommands.append({table, sql}); }
+
+private:
+    QString name;
+    SqlCommands sqlCommands;
+};

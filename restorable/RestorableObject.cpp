@@ -1,0 +1,23 @@
+#include "restorable/RestorableObject.h"
+
+#include "restorable/RestorableDescription.h"
+
+RestorableObject::RestorableObject(QString name, QString release, QString version, QString pid,
+                                   const QString &descriptionPath)
+    : name(std::move(name)), pid(std::move(pid)), version(std::move(version)), release(std::move(release))
+{
+    RestorableDescription(*this).read(descriptionPath);
+}
+
+bool RestorableObject::hasItems() const
+{
+    return !databases.isEmpty() || !files.isEmpty() || !missingDatabases.isEmpty();
+}
+
+QString RestorableObject::priorityName(int priority)
+{
+    if (priority == high) {
+        return "high";
+    }
+    return priority == normal ? "normal" : "low";
+}

@@ -1,0 +1,82 @@
+#include "save/ChecksumFile.h"
+
+#include "platform/logger/VYXLogger.h"
+
+#include <QSaveFile>
+
+ChecksumLine ChecksumLine::file(const QString &key, const QString &digest, bool zip, const QString &priority)
+{
+    return ChecksumLine({key, digest, "file", zip ? "true" : "false", priority});
+}
+
+ChecksumLine ChecksumLine::directory(const QString &key, const QString &digest, const QString &priority)
+{
+    return ChecksumLine({key, digest, "directory", "1", priority});
+}
+
+ChecksumLine ChecksumLine::database(const QString &key, const QString &digest)
+{
+    return ChecksumLine({key, digest, "database", "high"});
+}
+
+ChecksumLines parseChecksumLines(const QByteArray &text)
+{
+    ChecksumLines lines;
+    for (const QByteArray &line : text.split('\n')) {
+        const QStringList fields = QString::fromUtf8(line).split('\t');
+        if (fields.size() < 2) {
+            break;
+        }
+        lines << ChecksumLine(fields);
+    }
+    return lines;
+}
+
+std::optional<ChecksumLines> readChecksumFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        return std::nullopt;
+    }
+    return parseChecksumLines(file.readAll());
+}
+
+bool writeChecksumFile(const QString &path, const ChecksumLines &lines)
+{
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly)) {
+        return false;
+    }
+    for (const ChecksumLine &line : lines) {
+        file.write(line.text());
+    }
+    return file.commit();
+}
+
+void clearDigest(const QString &path, const QString &key)
+{
+    ChecksumLines lines = readChecksumFile(path).value_or(ChecksumLines());
+    for (ChecksumLine &line : lines) {
+        if (line.key() == key) {
+            line.setDigest({});
+        }
+    }
+    if (!writeChecksumFile(path, lines)) {
+        logError("Could not rewrite checksum file (%1)", path);
+    }
+}
+
+ChecksumAppender::ChecksumAppender(const QString &path) : file(path)
+{
+    // A failure shows in isOpen.
+    [[maybe_unused]] const bool opened = file.open(QIODevice::WriteOnly | QIODevice::Append);
+}
+
+void ChecksumAppender::append(const ChecksumLine &line)
+{
+    const QByteArray text = line.text();
+    if (file.write(text) != text.size() || !file.flush()) {
+        logError("Could not write to checksum file (%1): %2", file.fileName(), file.errorString());
+        failed = true;
+    }
+}

@@ -1,0 +1,169 @@
+#include "save/DatabaseStaging.h"
+
+#include "commands/Command.h"
+#include "commands/Digest.h"
+#include "commands/ShellText.h"
+#include "platform/DevicePaths.h"
+#include "platform/logger/VYXLogger.h"
+#include "repository/ItemNames.h"
+#include "save/DatabaseDump.h"
+#include "save/Staging.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <array>
+#include <utility>
+
+namespace {
+
+constexpr std::array sideFileSuffixes = {"-wal", "-journal"};
+
+void removeSideFiles(const QString &copy)
+{
+    for (const char *suffix : {"-wal", "-journal", "-shm"}) {
+        QFile::remove(copy + suffix);
+    }
+}
+
+QString copyCommand(const QString &source, const QString &target)
+{
+    return ShellText::commandLine("cp", {source, target});
+}
+
+/// The pragmas that are part of a database's content and that ".dump" leaves out.
+QString pragmasOf(const QString &copy)
+{
+    const CommandResult result = runCommand("sqlite3", {copy, "PRAGMA user_version; PRAGMA application_id;"});
+    const QStringList values = QString::fromUtf8(result.output).split('\n', Qt::SkipEmptyParts);
+    QString pragmas;
+    if (values.value(0, "0").toInt() != 0) {
+        pragmas += QString("PRAGMA user_version=%1;").arg(values.at(0).toInt());
+    }
+    if (values.value(1, "0").toInt() != 0) {
+        pragmas += QString("PRAGMA application_id=%1;").arg(values.at(1).toInt());
+    }
+    return pragmas;
+}
+
+} // namespace
+
+DatabaseStaging::DatabaseStaging(QString module) : module(std::move(module)) {}
+
+QString DatabaseStaging::copyPath(const QString &database) const
+{
+    return Staging::moduleDirectory(module) + "/" + database + ".data";
+}
+
+void DatabaseStaging::copy(const QString &database, ChecksumAppender &checksums)
+{
+    logDebug("Copying database '%2' of module '%1' into temp dir", module, database);
+    const QString source = DevicePaths::moduleData(module) + "/" + database + ".data";
+    const QString target = copyPath(database);
+    QString digest;
+    if (!copyWithSideFiles(source, target)) {
+        Staging::reportError(copyCommand(source, target));
+    } else {
+        digest = fileDigest(target);
+        if (digest.isEmpty()) {
+            Staging::reportError(digestCommandLine(target));
+        }
+    }
+    if (digest.isEmpty()) {
+        QFile::remove(target);
+    }
+    checksums.append(ChecksumLine::database(ItemNames::databaseKey(module, database), digest));
+}
+
+void DatabaseStaging::noteMissing(const QString &database, ChecksumAppender &checksums)
+{
+    Staging::reportError(
+        copyCommand(DevicePaths::moduleData(module) + "/" + database + ".data", copyPath(database)));
+    checksums.append(ChecksumLine::database(ItemNames::databaseKey(module, database), {}));
+}
+
+bool DatabaseStaging::copyWithSideFiles(const QString &source, const QString &target)
+{
+    if (!QFileInfo(source).isFile() || !runCommand("cp", {source, target}).succeeded()) {
+        return false;
+    }
+    bool sideFiles = false;
+    for (const char *suffix : sideFileSuffixes) {
+        const QFileInfo sideFile(source + suffix);
+        if (sideFile.isFile() && sideFile.size() > 0) {
+            sideFiles = true;
+            if (!runCommand("cp", {source + suffix, target + suffix}).succeeded()) {
+                removeSideFiles(target);
+                return false;
+            }
+        }
+    }
+    return !sideFiles || foldSideFiles(target);
+}
+
+/// Opening the copy rolls a hot journal back; the checkpoint moves committed rows out of a write-ahead log.
+bool DatabaseStaging::foldSideFiles(const QString &copy)
+{
+    const bool folded =
+        runCommand("sqlite3", {copy, "SELECT count(*) FROM sqlite_master; PRAGMA wal_checkpoint(TRUNCATE);"})
+            .succeeded();
+    removeSideFiles(copy);
+    return folded;
+}
+
+void DatabaseStaging::dump(const RestorableDatabase &database)
+{
+    const QString name = database.getName();
+    const QString copy = copyPath(name);
+    if (!QFile::exists(copy)) {
+        return;
+    }
+    const QString dumpPath = Staging::moduleDirectory(module) + "/" + ItemNames::stagedDump(module, name);
+    const bool dumped = database.getSqlCommands().isEmpty() ? dumpWhole(copy, dumpPath)
+                                                            : dumpSelections(database, copy, dumpPath);
+    QFile::remove(copy);
+    removeSideFiles(copy);
+    if (dumped && runShellLine(DatabaseDump::checkLine(dumpPath)).succeeded()) {
+        return;
+    }
+    logError("Database '%1' of module '%2' could not be dumped: its last saved copy stays", name, module);
+    QFile::remove(dumpPath);
+    clearDigest(Staging::checksumFile(module), ItemNames::databaseKey(module, name));
+}
+
+bool DatabaseStaging::dumpWhole(const QString &copy, const QString &dumpPath)
+{
+    const QString pragmas = pragmasOf(copy);
+    const QString line = DatabaseDump::fullDumpLine(copy, dumpPath);
+    logDebug("Dump database '%1' of module '%2'", QFileInfo(copy).completeBaseName(), module);
+    if (!runShellLine(line).finished) {
+        Staging::reportError(line);
+        return false;
+    }
+    return pragmas.isEmpty() || runShellLine(DatabaseDump::appendPragmasLine(pragmas, dumpPath)).succeeded();
+}
+
+bool DatabaseStaging::dumpSelections(const RestorableDatabase &database, const QString &copy,
+                                     const QString &dumpPath)
+{
+    QList<DatabaseDump::Selection> made;
+    for (const DatabaseDump::Selection &selection : DatabaseDump::selections(database.getSqlCommands())) {
+        const QString line = DatabaseDump::createTableLine(selection, copy);
+        logDebug("%1", line);
+        const CommandResult result = runShellLine(line);
+        if (result.succeeded()) {
+            made << selection;
+        } else {
+            logWarning("The rows of table '%1' of database '%2' of module '%3' cannot be saved: %4",
+                       selection.table, database.getName(), module, result.errorText);
+        }
+    }
+    if (made.isEmpty()) {
+        return false;
+    }
+    const QString line = DatabaseDump::partialDumpLine(made, copy, dumpPath);
+    logDebug("%1", line);
+    const bool finished = runShellLine(line).finished;
+    logDebug("Dump database '%1' of module '%2'", database.getName(), module);
+    return finished;
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "restorable/RestorableObject.h"
+#include "save/ChecksumFile.h"
+
+#include <QString>
+
+/// Stages the databases of one module: a consistent copy with its checksum line while the module is paused,
+/// the compressed SQL dump of that copy afterwards.
+class DatabaseStaging
+{
+public:
+    explicit DatabaseStaging(QString module);
+
+    /// Copy the database file with what its journal or write-ahead log still holds.
+    void copy(const QString &database, ChecksumAppender &checksums);
+
+    /// Note a database that has no file: its line has no digest.
+    void noteMissing(const QString &database, ChecksumAppender &checksums);
+
+    /// Turn the copy into its dump. A dump that fails is removed, and the digest of its line is taken away.
+    void dump(const RestorableDatabase &database);
+
+private:
+    bool copyWithSideFiles(const QString &source, const QString &target);
+    bool foldSideFiles(const QString &copy);
+    bool dumpWhole(const QString &copy, const QString &dumpPath);
+    bool dumpSelections(const RestorableDatabase &database, const QString &copy, const QString &dumpPath);
+    QString copyPath(const QString &database) const;
+
+    QString module;
+};

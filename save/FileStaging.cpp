@@ -1,0 +1,140 @@
+#include "save/FileStaging.h"
+
+#include "commands/Command.h"
+#include "commands/Digest.h"
+#include "commands/ShellText.h"
+#include "platform/DevicePaths.h"
+#include "platform/logger/VYXLogger.h"
+#include "repository/ItemNames.h"
+#include "save/Staging.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <utility>
+
+namespace {
+
+/// GNU tar ends with 1 when a file changed or went while it was read; the archive is whole all the same.
+constexpr int tarFileChanged = 1;
+
+QString priorityOf(const RestorableFile &item)
+{
+    return RestorableObject::priorityName(item.getPriority());
+}
+
+bool fitsChecksumLine(const QString &name)
+{
+    return !name.contains('\t') && !name.contains('\n') && !name.contains('\r');
+}
+
+} // namespace
+
+FileStaging::FileStaging(QString moduleName, ChecksumAppender &checksums)
+    : module(std::move(moduleName)), dataDirectory(DevicePaths::moduleData(module)), checksums(checksums)
+{
+}
+
+void FileStaging::stage(const RestorableFile &item)
+{
+    if (item.getKind() == FileItem) {
+        stageFile(item);
+    } else if (item.getKind() == DirectoryItem && item.isZipped()) {
+        stageZippedDirectory(item);
+    } else if (item.getKind() == DirectoryItem) {
+        stageDirectory(item);
+    }
+}
+
+void FileStaging::stageFile(const RestorableFile &item)
+{
+    logDebug("Saving file '%1' of module '%2'", item.getPath(), module);
+    const QString path = dataDirectory + "/" + item.getPath();
+    const QString digest = fileDigest(path);
+    if (digest.isEmpty()) {
+        Staging::reportError(digestCommandLine(path));
+    } else {
+        logDebug("md5sum= %1", digest);
+    }
+    checksums.append(ChecksumLine::file(item.getPath(), digest, item.isZipped(), priorityOf(item)));
+}
+
+bool FileStaging::archiveDirectory(const QString &source, const QString &archive)
+{
+    const QStringList arguments = {"-cf", archive, source};
+    const CommandResult result = runCommand("tar", arguments);
+    if (result.finished && result.exitCode <= tarFileChanged) {
+        return true;
+    }
+    Staging::reportError(ShellText::commandLine("tar", arguments));
+    QFile::remove(archive);
+    return false;
+}
+
+void FileStaging::stageZippedDirectory(const RestorableFile &item)
+{
+    logDebug("Saving directory (zipped) '%1' of module '%2'", item.getPath(), module);
+    const QString archive =
+        Staging::moduleDirectory(module) + "/" + ItemNames::stagedArchive(module, item.getPath());
+    const QString key = ItemNames::archiveKey(module, item.getPath());
+    QString digest;
+    if (archiveDirectory(dataDirectory + "/" + item.getPath(), archive)) {
+        digest = fileDigest(archive);
+        if (digest.isEmpty()) {
+            Staging::reportError(digestCommandLine(archive));
+        }
+        if (!compressArchive(archive, !digest.isEmpty())) {
+            digest.clear();
+        }
+    }
+    checksums.append(ChecksumLine::directory(key, digest, priorityOf(item)));
+}
+
+/// Replace the archive by its compressed form; an archive that is not wanted or cannot be compressed goes.
+bool FileStaging::compressArchive(const QString &archive, bool wanted)
+{
+    if (wanted && runCommand("gzip", {archive}).succeeded()) {
+        return true;
+    }
+    if (wanted) {
+        Staging::reportError(ShellText::commandLine("gzip", {archive}));
+    }
+    QFile::remove(archive);
+    QFile::remove(archive + ".gz");
+    return false;
+}
+
+void FileStaging::stageDirectory(const RestorableFile &item)
+{
+    logDebug("Saving directory (unzipped) '%1' of module '%2'", item.getPath(), module);
+    const QDir directory(dataDirectory + "/" + item.getPath());
+    if (!directory.exists()) {
+        // Gone since the description was read: like an item that was missing then.
+        checksums.append(ChecksumLine::file(item.getPath(), {}, false, priorityOf(item)));
+        return;
+    }
+    const QStringList entries =
+        directory.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
+    logDebug("files in %1: %2", directory.absolutePath(), entries.join(" - "));
+    for (const QString &entry : entries) {
+        stageDirectoryEntry(item, directory.absolutePath(), entry);
+    }
+}
+
+void FileStaging::stageDirectoryEntry(const RestorableFile &item, const QString &directory,
+                                      const QString &entry)
+{
+    const QString path = directory + "/" + entry;
+    if (!QFileInfo(path).isFile() || !fitsChecksumLine(entry)) {
+        Staging::reportError(digestCommandLine(path));
+        return;
+    }
+    const QString digest = fileDigest(path);
+    if (digest.isEmpty()) {
+        Staging::reportError(digestCommandLine(path));
+    } else {
+        logDebug("md5sum= %1", digest);
+    }
+    checksums.append(ChecksumLine::file(item.getPath() + "/" + entry, digest, false, priorityOf(item)));
+}

@@ -1,0 +1,173 @@
+#include "service/VYXSaveRestore.h"
+
+#include "commands/Command.h"
+#include "commands/ShellText.h"
+#include "dbus/VYXSaveRestoreAdaptor.h"
+#include "platform/DevicePaths.h"
+#include "platform/logger/VYXLogger.h"
+#include "platform/records/TimePattern.h"
+#include "service/BoundedWait.h"
+#include "service/RemoteCall.h"
+
+#include <QDir>
+#include <QFile>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+VYXSaveRestore *singleton = nullptr;
+
+constexpr auto transferInactivityLimit = 60s;
+
+} // namespace
+
+VYXSaveRestore *VYXSaveRestore::instance()
+{
+    if (singleton == nullptr) {
+        singleton = new VYXSaveRestore;
+    }
+    return singleton;
+}
+
+VYXSaveRestore::VYXSaveRestore() : VYXModule("VYXSaveRestore") {}
+
+VYXSaveRestore::~VYXSaveRestore()
+{
+    singleton = nullptr;
+}
+
+bool VYXSaveRestore::Check()
+{
+    logDebug("Check");
+    return true;
+}
+
+bool VYXSaveRestore::Deploy()
+{
+    logDebug("Deploy");
+    return true;
+}
+
+bool VYXSaveRestore::Init()
+{
+    logDebug("Init");
+    registerDBusApplicationConfig();
+    registerDBusTimePattern();
+    registerDBusSetting();
+    registerDBusCapability();
+    registerDBusUpdateReport();
+    createWorkingDirectories();
+
+    lowPriority = true;
+    normalPriority = true;
+    highPriority = true;
+    scheduledTaskId = -1;
+    saveRestoreEnabled = false;
+    repository = nullptr;
+    pendingOperations = 0;
+    devMode = false;
+
+    connect(this, &VYXSaveRestore::start_priority_save, this,
+            &VYXSaveRestore::startSaveOnRepositoryForPriority);
+    connect(this, &VYXSaveRestore::start_post_on_repository, this, &VYXSaveRestore::postOnRepository);
+    subscribeEvent("stop_save_restore_OK", this, &VYXSaveRestore::moduleStopForSaveRestore);
+    subscribeEvent("reset_default_done", this, &VYXSaveRestore::moduleResetDone);
+    subscribeEvent("reset_factory_done", this, &VYXSaveRestore::moduleResetDone);
+
+    MapQStringCapability capabilities = getCapabilities();
+    const Capability capability = computedCapability();
+    capabilities.insert(capability.getName(), capability);
+    setCapabilities(capabilities);
+    return true;
+}
+
+bool VYXSaveRestore::Run()
+{
+    logDebug("Run");
+    setAdaptor(createSaveRestoreAdaptor(this));
+    if (callModule(*this, "Scheduler", "removeAllTasksByModule", {getModuleName()}).outcome ==
+        RemoteCallResult::Raised) {
+        logError("Could not remove scheduled task");
+    }
+    readSettings();
+    parseRestorableConfigFiles();
+    if (!restorableObjects.isEmpty()) {
+        computeSaveGroups();
+    }
+    checkCapability();
+    return true;
+}
+
+bool VYXSaveRestore::Stop()
+{
+    logDebug("Stop");
+    return true;
+}
+
+void VYXSaveRestore::createWorkingDirectories()
+{
+    createWorkingDirectory(DevicePaths::stagingRoot(), "Save temp directory '%1' does not exist, creating.");
+    createWorkingDirectory(DevicePaths::restoreDirectory(),
+                           "Restore temp directory '%1' does not exist, creating.");
+}
+
+void VYXSaveRestore::createWorkingDirectory(const QString &path, const char *warning)
+{
+    if (QDir(path).exists()) {
+        return;
+    }
+    logWarning(warning, path);
+    runShellLine("mkdir -p " + ShellText::quoted(path));
+    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+}
+
+void VYXSaveRestore::httpRequestFinished()
+{
+    requestFinished = true;
+}
+
+void VYXSaveRestore::httpOperationDone()
+{
+    // Sends complete in the order in which they were asked for, the uncounted ones before the counted.
+    if (uncountedSends > 0) {
+        --uncountedSends;
+        return;
+    }
+    --pendingOperations;
+}
+
+bool VYXSaveRestore::getFileAndWait(const QString &file, const QString &directory, bool wait)
+{
+    const int generation = repositoryGeneration;
+    requestFinished = false;
+    repository->getFileFromRepository(file, directory);
+    if (!wait) {
+        return true;
+    }
+    const WaitOutcome outcome = waitUntil(
+        [&] {
+            return requestFinished || generation != repositoryGeneration || !repository->hasPendingRequests();
+        },
+        transferInactivityLimit, [this] { return repository->transferProgress(); });
+    if (outcome != WaitOutcome::Met || generation != repositoryGeneration) {
+        logError("The request for '%1' was not finished by the repository", file);
+        return false;
+    }
+    return true;
+}
+
+void VYXSaveRestore::showFailure(const QString &text, const QString &detail)
+{
+    showPopup(text, 4, -1, {}, detail, {}, {});
+}
+
+void VYXSaveRestore::moduleResetDone(VYXEvent evt)
+{
+    const QString module = evt.getArgument("ModuleName").toString();
+    logDebug("Module '%1' has reset its data", module);
+    resetModules.insert(module, true);
+    if (evt.getArgument("NeedReboot").toBool()) {
+        resetNeedsReboot = true;
+    }
+}

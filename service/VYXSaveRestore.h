@@ -1,0 +1,194 @@
+#pragma once
+
+#include "platform/core/VYXModule.h"
+#include "platform/records/ApplicationConfig.h"
+#include "platform/records/Setting.h"
+#include "platform/records/UpdateReport.h"
+#include "repository/RepositoryManager.h"
+#include "restorable/RestorableObject.h"
+#include "restore/ChecksumComparison.h"
+#include "save/SaveGroups.h"
+
+#include <QList>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+
+#include <chrono>
+#include <optional>
+
+/// The module object of the save/restore service.
+///
+/// Everything runs on the main thread, in slots. A save or restore is one synchronous slot call that
+/// dispatches events where it waits; one of them runs at a time. Each group of operations is implemented in
+/// the folder of its subsystem.
+class VYXSaveRestore : public VYXModule
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.corvane.Pelorin.VYXInterface")
+
+public:
+    /// The one object of the process, created on first use.
+    static VYXSaveRestore *instance();
+    ~VYXSaveRestore() override;
+
+    bool Check() override;
+    bool Deploy() override;
+    bool Init() override;
+    bool Run() override;
+    bool Stop() override;
+
+    /// Time between two looks at the modules that were asked to pause (500 ms).
+    void setPausePollPeriod(std::chrono::milliseconds period) { pausePollPeriod = period; }
+
+Q_SIGNALS:
+    void start_priority_save(RestorableObject::RestorablePriority priority);
+    void start_post_on_repository();
+
+public Q_SLOTS:
+    /// Run a save. False when it was refused or broken off; a failed upload shows a pop-up and is still true.
+    bool startSaveOnRepository();
+    /// The Scheduler's entry; the task id is not looked at.
+    void startSaveOnRepository(int taskId);
+    /// Choose the repository by its URL; false for an empty one.
+    bool setRepositoryUrl(QString url);
+    /// 0 none, 1 mandatory, 2 all; any other level acts as none.
+    void setSaveRestoreLevel(int level);
+    void setSaveRestorePriority(bool high, bool normal, bool low);
+    void setSaveRestoreHighPriority(bool high);
+    void setSaveRestoreNormalPriority(bool normal);
+    void setSaveRestoreLowPriority(bool low);
+    /// Store the schedule; `refreshSaveFrequency` applies it. `type` true is a period, false an hour of the
+    /// day.
+    void setSaveRestoreSchedule(int schedule, bool type, bool activate);
+    /// Replace the Scheduler's task: at `hour` o'clock, or every `hour` hours when `frequency` is true.
+    void setSaveFrequency(int hour, int minute, bool frequency, bool enable);
+    void refreshSaveFrequency();
+    QString printRestorableFiles();
+    QString printSettings();
+    ListSetting repositoryUrlChanged(Setting setting);
+    ListSetting saveRestoreLevelChanged(Setting setting);
+    ListSetting saveRestoreScheduleChanged(Setting setting);
+    ListSetting saveRestoreScheduleTypeChanged(Setting setting);
+    UpdateReport saveRestoreScheduleValidation(Setting setting);
+
+protected:
+    bool answersDataRequests() const override { return false; }
+
+private Q_SLOTS:
+    void setSaveRestoreEnabled(bool enable);
+    void checkCapability();
+    void moduleStopForSaveRestore(VYXEvent evt);
+    void moduleResetDone(VYXEvent evt);
+    bool startSaveOnRepositoryForPriority(RestorableObject::RestorablePriority priority);
+    void postOnRepository();
+    void httpRequestFinished();
+    void httpOperationDone();
+
+private:
+    struct PausedModule
+    {
+        QString pid;
+        bool ready = false; ///< the module said that it is about to pause
+    };
+    struct UploadRun;
+
+    VYXSaveRestore();
+
+    // service: life cycle, settings, schedule, choice of repository
+    static void createWorkingDirectory(const QString &path, const char *warning);
+    static void createWorkingDirectories();
+    void publishCapability();
+    Capability computedCapability();
+    bool hasRepositoryUrl();
+    void readSettings();
+    std::optional<QString> readSetting(const QString &name);
+    void applyScheduleType(int type);
+    void showFailure(const QString &text, const QString &detail = {});
+    bool refuseSecondOperation(bool acquired);
+    bool isDevMode();
+    void useLocalRepository(const QString &url);
+    void useDistantRepository(const QString &url);
+    void replaceRepository(RepositoryManager *replacement);
+    bool repositoryIsUsable(const QString &operation);
+    bool getFileAndWait(const QString &file, const QString &directory, bool wait);
+    void cancelScheduledTask();
+    bool replaceScheduledTask(const QList<int> &hours, int minute);
+
+    // restorable: discovery
+    bool parseRestorableConfigFiles();
+    void describeModules();
+    const RestorableObject *findObject(const QString &module) const;
+    QString processIdOf(const QString &module) const;
+
+    // save: pause and resume
+    bool stopModules(const QStringList &modules, bool save);
+    bool areModulesPaused();
+    void unstopModules(const QStringList &modules);
+    bool continueModule(const QString &module, const QString &pid);
+    void settlePausedModules(const QStringList &modules);
+    void resumeLateModule(const QString &module, int triesLeft);
+
+    // save: staging
+    void cleanSaveDirectory();
+    void stageFiles(const QStringList &modules, RestorableObject::RestorablePriority priority);
+    void copyDatabasesIntoTemp(const QStringList &modules);
+    void dumpDatabases(const QStringList &modules);
+
+    // save: orchestration
+    void computeSaveGroups();
+    bool saveIsPossible();
+    bool prepareSave();
+    bool runSavePasses();
+    void stageVersionFiles();
+    bool stageGroupDatabases(const QStringList &group, const QStringList &staged);
+    void saveMigrationBinaries(const QStringList &modules);
+    void sendMigrationProgram(const QString &module);
+
+    // save: upload
+    void fetchPreviousList(UploadRun &run);
+    void fetchPreviousState(UploadRun &run);
+    void sendVersionFiles(UploadRun &run);
+    void completeChecksumFiles(UploadRun &run);
+    void compareModule(UploadRun &run, const QString &module);
+    void sendHeldChecksumFiles(UploadRun &run);
+    void sendArtefacts(UploadRun &run);
+    void sendPlainFiles(UploadRun &run);
+    void sendPlainFile(UploadRun &run, const QString &module, const ChecksumLine &line);
+    QString plainFileSource(UploadRun &run, const QString &module, const ChecksumLine &line);
+    void removeDeletedFiles(UploadRun &run);
+    void sendFinalChecksumFiles(UploadRun &run);
+    void waitForSends(UploadRun &run);
+    bool sendCounted(UploadRun &run, const QString &path, const QString &prefix);
+    void reportUpload(UploadRun &run);
+
+    // restore: planning
+    void cleanRestoreDirectory();
+    ChecksumEntries compareChecksumFiles(const QString &localPath, const QString &repositoryPath,
+                                         bool forSave);
+
+    QList<ApplicationConfig> modulesList;
+    QList<RestorableObject> restorableObjects;
+    SaveGroups saveGroups;
+    RepositoryManager *repository = nullptr;
+    QMap<QString, PausedModule> pausedModules;
+    QMap<QString, bool> resetModules;
+    bool resetNeedsReboot = false;
+    bool saveRestoreEnabled = false;
+    bool highPriority = true;
+    bool normalPriority = true;
+    bool lowPriority = true;
+    int scheduledTaskId = -1;
+    int saveSchedule = 0;
+    int saveScheduleType = 0;
+    bool requestFinished = false;
+    int pendingOperations = 0;
+    bool devMode = false;
+
+    bool operationRunning = false;
+    bool stagingFailed = false;   ///< what was staged is not whole and must not replace what is saved
+    bool pausing = false;         ///< modules are being paused or are paused
+    int uncountedSends = 0;       ///< sends under way that `pendingOperations` leaves out
+    int repositoryGeneration = 0; ///< changes whenever `repository` stands for another place
+    std::chrono::milliseconds pausePollPeriod = std::chrono::milliseconds(500);
+};

@@ -1,0 +1,220 @@
+# The acts of the demo. Sourced after the other libraries.
+
+heading() {
+    printf '\n== %s\n' "$1"
+}
+
+build() {
+    echo "Building (the first time takes a while) ..."
+    if ! { cmake --preset dev && cmake --build --preset dev; } </dev/null >"$root/log/build" 2>&1; then
+        tail -n 30 "$root/log/build"
+        die "the build failed"
+    fi
+}
+
+start_device() {
+    device/make-device "$root" "$programs" || die "the device could not be laid out"
+    start_bus || die "the bus does not start"
+    local module
+    for module in ApplicationManager SettingsManager Scheduler; do
+        start_module "$module" || die "$module does not start: $(tail -n 3 "$root/log/$module.log")"
+    done
+    while read -r module _; do
+        wait_until 20 owns_name "$module" || die "module $module does not start"
+    done < <(list_modules)
+    start_module VYXSaveRestore || die "the service does not start: $(tail -n 3 "$root/log/VYXSaveRestore.log")"
+}
+
+show_device() {
+    local module pid
+    heading "The device: modules and their data"
+    while read -r module pid; do
+        printf '   %s pid %-7s %4d kB, %2d files%s\n' "$(pad "$module" 10)" "$pid" \
+            "$(du -sk "$live/$module" | cut -f 1)" "$(find "$live/$module" -type f | wc -l)" \
+            "$([ -e "$root/etc/VYXApplication/module/$module/restorable.xml" ] || echo ', nothing to save')"
+    done < <(list_modules)
+    echo "   Save groups:"
+    sed -n 's/.*: Save group #/      #/p' "$root/log/VYXSaveRestore.log"
+}
+
+# Name, inode and time of change of each entry: it differs exactly when an entry was written.
+snapshot() {
+    find "$repository" -mindepth 1 -printf '%P\t%i %C@\n' | sort
+}
+
+paused_modules() {
+    local module pid letter
+    while read -r module pid; do
+        { read -r _ _ letter _ <"/proc/$pid/stat"; } 2>/dev/null || letter=gone
+        case $letter in
+        [TtZ] | gone)
+            echo "$module is in state $letter"
+            ;;
+        esac
+    done < <(list_modules)
+}
+
+all_modules_run() {
+    [ -z "$(paused_modules)" ] || {
+        paused_modules
+        return 1
+    }
+}
+
+run_save() {
+    local started reply
+    snapshot >"$root/log/before"
+    log_start=$(($(wc -l <"$root/log/VYXSaveRestore.log") + 1))
+    rows_before=$(sqlite3 -batch "$live/Recorder/samples.data" 'SELECT count(*) FROM samples')
+    start_watching
+    started=$EPOCHREALTIME
+    reply=$(call VYXSaveRestore startSaveOnRepository 2>&1)
+    save_time=$(awk -v a="$started" -v b="$EPOCHREALTIME" 'BEGIN { printf "%.1f", b - a }')
+    stop_watching
+    snapshot >"$root/log/after"
+    if [ "$reply" != "b true" ]; then
+        service_log | grep -E "^(warning|error)" | tail -n 10
+        die "the save failed: $reply"
+    fi
+    echo "   The save took $save_time s."
+    check "all modules run again" "" all_modules_run
+}
+
+service_log() {
+    sed -n "$log_start,\$p" "$root/log/VYXSaveRestore.log"
+}
+
+show_pauses() {
+    local number names paused
+    echo
+    echo "   How long the modules of each save group were paused (seen in /proc):"
+    while IFS=$'\t' read -r number names; do
+        paused=$(list_pauses | awk -F '\t' -v names=" $names " '
+            index(names, " " $1 " ") {
+                if (first == "" || $3 < first) first = $3
+                if ($3 + $2 > last) last = $3 + $2
+                count++
+            }
+            END { printf "%4d ms, %d of its modules", last - first, count }')
+        printf '      %s %s: %s\n' "$number" "$(pad "$names" 32)" "$paused"
+    done < <(sed -nE 's/.*: Save group (#[0-9]+): (.*)/\1\t\2/p' "$root/log/VYXSaveRestore.log")
+}
+
+count_lines() {
+    service_log | grep -cE "debug [^:]*: $1 file: "
+}
+
+show_transfers() {
+    local total
+    total=$(list_pauses | awk -F '\t' '$2 > longest { longest = $2; name = $1 } END { print longest + 0 " ms (" name ")" }')
+    echo
+    echo "   Longest pause of a module: $total"
+    echo "   Items new: $(count_lines New), updated: $(count_lines Update), the same and not sent: $(count_lines Same), removed: $(count_lines Remove)"
+    if [ "$(count_lines Same)" -gt 0 ]; then
+        service_log | grep -E 'debug [^:]*: (New|Update|Remove) file: ' | sed -E 's/^debug [^:]*: /      /'
+    fi
+}
+
+verify_repository() {
+    accounted=([modules-list.sav]=1)
+    lines_seen=()
+    whole_database PhoneBook contacts
+    partial_database PhoneBook calls \
+        calls "SELECT * FROM calls WHERE direction IN ('incoming', 'outgoing') AND seconds > 0" \
+        favourites 'SELECT * FROM favourites'
+    plain_file PhoneBook ringtones.conf
+    plain_file PhoneBook conf/dialling.xml
+    whole_database Navigator places
+    plain_file Navigator navigator.ini
+    archive Navigator routes
+    partial_database Guide programmes reminder 'SELECT * FROM reminder'
+    plain_file Guide guide.ini
+    written_database Recorder samples samples "$rows_before"
+    plain_file Recorder recorder.conf
+    archive Recorder conf/logs
+    unzipped_directory Gallery 'My Pictures'
+    archive Gallery 'Ålbum (1)'
+    plain_file Gallery gallery.ini
+    local module
+    for module in Radio Tuner; do
+        whole_database "$module" stations
+        plain_file "$module" presets.conf "$module++"
+        plain_file "$module" conf/state.ini "$module++"
+    done
+    module_files PhoneBook 2026.1::4.2.1
+    module_files Navigator 2026.1::7.0.3
+    module_files Guide 2026.1::2.5.0
+    module_files Recorder 2026.1::3.1.0
+    module_files Gallery 2025.4::1.8.2
+    module_files Radio 2026.1::5.0.0
+    module_files Tuner 2025.4::2.2.0
+    migration_program PhoneBook
+    migration_program Radio
+    check modules-list.sav "the seven modules with data to save" \
+        modules_list_is PhoneBook Navigator Guide Recorder Gallery Radio Tuner
+    check "the repository" "holds nothing else" nothing_else
+}
+
+change_data() {
+    echo "   contacts: one contact changed, one added      Radio: presets.conf changed"
+    echo "   routes: a file added (zipped directory)       My Pictures: one removed, one added"
+    echo
+    sqlite3 -batch "$live/PhoneBook/contacts.data" "UPDATE contact SET note = 'moved to \"Köln\"' WHERE id = 1" \
+        "INSERT INTO contact VALUES (1000, 'D''Angelo', 'Zoë', '+39 06 5550 100', NULL)"
+    echo '4=97.3' >>"$live/Radio/presets.conf"
+    echo '<gpx><rte><name>lake</name></rte></gpx>' >"$live/Navigator/routes/to the lake.gpx"
+    rm -- "$live/Gallery/My Pictures/-rf.jpg"
+    head -c 30000 /dev/urandom >"$live/Gallery/My Pictures/new [2] \"friends\".jpg"
+}
+
+equal_sets() {
+    diff <(printf '%s\n' "$1" | sed '/^$/d' | sort) <(printf '%s\n' "$2" | sed '/^$/d' | sort)
+}
+
+# sent_exactly ENTRY... : these entries were written, those that every save writes, and no other.
+sent_exactly() {
+    local expected actual
+    expected=$(cd "$repository" && printf '%s\n' *.version *.cksum modules-list.sav Recorder++samples.dump.gz "$@")
+    actual=$(comm -13 "$root/log/before" "$root/log/after" | cut -f 1)
+    check "only what changed was sent" "" equal_sets "$expected" "$actual"
+}
+
+removed_exactly() {
+    local expected actual
+    expected=$(printf '%s\n' "$@")
+    actual=$(comm -23 <(cut -f 1 "$root/log/before") <(cut -f 1 "$root/log/after"))
+    check "only what disappeared was removed" "" equal_sets "$expected" "$actual"
+}
+
+show_tally() {
+    echo "   Every entry compared with the live data again, and every entry that was written: $checks checks so far, $failures failed."
+}
+
+show_commands() {
+    local setting='(sssssssiiia(ss)bbs)' rest='"" "" "" "" "" 0 0 0 0 false false ""' method
+    local list=(
+        'startSaveOnRepository' 'startSaveOnRepository i 1' 'startRestoreFromRepository' 'resetToDefault'
+        'resetToFactory' 'setSaveRestoreHighPriority b true' 'setSaveRestoreNormalPriority b true'
+        'setSaveRestoreLowPriority b true' 'setSaveRestorePriority bbb true true true'
+        'setSaveFrequency iibb 3 0 false true' "setRepositoryUrl s $repository" 'setSaveRestoreLevel i 2'
+        'setSaveRestoreSchedule ibb 3 false true' 'printRestorableFiles' 'printSettings'
+        "repositoryUrlChanged '$setting' SaveRestoreUrl $repository $rest"
+        "saveRestoreLevelChanged '$setting' SaveRestoreLevel 2 $rest"
+        "saveRestoreScheduleChanged '$setting' SaveRestoreSchedule 3 $rest"
+        "saveRestoreScheduleTypeChanged '$setting' SaveRestoreScheduleType 2 $rest"
+        "saveRestoreScheduleValidation '$setting' SaveRestoreSchedule 3 $rest"
+        'getCapabilities' 'getCapabilities i 0' 'getCapability s SAVE_RESTORE_ENABLE'
+        'getCapability is 0 SAVE_RESTORE_ENABLE')
+    heading "The device stays up below $root"
+    echo "   The service's log: $root/log/VYXSaveRestore.log"
+    echo "   For this shell, then any of the calls:"
+    echo
+    echo "vyx() { busctl --address=$DBUS_SYSTEM_BUS_ADDRESS --timeout=300 call $bus_prefix.VYXSaveRestore /com/corvane/Pelorin/VYXSaveRestore $bus_prefix.VYXInterface \"\$@\"; }"
+    for method in "${list[@]}"; do
+        echo "vyx $method"
+    done
+    echo
+    echo "   To end it all and remove its data:"
+    echo
+    echo "kill ${process[VYXSaveRestore]} ${process[ApplicationManager]} ${process[SettingsManager]} ${process[Scheduler]}; sleep 4; kill ${process[bus]}; rm -rf $root"
+}

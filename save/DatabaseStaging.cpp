@@ -31,19 +31,29 @@ QString copyCommand(const QString &source, const QString &target)
     return ShellText::commandLine("cp", {source, target});
 }
 
-/// The pragmas that are part of a database's content and that ".dump" leaves out.
-QString pragmasOf(const QString &copy)
+/// What SQLite makes of a copy.
+struct CopyState
 {
-    const CommandResult result = runCommand("sqlite3", {copy, "PRAGMA user_version; PRAGMA application_id;"});
+    bool usable = false;
+    QString pragmas; ///< part of the content that ".dump" leaves out
+};
+
+CopyState inspectCopy(const QString &copy)
+{
+    const CommandResult result =
+        runCommand("sqlite3", {copy, "PRAGMA page_count; PRAGMA user_version; PRAGMA application_id;"});
     const QStringList values = QString::fromUtf8(result.output).split('\n', Qt::SkipEmptyParts);
-    QString pragmas;
-    if (values.value(0, "0").toInt() != 0) {
-        pragmas += QString("PRAGMA user_version=%1;").arg(values.at(0).toInt());
+    CopyState state;
+    // A file that is cut off within its first page passes for an empty database.
+    state.usable =
+        result.succeeded() && values.size() == 3 && (values.at(0) != "0" || QFileInfo(copy).size() == 0);
+    if (values.value(1, "0") != "0") {
+        state.pragmas += QString("PRAGMA user_version=%1;").arg(values.at(1).toInt());
     }
-    if (values.value(1, "0").toInt() != 0) {
-        pragmas += QString("PRAGMA application_id=%1;").arg(values.at(1).toInt());
+    if (values.value(2, "0") != "0") {
+        state.pragmas += QString("PRAGMA application_id=%1;").arg(values.at(2).toInt());
     }
-    return pragmas;
+    return state;
 }
 
 } // namespace
@@ -133,14 +143,15 @@ void DatabaseStaging::dump(const RestorableDatabase &database)
 
 bool DatabaseStaging::dumpWhole(const QString &copy, const QString &dumpPath)
 {
-    const QString pragmas = pragmasOf(copy);
+    const CopyState state = inspectCopy(copy);
     const QString line = DatabaseDump::fullDumpLine(copy, dumpPath);
     logDebug("Dump database '%1' of module '%2'", QFileInfo(copy).completeBaseName(), module);
-    if (!runShellLine(line).finished) {
+    if (!state.usable || !runShellLine(line).finished) {
         Staging::reportError(line);
         return false;
     }
-    return pragmas.isEmpty() || runShellLine(DatabaseDump::appendPragmasLine(pragmas, dumpPath)).succeeded();
+    return state.pragmas.isEmpty() ||
+           runShellLine(DatabaseDump::appendPragmasLine(state.pragmas, dumpPath)).succeeded();
 }
 
 bool DatabaseStaging::dumpSelections(const RestorableDatabase &database, const QString &copy,

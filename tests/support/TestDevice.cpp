@@ -1,0 +1,280 @@
+#include "tests/support/TestDevice.h"
+
+#include "platform/core/VYXModule.h"
+#include "platform/records/ApplicationConfig.h"
+#include "platform/records/Capability.h"
+#include "platform/records/Setting.h"
+#include "platform/records/TimePattern.h"
+#include "platform/records/UpdateReport.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTest>
+
+namespace {
+
+constexpr int callLimitMs = 120000;
+
+int connections = 0;
+
+} // namespace
+
+TestDevice::TestDevice() : connectionName(QString("test%1").arg(++connections))
+{
+    registerDBusApplicationConfig();
+    registerDBusCapability();
+    registerDBusSetting();
+    registerDBusTimePattern();
+    registerDBusUpdateReport();
+    for (const char *part : {"data/VYXApplication", "etc/VYXApplication/module", "media/repository", "tmp"}) {
+        QDir(directory.path()).mkpath(part);
+    }
+    write("data/dev_mode", {});
+    writeSettings();
+    address = "unix:path=" + path("bus");
+    busProcess =
+        launch("dbus-daemon",
+               {"--nofork", QString("--config-file=%1/device/bus.conf").arg(SOURCES), "--address=" + address},
+               "bus.log");
+    waitUntil([this] { return QFile::exists(path("bus")); });
+    QDBusConnection::connectToBus(address, connectionName);
+}
+
+TestDevice::~TestDevice()
+{
+    if (QTest::currentTestFailed()) {
+        qDebug().noquote() << wholeLog();
+    }
+    if (serviceProcess) {
+        end(*serviceProcess);
+    }
+    for (const auto &manager : managers) {
+        end(*manager);
+    }
+    QDBusConnection::disconnectFromBus(connectionName);
+    end(*busProcess);
+}
+
+QDBusConnection TestDevice::bus() const
+{
+    return QDBusConnection(connectionName);
+}
+
+QString TestDevice::dataPath(const QString &module, const QString &item) const
+{
+    return path("data/VYXApplication/" + module + "/" + item);
+}
+
+QString TestDevice::repositoryPath(const QString &entry) const
+{
+    return path("media/repository/" + entry);
+}
+
+void TestDevice::write(const QString &relative, const QByteArray &content) const
+{
+    const QString file = path(relative);
+    QDir().mkpath(QFileInfo(file).path());
+    QFile target(file);
+    if (!target.open(QIODevice::WriteOnly) || target.write(content) != content.size()) {
+        qFatal("cannot write %s", qPrintable(file));
+    }
+}
+
+void TestDevice::writeData(const QString &module, const QString &item, const QByteArray &content) const
+{
+    write("data/VYXApplication/" + module + "/" + item, content);
+}
+
+QByteArray TestDevice::read(const QString &relative) const
+{
+    QFile file(path(relative));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void TestDevice::describe(const QString &name, const QString &description) const
+{
+    write("etc/VYXApplication/module/" + name + "/restorable.xml",
+          ("<restorable>" + description + "</restorable>").toUtf8());
+}
+
+void TestDevice::addModule(const QString &name, const QString &description, const QString &arguments)
+{
+    if (!description.isEmpty()) {
+        describe(name, description);
+    }
+    QDir().mkpath(path("data/VYXApplication/" + name));
+    modulesConfiguration +=
+        QString("%1\t1.0\t2026\tSampleModule %1%2\n").arg(name, arguments.isEmpty() ? "" : " " + arguments);
+    modules << name;
+}
+
+void TestDevice::writeSettings(const QString &level, const QString &url) const
+{
+    const QString lines = QString("SaveRestoreUrl=%1\nSaveRestoreLevel=%2\nSaveRestoreSchedule=3\n"
+                                  "SaveRestoreScheduleType=0\n")
+                              .arg(url.isEmpty() ? repositoryPath().chopped(1) : url, level);
+    write("etc/VYXApplication/settings.conf", lines.toUtf8());
+}
+
+QByteArray TestDevice::shell(const QString &line)
+{
+    QProcess process;
+    process.start("/bin/sh", {"-c", line});
+    process.waitForFinished();
+    return process.readAllStandardOutput();
+}
+
+QByteArray TestDevice::sqlOnFile(const QString &file, const QString &statements)
+{
+    QProcess process;
+    process.start("sqlite3", {"-cmd", ".timeout 5000", file, statements});
+    process.waitForFinished();
+    const QByteArray errors = process.readAllStandardError();
+    return errors.isEmpty() ? process.readAllStandardOutput() : errors;
+}
+
+QByteArray TestDevice::sql(const QString &module, const QString &database, const QString &statements) const
+{
+    return sqlOnFile(dataPath(module, database + ".data"), statements);
+}
+
+std::unique_ptr<QProcess> TestDevice::launch(const QString &program, const QStringList &arguments,
+                                             const QString &log) const
+{
+    auto process = std::make_unique<QProcess>();
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("VYX_DEVICE_ROOT", directory.path());
+    environment.insert("DBUS_SYSTEM_BUS_ADDRESS", address);
+    environment.insert("VYX_LOG_LEVEL", "7");
+    process->setProcessEnvironment(environment);
+    process->setStandardErrorFile(path(log));
+    process->setStandardOutputFile(QProcess::nullDevice());
+    process->start(program, arguments);
+    return process;
+}
+
+void TestDevice::end(QProcess &process)
+{
+    process.terminate();
+    if (!process.waitForFinished(15000)) {
+        process.kill();
+        process.waitForFinished();
+    }
+}
+
+bool TestDevice::startManagers()
+{
+    write("etc/VYXApplication/modules.conf", modulesConfiguration.toUtf8());
+    for (const char *program : {"SettingsManager", "Scheduler", "ApplicationManager"}) {
+        managers.push_back(launch(QString(PROGRAMS) + "/" + program, {}, QString(program) + ".log"));
+        if (!waitForName(program)) {
+            return false;
+        }
+    }
+    return std::all_of(modules.cbegin(), modules.cend(),
+                       [this](const QString &name) { return waitForName(name); });
+}
+
+bool TestDevice::startService(const QString &program)
+{
+    serviceProcess = launch(QString(PROGRAMS) + "/" + program, {}, "service.log");
+    return waitForName("VYXSaveRestore");
+}
+
+int TestDevice::stopService()
+{
+    serviceProcess->terminate();
+    if (!serviceProcess->waitForFinished(20000) || serviceProcess->exitStatus() != QProcess::NormalExit) {
+        return -1;
+    }
+    return serviceProcess->exitCode();
+}
+
+bool TestDevice::waitForName(const QString &module) const
+{
+    return waitUntil(
+        [&] { return bus().interface()->isServiceRegistered(VYXModule::busName(module)).value(); });
+}
+
+QDBusMessage TestDevice::call(const QString &method, const QVariantList &arguments,
+                              const QString &module) const
+{
+    QDBusMessage message = QDBusMessage::createMethodCall(
+        VYXModule::busName(module), VYXModule::objectPath(module), VYXModule::interfaceName(), method);
+    message.setArguments(arguments);
+    return bus().call(message, QDBus::Block, callLimitMs);
+}
+
+bool TestDevice::save() const
+{
+    return call("startSaveOnRepository").arguments().value(0).toBool();
+}
+
+QStringList TestDevice::entries() const
+{
+    return QDir(repositoryPath()).entryList(QDir::Files | QDir::Hidden, QDir::Name);
+}
+
+QByteArray TestDevice::entry(const QString &name) const
+{
+    return read("media/repository/" + name);
+}
+
+QMap<QString, QStringList> TestDevice::savedLines(const QString &module) const
+{
+    QMap<QString, QStringList> lines;
+    for (const QString &line : QString::fromUtf8(entry(module + ".cksum")).split('\n', Qt::SkipEmptyParts)) {
+        lines.insert(line.section('\t', 0, 0), line.split('\t').mid(1));
+    }
+    return lines;
+}
+
+QString TestDevice::wholeLog() const
+{
+    return QString::fromUtf8(read("service.log"));
+}
+
+void TestDevice::markLog()
+{
+    logMark = wholeLog().size();
+}
+
+QStringList TestDevice::logged(const QString &text) const
+{
+    return wholeLog().mid(logMark).split('\n').filter(text);
+}
+
+qint64 TestDevice::modulePid(const QString &module) const
+{
+    const auto list = qdbus_cast<ListApplicationConfig>(
+        call("getModulesList", {}, "ApplicationManager").arguments().value(0));
+    for (const ApplicationConfig &config : list) {
+        if (config.getName() == module) {
+            return config.getID().toLongLong();
+        }
+    }
+    return 0;
+}
+
+QString TestDevice::moduleState(const QString &module) const
+{
+    QFile file(QString("/proc/%1/stat").arg(modulePid(module)));
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readLine()).split(' ').value(2)
+                                          : QString();
+}
+
+bool TestDevice::waitUntil(const std::function<bool()> &condition, int limitMs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition()) {
+        if (timer.elapsed() > limitMs) {
+            return false;
+        }
+        QTest::qWait(20);
+    }
+    return true;
+}

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QMap>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+#include <QVariantList>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+/// A device below a temporary root with a bus of its own: the managers, sample modules and the service run as
+/// real processes. Whatever runs is ended with the object.
+class TestDevice
+{
+public:
+    TestDevice();
+    ~TestDevice();
+
+    TestDevice(const TestDevice &) = delete;
+    TestDevice &operator=(const TestDevice &) = delete;
+
+    QString path(const QString &relative) const { return directory.path() + "/" + relative; }
+    QString dataPath(const QString &module, const QString &item) const;
+    QString repositoryPath(const QString &entry = {}) const;
+
+    void write(const QString &relative, const QByteArray &content) const;
+    void writeData(const QString &module, const QString &item, const QByteArray &content) const;
+    QByteArray read(const QString &relative) const;
+
+    /// Install a module with the inside of its restorable.xml (none when empty) and arguments for its
+    /// process.
+    void addModule(const QString &name, const QString &description, const QString &arguments = {});
+    void describe(const QString &name, const QString &description) const;
+    void writeSettings(const QString &level = "2", const QString &url = {}) const;
+
+    /// Run SQL on a database of a module with the sqlite3 shell.
+    QByteArray sql(const QString &module, const QString &database, const QString &statements) const;
+    static QByteArray sqlOnFile(const QString &file, const QString &statements);
+    static QByteArray shell(const QString &line);
+
+    bool startManagers();
+    bool startService(const QString &program = "VYXSaveRestore");
+    bool start() { return startManagers() && startService(); }
+    /// End the service as the system does; its exit status, -1 when it had to be killed.
+    int stopService();
+    QProcess &service() { return *serviceProcess; }
+
+    QDBusMessage call(const QString &method, const QVariantList &arguments = {},
+                      const QString &module = "VYXSaveRestore") const;
+    /// True when the service says that the save ran to its end.
+    bool save() const;
+    QDBusConnection bus() const;
+    bool waitForName(const QString &module) const;
+
+    QStringList entries() const;
+    QByteArray entry(const QString &name) const;
+    /// The lines of a checksum file in the repository by their keys.
+    QMap<QString, QStringList> savedLines(const QString &module) const;
+
+    /// Log lines of the service since the last mark that contain the text.
+    QStringList logged(const QString &text) const;
+    bool hasLogged(const QString &text) const { return !logged(text).isEmpty(); }
+    void markLog();
+    QString wholeLog() const;
+
+    /// The state letter of a module's process.
+    QString moduleState(const QString &module) const;
+    qint64 modulePid(const QString &module) const;
+
+    static bool waitUntil(const std::function<bool()> &condition, int limitMs = 20000);
+
+private:
+    std::unique_ptr<QProcess> launch(const QString &program, const QStringList &arguments,
+                                     const QString &log) const;
+    static void end(QProcess &process);
+
+    QTemporaryDir directory;
+    QString address;
+    QString connectionName;
+    std::unique_ptr<QProcess> busProcess;
+    std::vector<std::unique_ptr<QProcess>> managers;
+    std::unique_ptr<QProcess> serviceProcess;
+    QString modulesConfiguration;
+    QStringList modules;
+    qsizetype logMark = 0;
+};

@@ -1,0 +1,167 @@
+#include "restorable/RestorableListing.h"
+#include "save/SaveGroups.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QTest>
+
+class tst_description : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir root;
+
+    QString dataPath(const QString &item) const { return root.path() + "/data/VYXApplication/m/" + item; }
+
+    void touch(const QString &item) const
+    {
+        QDir().mkpath(QFileInfo(dataPath(item)).path());
+        QFile file(dataPath(item));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+    }
+
+    RestorableObject parse(const QByteArray &text, const QString &name = "m") const
+    {
+        QFile file(root.path() + "/restorable.xml");
+        if (!file.open(QIODevice::WriteOnly)) {
+            qFatal("no description");
+        }
+        file.write(text);
+        file.close();
+        return {name, "2", "1.3", "77", file.fileName()};
+    }
+
+    RestorableObject module(const QString &name, const QStringList &dependencies) const
+    {
+        QByteArray children;
+        for (const QString &dependency : dependencies) {
+            children += "<dependency>" + dependency.toUtf8() + "</dependency>";
+        }
+        QDir().mkpath(root.path() + "/data/VYXApplication/" + name);
+        QFile(root.path() + "/data/VYXApplication/" + name + "/d.data").open(QIODevice::WriteOnly);
+        return parse("<r><databases><database name='d'>" + children + "</database></databases></r>", name);
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());
+        touch("main.data");
+        touch("extra.data");
+        touch("conf/a.xml");
+        QDir().mkpath(dataPath("logs"));
+    }
+
+    void everything()
+    {
+        const RestorableObject object = parse(R"(<anything><!-- text -->
+            <databases><dependency>Ignored</dependency>
+              <database name="main" priority="low"><dependency>B</dependency>
+                <sql-command table-name="t">SELECT 1</sql-command><sql-command table-name="u">SELECT 2</sql-command>
+                <unknown><dependency>No</dependency></unknown></database>
+              <database name="gone"><dependency>C</dependency></database></databases>
+            <files><file priority="normal" zip="true">logs/</file><file zip="TRUE">conf//a.xml</file>
+              <file priority="High">missing.txt</file><file priority="low" zip="1">logs/../x</file></files>
+            <databases><database name="extra"/></databases>
+            <reset-to-default><sql-command>DELETE FROM x</sql-command></reset-to-default></anything>)");
+        QCOMPARE(object.getDependencies(), QStringList{"B"});
+        QCOMPARE(object.getMissingDatabases(), QStringList{"gone"});
+        QCOMPARE(object.getDatabases().size(), 2);
+        QCOMPARE(object.getDatabases().at(0).getPriority(), RestorableObject::low);
+        QCOMPARE(object.getDatabases().at(1).getPriority(), RestorableObject::high);
+        QCOMPARE(restorableListing({object}),
+                 "Module: 'm', version: '2::1.3', pid: '77'\n"
+                 "Dependencies: B\n"
+                 "Databases: \n"
+                 "\t'main', save command: 'SELECT 1 SELECT 2 ', priority: 'low'\n"
+                 "\t'extra', save command: 'full', priority: 'high'\n"
+                 "Files: \n"
+                 "\t'conf/a.xml', zipped: 'false', priority: 'high'\n"
+                 "\t'missing.txt', zipped: 'false', priority: 'high'\n"
+                 "Directories: \n"
+                 "\t'logs', zipped: 'true', priority: 'normal'\n"
+                 "\n"
+                 "Reset to factory: none\n"
+                 "Reset to default: \n"
+                 "\t'', sql command: 'DELETE FROM x'\n");
+    }
+
+    void brokenFiles_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::newRow("empty") << QByteArray();
+        QTest::newRow("no XML") << QByteArray("PK\x03\x04 garbage");
+        QTest::newRow("cut off") << QByteArray("<r><files><file>conf/a.xml</file>");
+        QTest::newRow("entity bomb") << QByteArray(
+            "<!DOCTYPE r [<!ENTITY a 'xxxxxxxxxxxxxxxxxxxx'><!ENTITY b '&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;'>"
+            "<!ENTITY c '&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;'><!ENTITY d '&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;'>"
+            "<!ENTITY e '&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;'>]><r><files><file>&e;</file></files></r>");
+        QTest::newRow("names that lead outside") << QByteArray(
+            "<r><databases><database name='../m/main'/><database name=''/><database name='a/b'/></databases>"
+            "<files><file>/etc/passwd</file><file>../n/x</file><file></file><file>a\tb</file></files></r>");
+    }
+    void brokenFiles()
+    {
+        QFETCH(QByteArray, text);
+        const RestorableObject object = parse(text);
+        QCOMPARE(object.getName(), "m");
+        QVERIFY(!object.hasItems());
+        QVERIFY(restorableListing({object}).contains("Files: none\nDirectories: none\n"));
+    }
+
+    void groups_data()
+    {
+        using Modules = QList<QStringList>;
+        QTest::addColumn<Modules>("modules"); // name, then dependencies
+        QTest::addColumn<Modules>("groups");
+        QTest::newRow("apart") << Modules{{"a"}, {"b"}} << Modules{{"a"}, {"b"}};
+        QTest::newRow("dependency") << Modules{{"a", "b"}, {"b"}, {"c"}} << Modules{{"a", "b"}, {"c"}};
+        QTest::newRow("on an unknown module") << Modules{{"a", "x"}, {"b"}} << Modules{{"a", "x"}, {"b"}};
+        // "c" moves into the place of the merged group, is not looked at, and takes the first group in its
+        // own round.
+        QTest::newRow("chain") << Modules{{"a", "b"}, {"b", "c"}, {"c"}} << Modules{{"c", "a", "b"}};
+        QTest::newRow("last on first") << Modules{{"a"}, {"b"}, {"c", "a", "b"}} << Modules{{"b", "a", "c"}};
+        QTest::newRow("twice") << Modules{{"a", "b", "b"}} << Modules{{"a", "b"}};
+    }
+    void groups()
+    {
+        QFETCH(QList<QStringList>, modules);
+        QList<RestorableObject> objects;
+        for (const QStringList &entry : modules) {
+            objects << module(entry.first(), entry.mid(1));
+        }
+        objects << parse("<r/>", "empty");
+        const SaveGroups computed = computeGroups(objects);
+        QTEST(computed, "groups");
+        objects << module("late", {"a"});
+        const SaveGroups extended = computed + SaveGroups{{"late", "a"}};
+        QCOMPARE(withNewModules(computed, objects), extended);
+    }
+
+    void noModuleIsLostInGroups()
+    {
+        for (int seed = 0; seed < 300; ++seed) {
+            QRandomGenerator random(static_cast<quint32>(seed));
+            QList<RestorableObject> objects;
+            for (int number = 0; number < 6; ++number) {
+                QStringList dependencies;
+                for (int count = random.bounded(3); count > 0; --count) {
+                    dependencies << QString("m%1").arg(random.bounded(8));
+                }
+                objects << module(QString("m%1").arg(number), dependencies);
+            }
+            QStringList names;
+            for (const QStringList &group : computeGroups(objects)) {
+                names += group;
+            }
+            for (const RestorableObject &object : std::as_const(objects)) {
+                QVERIFY(names.contains(object.getName()));
+            }
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_description)
+#include "tst_description.moc"

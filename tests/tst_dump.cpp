@@ -1,0 +1,213 @@
+#include "platform/DevicePaths.h"
+#include "repository/ItemNames.h"
+#include "save/DatabaseDump.h"
+#include "save/DatabaseStaging.h"
+#include "save/Staging.h"
+#include "tests/support/TestDevice.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+/// Databases staged with the real tools, loaded again and compared.
+class tst_dump : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir root;
+
+    QString live(const QString &database) const
+    {
+        return root.path() + "/data/VYXApplication/m/" + database + ".data";
+    }
+    QString stagedDump(const QString &database) const
+    {
+        return Staging::moduleDirectory("m") + "/" + ItemNames::stagedDump("m", database);
+    }
+
+    QString digestAfterStaging(const RestorableDatabase &database) const
+    {
+        QFile::remove(Staging::checksumFile("m"));
+        DatabaseStaging staging("m");
+        {
+            ChecksumAppender checksums(Staging::checksumFile("m"));
+            staging.copy(database.getName(), checksums);
+        }
+        staging.dump(database);
+        return readChecksumFile(Staging::checksumFile("m"))
+            .value_or(ChecksumLines())
+            .value(0, ChecksumLine({"", ""}))
+            .digest();
+    }
+
+    QString dumpText(const QString &database) const
+    {
+        return QString::fromUtf8(TestDevice::shell("zcat '" + stagedDump(database) + "'"));
+    }
+
+    QStringList leftInStaging() const
+    {
+        return QDir(Staging::moduleDirectory("m")).entryList(QDir::Files | QDir::Hidden);
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());
+        QDir(root.path() + "/data").removeRecursively();
+        QDir(DevicePaths::stagingRoot()).removeRecursively();
+        QDir().mkpath(root.path() + "/data/VYXApplication/m");
+        QDir().mkpath(Staging::moduleDirectory("m"));
+    }
+
+    void wholeDatabase_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::newRow("ordinary") << "contacts";
+        QTest::newRow("odd") << "it's (a) $HOME `id` ü \\n \"x\"";
+        QTest::newRow("dash") << "-rf";
+    }
+    void wholeDatabase()
+    {
+        QFETCH(QString, name);
+        TestDevice::sqlOnFile(
+            live(name),
+            "CREATE TABLE t(a, b BLOB); CREATE INDEX i ON t(a);"
+            "INSERT INTO t VALUES('a''b\nINSERT INTO x', x'00ff'), (NULL, 1.5), ('日本', zeroblob(300000));"
+            "PRAGMA user_version=7; PRAGMA application_id=99;");
+        QVERIFY(!digestAfterStaging(RestorableDatabase(name)).isEmpty());
+        QCOMPARE(leftInStaging(), QStringList{ItemNames::stagedDump("m", name)});
+        const QString again = root.path() + "/again.data";
+        QFile::remove(again);
+        QFile::remove(root.path() + "/dump.gz");
+        QVERIFY(QFile::copy(stagedDump(name), root.path() + "/dump.gz"));
+        TestDevice::shell("zcat " + root.path() + "/dump.gz | sqlite3 " + again);
+        const QString query = "SELECT quote(a), quote(b) FROM t; SELECT name FROM sqlite_master; PRAGMA "
+                              "user_version; PRAGMA application_id;";
+        QCOMPARE(TestDevice::sqlOnFile(again, query), TestDevice::sqlOnFile(live(name), query));
+    }
+
+    void selectedRows()
+    {
+        RestorableDatabase database("d");
+        QString create;
+        const QStringList tables = {"calls",    "order",  "a&b", "back\\slash", "say \"x\"", "it's",
+                                    "my table", "tmp_99", "tmp", "日本",        "t10",       "t11"};
+        for (const QString &table : tables) {
+            const QString quoted = DatabaseDump::sqlIdentifier(table);
+            create += QString("CREATE TABLE %1(id INTEGER PRIMARY KEY, v);"
+                              "INSERT INTO %1 VALUES(1, 'row of %2 tmp_1 INSERT INTO tmp_0 '), (2, "
+                              "x'ff00fe'), (3, 'left out');")
+                          .arg(quoted, QString(table).replace("'", "''"));
+            database.addSqlCommand(table, QString("SELECT * FROM %1 WHERE v <> 'left out'").arg(quoted));
+        }
+        create += "CREATE TABLE tmp_secret(v); INSERT INTO tmp_secret VALUES('not selected');";
+        QCOMPARE(TestDevice::sqlOnFile(live("d"), create), QByteArray());
+        QVERIFY(!digestAfterStaging(database).isEmpty());
+        QCOMPARE(leftInStaging(), QStringList{ItemNames::stagedDump("m", "d")});
+
+        const QStringList dump = dumpText("d").split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(dump.first(), "BEGIN TRANSACTION;");
+        QCOMPARE(dump.last(), "COMMIT;");
+        QCOMPARE(dump.size(), 2 + 2 * tables.size());
+        QVERIFY(dump.at(1).startsWith("REPLACE INTO calls VALUES("));
+        QVERIFY(!dump.join('\n').contains("not selected"));
+
+        for (const QString &table : tables) {
+            TestDevice::sqlOnFile(live("d"), "UPDATE " + DatabaseDump::sqlIdentifier(table) +
+                                                 " SET v='damaged' WHERE id < 3");
+        }
+        TestDevice::shell("zcat '" + stagedDump("d") + "' | sqlite3 '" + live("d") + "'");
+        for (const QString &table : tables) {
+            const QByteArray rows = TestDevice::sqlOnFile(live("d"), "SELECT id, quote(v) FROM " +
+                                                                         DatabaseDump::sqlIdentifier(table));
+            QCOMPARE(rows, QString("1|'row of %1 tmp_1 INSERT INTO tmp_0 '\n2|X'FF00FE'\n3|'left out'\n")
+                               .arg(QString(table).replace("'", "''"))
+                               .toUtf8());
+        }
+    }
+
+    void shellCommandsInSqlAreNoCommands()
+    {
+        TestDevice::sqlOnFile(live("d"), "CREATE TABLE t(v); INSERT INTO t VALUES(1)");
+        const QString trace = root.path() + "/trace";
+        RestorableDatabase database("d");
+        database.addSqlCommand("t", "SELECT * FROM t;\n.shell touch " + trace + "\n");
+        digestAfterStaging(database);
+        QVERIFY(!QFile::exists(trace));
+    }
+
+    void rowsThatCannotBeSelected()
+    {
+        TestDevice::sqlOnFile(live("d"), "CREATE TABLE t(v); INSERT INTO t VALUES(1)");
+        RestorableDatabase database("d");
+        database.addSqlCommand("gone", "SELECT * FROM gone");
+        database.addSqlCommand("t", "SELECT * FROM t");
+        QVERIFY(!digestAfterStaging(database).isEmpty());
+        QCOMPARE(dumpText("d"), "BEGIN TRANSACTION;\nREPLACE INTO t VALUES(1);\nCOMMIT;\n");
+    }
+
+    void writeAheadLog()
+    {
+        const QString script = QString("PRAGMA journal_mode=WAL; CREATE TABLE t(v); INSERT INTO t VALUES('in "
+                                       "the log');\n.shell cp %1 %1-wal %2\n")
+                                   .arg(live("d"), root.path());
+        TestDevice::shell("printf '%s' \"" + script + "\" | sqlite3 " + live("d"));
+        // What a paused writer leaves behind: the row is in the log only.
+        QFile::remove(live("d"));
+        QVERIFY(QFile::copy(root.path() + "/d.data", live("d")));
+        QVERIFY(QFile::copy(root.path() + "/d.data-wal", live("d") + "-wal"));
+        const QString digest = digestAfterStaging(RestorableDatabase("d"));
+        QVERIFY(!digest.isEmpty());
+        QVERIFY(dumpText("d").contains("in the log"));
+        QCOMPARE(leftInStaging(), QStringList{"m++d.dump.gz"});
+        QCOMPARE(digestAfterStaging(RestorableDatabase("d")), digest);
+    }
+
+    void hotJournal()
+    {
+        TestDevice::sqlOnFile(live("d"), "CREATE TABLE t(v); INSERT INTO t VALUES('committed')");
+        const QString script =
+            QString("PRAGMA cache_size=1; BEGIN; UPDATE t SET v='uncommitted'; CREATE TABLE filler AS WITH "
+                    "RECURSIVE "
+                    "c(n) AS (SELECT 1 UNION ALL SELECT n+1 FROM c WHERE n < 20000) SELECT n FROM c;\n"
+                    ".shell cp %1 %1-journal %2\n")
+                .arg(live("d"), root.path());
+        TestDevice::shell("printf '%s' \"" + script + "\" | sqlite3 " + live("d"));
+        QFile::remove(live("d"));
+        QVERIFY(QFile::copy(root.path() + "/d.data", live("d")));
+        QVERIFY(QFile::copy(root.path() + "/d.data-journal", live("d") + "-journal"));
+        QVERIFY(!digestAfterStaging(RestorableDatabase("d")).isEmpty());
+        QVERIFY(dumpText("d").contains("'committed'"));
+        QVERIFY(!dumpText("d").contains("uncommitted"));
+        QVERIFY(!dumpText("d").contains("filler"));
+    }
+
+    void brokenDatabases_data()
+    {
+        QTest::addColumn<bool>("cutOff");
+        QTest::newRow("no database") << false;
+        QTest::newRow("cut off") << true;
+    }
+    void brokenDatabases()
+    {
+        QFETCH(bool, cutOff);
+        TestDevice::sqlOnFile(
+            live("d"), "CREATE TABLE t(v); WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n+1 FROM c "
+                       "WHERE n < 5000) INSERT INTO t SELECT hex(randomblob(50)) FROM c;");
+        QFile file(live("d"));
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        if (cutOff) {
+            QVERIFY(file.resize(file.size() / 2));
+        } else {
+            file.write(QByteArray(4096, 'x'));
+        }
+        file.close();
+        QCOMPARE(digestAfterStaging(RestorableDatabase("d")), QString());
+        QCOMPARE(leftInStaging(), QStringList());
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_dump)
+#include "tst_dump.moc"

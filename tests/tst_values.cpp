@@ -1,0 +1,274 @@
+#include "commands/Digest.h"
+#include "commands/ShellText.h"
+#include "repository/ItemNames.h"
+#include "save/PauseState.h"
+#include "save/SavedEntries.h"
+#include "save/SaveSchedule.h"
+#include "save/UploadPlan.h"
+
+#include <QProcess>
+#include <QTest>
+
+namespace {
+
+ChecksumLines lines(const char *text)
+{
+    return parseChecksumLines(text);
+}
+
+QString shellOutput(const QString &line)
+{
+    QProcess process;
+    process.start("/bin/sh", {"-c", line});
+    process.waitForFinished();
+    return QString::fromUtf8(process.readAllStandardOutput());
+}
+
+} // namespace
+
+class tst_values : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void shellWords_data()
+    {
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<bool>("ordinary");
+        QTest::newRow("path") << "/data/VYX/m++a.b-c_d" << true;
+        QTest::newRow("space") << "a b" << false;
+        QTest::newRow("single quote") << "it's" << false;
+        QTest::newRow("substitution") << "$(echo x)`id`$HOME" << false;
+        QTest::newRow("backslash") << "a\\nb\\" << false;
+        QTest::newRow("dash") << "-n" << false;
+        QTest::newRow("line feed") << "a\nb; id" << false;
+        QTest::newRow("tilde") << "~root" << false;
+        QTest::newRow("unicode") << "für 日本" << false;
+        QTest::newRow("empty") << "" << false;
+    }
+    void shellWords()
+    {
+        QFETCH(QString, value);
+        QFETCH(bool, ordinary);
+        QCOMPARE(ShellText::quoted(value) == value, ordinary);
+        QCOMPARE(shellOutput("printf '[%s]' " + ShellText::quoted(value)), "[" + value + "]");
+        QCOMPARE(shellOutput(ShellText::printCommand(value)), value + "\n");
+        QCOMPARE(shellOutput(ShellText::printQuotedCommand(value)), value + "\n");
+    }
+
+    void digests_data()
+    {
+        QTest::addColumn<QByteArray>("output");
+        QTest::addColumn<QString>("digest");
+        const QByteArray hex = "d41d8cd98f00b204e9800998ecf8427e";
+        QTest::newRow("usual") << "MD5(/x)= " + hex + "\n" << QString(hex);
+        QTest::newRow("separator in the name") << "MD5(/a= b)= " + hex << QString(hex);
+        QTest::newRow("no separator") << QByteArray("unable to open") << "";
+        QTest::newRow("short") << QByteArray("MD5(/x)= d41d8c") << "";
+        QTest::newRow("empty") << QByteArray() << "";
+        QTest::newRow("not hexadecimal") << QByteArray("MD5(/x)= zzzz8cd98f00b204e9800998ecf8427e") << "";
+    }
+    void digests()
+    {
+        QFETCH(QByteArray, output);
+        QTEST(digestFromOutput(output), "digest");
+    }
+
+    void itemPaths_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("path");
+        QTest::newRow("plain") << "a/b"
+                               << "a/b";
+        QTest::newRow("slashes") << "a//b///"
+                                 << "a/b";
+        QTest::newRow("dots in a name") << "a..b/..c"
+                                        << "a..b/..c";
+        QTest::newRow("own directory") << "./a"
+                                       << "a";
+        for (const char *refused :
+             {"/etc/passwd", "../x", "a/../../x", "a/..", "", ".", "//", "a\tb", "a\nb"}) {
+            QTest::newRow(refused) << refused << "";
+        }
+    }
+    void itemPaths()
+    {
+        QFETCH(QString, text);
+        QTEST(ItemNames::normalizedItemPath(text), "path");
+    }
+
+    void artefactsAndKeys_data()
+    {
+        QTest::addColumn<QString>("artefact");
+        QTest::addColumn<QString>("key");
+        QTest::newRow("database") << ItemNames::stagedDump("m", "d") << ItemNames::databaseKey("m", "d");
+        QTest::newRow("directory") << ItemNames::stagedArchive("m", "conf/logs") + ".gz"
+                                   << ItemNames::archiveKey("m", "conf/logs");
+        QTest::newRow("odd") << ItemNames::stagedArchive("m", "Ålbum (1)") + ".gz"
+                             << ItemNames::archiveKey("m", "Ålbum (1)");
+    }
+    void artefactsAndKeys()
+    {
+        QFETCH(QString, artefact);
+        QFETCH(QString, key);
+        QCOMPARE(ItemNames::keyOfArtefact(artefact), key);
+        QCOMPARE(ItemNames::artefactOfKey(key), artefact);
+    }
+
+    void plainFileEntries()
+    {
+        const LinesByModule modules = {{"a", lines("x\t1\tfile\thigh\nconf/s\t1\tfile\thigh\nonly/deep/"
+                                                   "f\t1\tfile\thigh\nmodules-list.sav\t1\tfile\tlow\n")},
+                                       {"b", lines("x\t2\tfile\thigh\nconf/s\t2\tfile\thigh\nb/"
+                                                   "d\t3\tfile\thigh\nb/d.data\t3\tdatabase\thigh\n")},
+                                       // what module b's file is renamed to, claimed by another
+                                       {"c", lines("b/x\t3\tfile\thigh\nc++own\t3\tfile\thigh\n")},
+                                       {"d", lines("b++d.dump.gz\t3\tfile\thigh\n")}};
+        const SavedEntries entries(modules);
+        const auto name = [&](const char *module, const char *key) {
+            for (const ChecksumLine &line : modules.value(module)) {
+                if (line.key() == key) {
+                    return entries.entry(module, line).text();
+                }
+            }
+            return QString();
+        };
+        QCOMPARE(name("a", "x"), "a++x");
+        QCOMPARE(name("b", "x"), "b++x");
+        QCOMPARE(name("a", "conf/s"), "a++conf++s");
+        QCOMPARE(name("b", "conf/s"), "b++conf++s");
+        QCOMPARE(name("a", "only/deep/f"), "only++deep++f");
+        QCOMPARE(name("a", "modules-list.sav"), "a++modules-list.sav");
+        QCOMPARE(name("b", "b/d"), "b++d");
+        QCOMPARE(name("c", "b/x"), "c++b++x");
+        QCOMPARE(name("c", "c++own"), "c++own");
+        QCOMPARE(name("d", "b++d.dump.gz"), "d++b++d.dump.gz");
+        QCOMPARE(entries.entry("a", modules["a"].at(2)).prefix, "only++deep");
+        QCOMPARE(entries.names().size(), 11);
+    }
+
+    void checksumLines_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<int>("count");
+        QTest::newRow("two") << QByteArray("a\t1\tfile\nb\t2\n") << 2;
+        QTest::newRow("a single field ends the file") << QByteArray("a\t1\nb\nc\t3\n") << 1;
+        QTest::newRow("an empty line ends the file") << QByteArray("a\t1\n\nc\t3\n") << 1;
+        QTest::newRow("no last line feed") << QByteArray("a\t1\nb\t2") << 2;
+        QTest::newRow("empty digest") << QByteArray("a\t\tfile\thigh\n") << 1;
+    }
+    void checksumLines()
+    {
+        QFETCH(QByteArray, text);
+        QTEST(int(parseChecksumLines(text).size()), "count");
+    }
+
+    void comparison()
+    {
+        const ChecksumLines local =
+            lines("a\t1\tfile\tnormal\nb\t1\tfile\tlow\nmine\t1\tfile\thigh\nb\t2\tfile\tlow\n");
+        const ChecksumLines saved =
+            lines("a\t1\tfile\thigh\nb\t1\tfile\thigh\ntheirs\t1\tdirectory\t1\tlow\n");
+        for (const bool forSave : {true, false}) {
+            const ChecksumEntries entries = compareChecksumLines(local, saved, forSave);
+            QCOMPARE(entries.size(), 4);
+            QCOMPARE(entries["a"].status, Same);
+            QCOMPARE(entries["a"].priority, "normal");
+            QCOMPARE(entries["b"].status, Updated);
+            QCOMPARE(entries["mine"].status, forSave ? Deleted : New);
+            QCOMPARE(entries["theirs"].status, forSave ? Deleted : New);
+            QCOMPARE(entries["theirs"].kind, "directory");
+        }
+    }
+
+    void completion_data()
+    {
+        QTest::addColumn<QByteArray>("staged");
+        QTest::addColumn<QByteArray>("previous");
+        QTest::addColumn<QByteArray>("completed");
+        QTest::newRow("unreadable tonight")
+            << QByteArray("a\t\tfile\tfalse\thigh\n") << QByteArray("a\t7\tfile\tfalse\thigh\n")
+            << QByteArray("a\t7\tfile\tfalse\thigh\n");
+        QTest::newRow("never seen") << QByteArray("a\t\tfile\tfalse\thigh\nb\t1\tfile\tfalse\thigh\n")
+                                    << QByteArray() << QByteArray("b\t1\tfile\tfalse\thigh\n");
+        QTest::newRow("removed") << QByteArray() << QByteArray("a\t7\tfile\tfalse\thigh\n") << QByteArray();
+        QTest::newRow("its pass did not run") << QByteArray() << QByteArray("a\t7\tfile\tfalse\tlow\n")
+                                              << QByteArray("a\t7\tfile\tfalse\tlow\n");
+        QTest::newRow("now of another priority")
+            << QByteArray("a\t8\tfile\tfalse\thigh\n") << QByteArray("a\t7\tfile\tfalse\tlow\n")
+            << QByteArray("a\t8\tfile\tfalse\thigh\n");
+        QTest::newRow("directory gone")
+            << QByteArray("d\t\tfile\tfalse\thigh\n")
+            << QByteArray("d/x\t7\tfile\tfalse\thigh\nd2/x\t7\tfile\tfalse\thigh\n")
+            << QByteArray("d/x\t7\tfile\tfalse\thigh\n");
+        QTest::newRow("zipped directory gone")
+            << QByteArray("d\t\tfile\ttrue\thigh\n") << QByteArray("m/d.tar\t7\tdirectory\t1\thigh\n")
+            << QByteArray("m/d.tar\t7\tdirectory\t1\thigh\n");
+    }
+    void completion()
+    {
+        QFETCH(QByteArray, staged);
+        QFETCH(QByteArray, previous);
+        QFETCH(QByteArray, completed);
+        const auto result =
+            completeLines("m", parseChecksumLines(staged), parseChecksumLines(previous), {"high"});
+        QCOMPARE(result.lines, parseChecksumLines(completed));
+    }
+
+    void removalsLeaveWhatOthersUse()
+    {
+        const SavedEntries before(
+            {{"a", lines("x\t1\tfile\thigh\na/d.data\t1\tdatabase\thigh\na/z.tar\t1\tdirectory\t1\tlow\n")},
+             {"b", lines("y\t1\tfile\thigh\n")}});
+        const SavedEntries now({{"a", {}}, {"b", lines("x\t2\tfile\thigh\ny\t1\tfile\thigh\n")}});
+        QStringList names;
+        for (const EntryRemoval &removal : removals(now, before)) {
+            names << removal.entry.text();
+        }
+        QCOMPARE(names, QStringList({"a++d.dump.gz", "a++z.tar.gz"}));
+    }
+
+    void hours_data()
+    {
+        QTest::addColumn<int>("hour");
+        QTest::addColumn<bool>("frequency");
+        QTest::addColumn<int>("now");
+        QTest::addColumn<QList<int>>("hours");
+        QTest::newRow("time") << 3 << false << 10 << QList<int>{3};
+        QTest::newRow("every six") << 6 << true << 10 << QList<int>{11, 17, 23, 5};
+        QTest::newRow("daily at 23") << 24 << true << 23 << QList<int>{24, 0};
+        QTest::newRow("daily at 0") << 24 << true << 0 << QList<int>{1};
+        QTest::newRow("huge period") << INT_MAX << true << 5 << QList<int>{6};
+        QTest::newRow("no period") << 0 << true << 5 << QList<int>{};
+        QTest::newRow("negative period") << -1 << true << 5 << QList<int>{};
+    }
+    void hours()
+    {
+        QFETCH(int, hour);
+        QFETCH(bool, frequency);
+        QFETCH(int, now);
+        QTEST(scheduledHours(hour, frequency, now).value_or(QList<int>()), "hours");
+    }
+
+    void processIds_data()
+    {
+        QTest::addColumn<QString>("pid");
+        QTest::addColumn<bool>("valid");
+        QTest::newRow("empty") << QString() << false;
+        for (const char *pid : {"0", "1", "-5", "abc", "12 34", "99999999999"}) {
+            QTest::newRow(pid) << pid << false;
+        }
+        QTest::newRow("2") << "2" << true;
+    }
+    void processIds()
+    {
+        QFETCH(QString, pid);
+        QTEST(isProcessId(pid), "valid");
+        QCOMPARE(stateOfStatLine("12 (a b) T 1"), "b)");
+        QCOMPARE(stateOfStatLine("12 (ab)"), "");
+        QVERIFY(isPausedState("t") && isPausedState("T") && !isPausedState("Z") && !isPausedState(""));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_values)
+#include "tst_values.moc"

@@ -9,8 +9,11 @@
 #include "service/BoundedWait.h"
 #include "service/RemoteCall.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+
+#include <utility>
 
 using namespace std::chrono_literals;
 
@@ -71,6 +74,9 @@ bool VYXSaveRestore::Init()
     connect(this, &VYXSaveRestore::start_priority_save, this,
             &VYXSaveRestore::startSaveOnRepositoryForPriority);
     connect(this, &VYXSaveRestore::start_post_on_repository, this, &VYXSaveRestore::postOnRepository);
+    // Nothing is on the stack any more when the event loop has ended.
+    connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
+            [this] { delete std::exchange(repository, nullptr); });
     subscribeEvent("stop_save_restore_OK", this, &VYXSaveRestore::moduleStopForSaveRestore);
     subscribeEvent("reset_default_done", this, &VYXSaveRestore::moduleResetDone);
     subscribeEvent("reset_factory_done", this, &VYXSaveRestore::moduleResetDone);

@@ -47,10 +47,10 @@ private Q_SLOTS:
 
     void cleanup()
     {
-        if (device->service().state() == QProcess::Running) {
-            QCOMPARE(device->stopService(), 0);
-        }
+        const int status = device->stopService();
+        const QString log = device->wholeLog();
         device.reset();
+        QVERIFY2(status == 0, qPrintable(log));
     }
 
     void start()

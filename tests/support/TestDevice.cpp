@@ -186,6 +186,9 @@ bool TestDevice::startService(const QString &program)
 
 int TestDevice::stopService()
 {
+    if (!serviceProcess || serviceProcess->state() == QProcess::NotRunning) {
+        return serviceProcess ? serviceProcess->exitCode() : 0;
+    }
     serviceProcess->terminate();
     if (!serviceProcess->waitForFinished(20000) || serviceProcess->exitStatus() != QProcess::NormalExit) {
         return -1;

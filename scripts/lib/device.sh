@@ -26,7 +26,8 @@ start_module() {
 }
 
 owns_name() {
-    busctl "--address=$DBUS_SYSTEM_BUS_ADDRESS" --timeout=5 status "$bus_prefix.$1" >/dev/null 2>&1
+    [ "$(busctl "--address=$DBUS_SYSTEM_BUS_ADDRESS" --timeout=5 call org.freedesktop.DBus /org/freedesktop/DBus \
+        org.freedesktop.DBus NameHasOwner s "$bus_prefix.$1" 2>/dev/null)" = "b true" ]
 }
 
 # wait_until SECONDS COMMAND... : until the command succeeds, at most that long.

@@ -49,6 +49,8 @@ QString restoreDirectory()
     return root() + "/tmp/VYXApplication/SaveRestore/Restore";
 }
 
+QString pauseRecord() { return root() + "/tmp/VYXApplication/SaveRestore/paused-modules"; }
+
 QString libraryRoot()
 {
     return root() + "/usr/lib/VYXApplication";

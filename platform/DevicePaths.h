@@ -29,6 +29,9 @@ QString stagingRoot();
 /// Directory that receives what is fetched from the repository.
 QString restoreDirectory();
 
+/// File that names the processes asked to pause while a save or restore runs.
+QString pauseRecord();
+
 /// Program that migrates the data of one module.
 QString migrationProgram(const QString &module);
 

@@ -88,6 +88,19 @@ QString keyOfArtefact(const QString &fileName)
     return base + (fileName.contains("dump") ? databaseSuffix : archiveSuffix);
 }
 
+bool isKeyOf(const QString &module, const QString &key, bool plainFile)
+{
+    if (key.isEmpty() || normalizedItemPath(key) != key) {
+        return false;
+    }
+    if (plainFile) {
+        return true;
+    }
+    const QString item = key.mid(module.size() + 1);
+    return key.startsWith(module + "/") && !item.isEmpty() &&
+           (!key.endsWith(databaseSuffix) || !item.contains('/'));
+}
+
 bool isAmbiguous(const QString &item, bool artefact)
 {
     return item.contains(separator) || (artefact && item.contains('.'));

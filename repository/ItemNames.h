@@ -50,6 +50,10 @@ QString artefactOfKey(const QString &key);
 /// "++", and ".data" for a name that contains "dump", else ".tar".
 QString keyOfArtefact(const QString &fileName);
 
+/// True when the key can be one of that module: a plain file stays inside the module's data directory, an
+/// artefact has the module's name in front, and a database lies directly in the data directory.
+bool isKeyOf(const QString &module, const QString &key, bool plainFile);
+
 /// True when the names above cannot be led back to the item: it holds "++" or, as an archive or a database, a
 /// dot.
 bool isAmbiguous(const QString &item, bool artefact);

@@ -2,6 +2,7 @@
 #include "commands/ShellText.h"
 #include "platform/core/VYXApplication.h"
 #include "platform/logger/VYXLogger.h"
+#include "save/PauseRecord.h"
 #include "save/PauseState.h"
 #include "service/BoundedWait.h"
 #include "service/VYXSaveRestore.h"
@@ -31,12 +32,15 @@ bool VYXSaveRestore::stopModules(const QStringList &group, bool save)
     logDebug("Stop modules: %1", modules.join(", "));
     pausedModules.clear();
     QString names;
+    QMap<QString, QString> pids;
     for (const QString &module : std::as_const(modules)) {
         names += module + ":";
         const QString pid = processIdOf(module);
         logDebug("%1: %2", module, pid);
         pausedModules.insert(module, {pid, false});
+        pids.insert(module, pid);
     }
+    PauseRecord::write(pids);
     VYXEvent event("stop_save_restore");
     event.addArgument(names, "ModulesPidsList", true);
     event.addArgument(save, "Save", true);
@@ -86,24 +90,37 @@ void VYXSaveRestore::moduleStopForSaveRestore(VYXEvent evt)
     logDebug("Module '%1' said it is ready for Save/Restore", module);
     pausedModules[module].ready = true;
     if (!pausing) {
-        resumeLateModule(module, lateResumeTries);
+        resumeLateModule(module, processIdOf(module), lateResumeTries);
     }
 }
 
 /// A module that pauses after the wait for it has ended would stay paused.
-void VYXSaveRestore::resumeLateModule(const QString &module, int triesLeft)
+void VYXSaveRestore::resumeLateModule(const QString &module, const QString &pid, int triesLeft)
 {
-    const QString pid = processIdOf(module);
     if (!pausing && processState(pid) == ProcessState::Paused) {
         logWarning("Module '%1' has paused too late and is resumed", module);
         continueModule(module, pid);
         return;
     }
     if (triesLeft > 0) {
-        QTimer::singleShot(lateResumePause, this, [this, module, triesLeft] {
-            resumeLateModule(module, pausing ? triesLeft : triesLeft - 1);
+        QTimer::singleShot(lateResumePause, this, [this, module, pid, triesLeft] {
+            resumeLateModule(module, pid, pausing ? triesLeft : triesLeft - 1);
         });
     }
+}
+
+void VYXSaveRestore::resumeAfterKill()
+{
+    for (const PausingProcess &process : PauseRecord::read()) {
+        if (process.isAlive()) {
+            resumeLateModule(process.module, process.pid, lateResumeTries);
+        }
+    }
+    QTimer::singleShot(lateResumeTries * lateResumePause, this, [this] {
+        if (!pausing) {
+            PauseRecord::remove();
+        }
+    });
 }
 
 /// When the process ends, nobody will be there to resume a module that is still on its way to pause: give
@@ -132,6 +149,7 @@ void VYXSaveRestore::unstopModules(const QStringList &modules)
         }
     }
     pausedModules.clear();
+    PauseRecord::remove();
     pausing = false;
 }
 

@@ -18,6 +18,12 @@ public:
     /// The entry of an item; an empty name when its line is of no known form.
     ItemNames::EntryName entry(const QString &module, const ChecksumLine &line) const;
 
+    /// The entry of a plain file, also of one that is in none of the files.
+    ItemNames::EntryName plainFile(const QString &module, const QString &key) const
+    {
+        return plainFiles.entry(module, key);
+    }
+
     /// The full names of all items' entries.
     QSet<QString> names() const;
 

@@ -6,6 +6,7 @@
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "platform/records/TimePattern.h"
+#include "restore/LiveData.h"
 #include "service/BoundedWait.h"
 #include "service/RemoteCall.h"
 
@@ -61,6 +62,8 @@ bool VYXSaveRestore::Init()
     registerDBusCapability();
     registerDBusUpdateReport();
     createWorkingDirectories();
+    LiveData::recoverAll(DevicePaths::dataRoot());
+    resumeAfterKill();
 
     lowPriority = true;
     normalPriority = true;
@@ -74,6 +77,8 @@ bool VYXSaveRestore::Init()
     connect(this, &VYXSaveRestore::start_priority_save, this,
             &VYXSaveRestore::startSaveOnRepositoryForPriority);
     connect(this, &VYXSaveRestore::start_post_on_repository, this, &VYXSaveRestore::postOnRepository);
+    connect(this, &VYXSaveRestore::start_priority_restore, this,
+            &VYXSaveRestore::startRestoreFromRepositoryForPriority);
     // Nothing is on the stack any more when the event loop has ended.
     connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
             [this] { delete std::exchange(repository, nullptr); });
@@ -147,7 +152,7 @@ bool VYXSaveRestore::getFileAndWait(const QString &file, const QString &director
 {
     const int generation = repositoryGeneration;
     requestFinished = false;
-    repository->getFileFromRepository(file, directory);
+    const bool accepted = repository->getFileFromRepository(file, directory);
     if (!wait) {
         return true;
     }
@@ -160,7 +165,7 @@ bool VYXSaveRestore::getFileAndWait(const QString &file, const QString &director
         logError("The request for '%1' was not finished by the repository", file);
         return false;
     }
-    return true;
+    return accepted && QFile::exists(directory);
 }
 
 void VYXSaveRestore::showFailure(const QString &text, const QString &detail)

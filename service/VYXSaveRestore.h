@@ -7,6 +7,8 @@
 #include "repository/RepositoryManager.h"
 #include "restorable/RestorableObject.h"
 #include "restore/ChecksumComparison.h"
+#include "restore/DownloadList.h"
+#include "restore/MigrationList.h"
 #include "save/SaveGroups.h"
 
 #include <QList>
@@ -44,12 +46,16 @@ public:
 Q_SIGNALS:
     void start_priority_save(RestorableObject::RestorablePriority priority);
     void start_post_on_repository();
+    void start_priority_restore(RestorableObject::RestorablePriority priority);
+    void start_migration_process();
 
 public Q_SLOTS:
     /// Run a save. False when it was refused or broken off; a failed upload shows a pop-up and is still true.
     bool startSaveOnRepository();
     /// The Scheduler's entry; the task id is not looked at.
     void startSaveOnRepository(int taskId);
+    /// Run a restore; what came of it is told by the log, pop-ups and the event "restore_finished".
+    void startRestoreFromRepository();
     /// Choose the repository by its URL; false for an empty one.
     bool setRepositoryUrl(QString url);
     /// 0 none, 1 mandatory, 2 all; any other level acts as none.
@@ -81,7 +87,9 @@ private Q_SLOTS:
     void moduleStopForSaveRestore(VYXEvent evt);
     void moduleResetDone(VYXEvent evt);
     bool startSaveOnRepositoryForPriority(RestorableObject::RestorablePriority priority);
+    void startRestoreFromRepositoryForPriority(RestorableObject::RestorablePriority priority);
     void postOnRepository();
+    bool getFromRepository();
     void httpRequestFinished();
     void httpOperationDone();
 
@@ -91,7 +99,14 @@ private:
         QString pid;
         bool ready = false; ///< the module said that it is about to pause
     };
+    /// A line of the download list of a module.
+    struct PlannedLine
+    {
+        QString module;
+        DownloadLine line;
+    };
     struct UploadRun;
+    struct RestorePlan;
 
     VYXSaveRestore();
 
@@ -111,6 +126,7 @@ private:
     void useDistantRepository(const QString &url);
     void replaceRepository(RepositoryManager *replacement);
     bool repositoryIsUsable(const QString &operation);
+    /// Fetch one entry into a local file. With `wait`, true when it has arrived.
     bool getFileAndWait(const QString &file, const QString &directory, bool wait);
     void cancelScheduledTask();
     bool replaceScheduledTask(const QList<int> &hours, int minute);
@@ -127,7 +143,8 @@ private:
     void unstopModules(const QStringList &modules);
     bool continueModule(const QString &module, const QString &pid);
     void settlePausedModules(const QStringList &modules);
-    void resumeLateModule(const QString &module, int triesLeft);
+    void resumeLateModule(const QString &module, const QString &pid, int triesLeft);
+    void resumeAfterKill();
 
     // save: staging
     void cleanSaveDirectory();
@@ -164,8 +181,28 @@ private:
 
     // restore: planning
     void cleanRestoreDirectory();
+    void fetchSavedState(RestorePlan &plan, const QStringList &modules);
+    bool fetch(RestorePlan &plan, const QString &entry, const QString &path);
+    void noteFailedRequests(RestorePlan &plan);
+    void planModule(RestorePlan &plan, const QString &module);
+    std::optional<DownloadLine> planItem(RestorePlan &plan, const QString &module, const QString &key,
+                                         const ChecksumEntry &entry);
+    DownloadLine planArtefact(RestorePlan &plan, const QString &module, const QString &key,
+                              const ChecksumEntry &entry);
     ChecksumEntries compareChecksumFiles(const QString &localPath, const QString &repositoryPath,
                                          bool forSave);
+
+    // restore: orchestration, application of data, migration
+    bool restoreIsPossible();
+    bool isRestoreBrokenOff();
+    void runRestorePasses();
+    QList<PlannedLine> readDownloadLists(const QStringList &modules, const QString &priorityName);
+    void restoreGroup(const QStringList &group, const QList<PlannedLine> &lines, bool high);
+    void restoreDatabase(const PlannedLine &planned);
+    void restoreDirectory(const PlannedLine &planned);
+    void restoreFile(const PlannedLine &planned);
+    bool checkVersions(QList<Migration> &migrations);
+    void startMigrations(const QStringList &modules, const QList<Migration> &migrations);
 
     QList<ApplicationConfig> modulesList;
     QList<RestorableObject> restorableObjects;
@@ -190,5 +227,7 @@ private:
     bool pausing = false;         ///< modules are being paused or are paused
     int uncountedSends = 0;       ///< sends under way that `pendingOperations` leaves out
     int repositoryGeneration = 0; ///< changes whenever `repository` stands for another place
+    int operationGeneration = 0;  ///< the generation with which the running restore began
+    QMap<QString, QString> plannedDirectories; ///< fetched archive to the directory that it is unpacked into
     std::chrono::milliseconds pausePollPeriod = std::chrono::milliseconds(500);
 };

@@ -1,0 +1,111 @@
+#include "commands/Command.h"
+#include "commands/ShellText.h"
+#include "platform/logger/VYXLogger.h"
+#include "restore/ArchiveListing.h"
+#include "restore/DatabaseRestore.h"
+#include "restore/DownloadList.h"
+#include "restore/LiveData.h"
+#include "save/DatabaseDump.h"
+#include "service/VYXSaveRestore.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+namespace {
+
+/// True when the archive can be read and holds nothing but the directory.
+bool isArchiveOf(const QString &archive, const QString &directory)
+{
+    const CommandResult result = runCommand("tar", archiveListingArguments(archive));
+    const auto members = parseArchiveListing(result.output);
+    if (!result.succeeded() || !members || members->isEmpty()) {
+        logError("Archive '%1' is missing or broken", archive);
+        return false;
+    }
+    if (!staysInside(*members, directory)) {
+        logError("Archive '%1' is refused: it leads out of '%2'", archive, directory);
+        return false;
+    }
+    return true;
+}
+
+bool isAcceptable(const QString &target, const QString &module)
+{
+    if (LiveData::belongsToModule(target, module)) {
+        return true;
+    }
+    logError("'%1' is refused: it does not lie below the data of module '%2'", target, module);
+    return false;
+}
+
+void reportKept(const QString &target)
+{
+    logError("'%1' could not be restored and stays as it was", target);
+}
+
+} // namespace
+
+void VYXSaveRestore::restoreDatabase(const PlannedLine &planned)
+{
+    const QString &dump = planned.line.source;
+    const QString &target = planned.line.target;
+    if (!isAcceptable(target, planned.module)) {
+        return;
+    }
+    if (!QFile::exists(dump) || !runShellLine(DatabaseDump::checkLine(dump)).succeeded()) {
+        logError("Dump '%1' is missing or broken", dump);
+        reportKept(target);
+        return;
+    }
+    const bool partial = DatabaseRestore::isPartial(dump);
+    LiveData live(target, LiveData::Kind::Database);
+    if (partial && !live.exists()) {
+        logError("Database '%1' does not exist: there is nothing to put the saved rows into", target);
+        return;
+    }
+    if (!(partial ? live.copyAside() : live.moveAside()) || !DatabaseRestore::load(dump, target)) {
+        reportKept(target);
+        return;
+    }
+    live.commit();
+}
+
+void VYXSaveRestore::restoreDirectory(const PlannedLine &planned)
+{
+    const QString &archive = planned.line.source;
+    const QString directory = plannedDirectories.value(archive);
+    if (!isAcceptable(directory, planned.module)) {
+        return;
+    }
+    if (!isArchiveOf(archive, directory)) {
+        reportKept(directory);
+        return;
+    }
+    LiveData live(directory, LiveData::Kind::Directory);
+    const QStringList arguments = {"-C", "/", "-xzf", archive};
+    logDebug("%1", ShellText::commandLine("tar", arguments));
+    if (!live.copyAside() || !runCommand("tar", arguments).succeeded() || !QFileInfo(directory).isDir()) {
+        reportKept(directory);
+        return;
+    }
+    live.commit();
+}
+
+void VYXSaveRestore::restoreFile(const PlannedLine &planned)
+{
+    const QString &target = planned.line.target;
+    if (!isAcceptable(target, planned.module)) {
+        return;
+    }
+    LiveData live(target, LiveData::Kind::File);
+    if (!live.moveAside()) {
+        reportKept(target);
+        return;
+    }
+    if (!getFileAndWait(planned.line.source, target, true) || !QFileInfo(target).isFile()) {
+        logError("Could not fetch '%1' from the repository", planned.line.source);
+        reportKept(target);
+        return;
+    }
+    live.commit();
+}

@@ -39,8 +39,12 @@ TestDevice::TestDevice() : connectionName(QString("test%1").arg(++connections))
         launch("dbus-daemon",
                {"--nofork", QString("--config-file=%1/device/bus.conf").arg(SOURCES), "--address=" + address},
                "bus.log");
-    waitUntil([this] { return QFile::exists(path("bus")); });
-    QDBusConnection::connectToBus(address, connectionName);
+    // The socket exists a moment before the bus listens on it.
+    waitUntil([this] {
+        QDBusConnection::disconnectFromBus(connectionName);
+        return QFile::exists(path("bus")) &&
+               QDBusConnection::connectToBus(address, connectionName).isConnected();
+    });
 }
 
 TestDevice::~TestDevice()

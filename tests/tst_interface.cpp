@@ -45,13 +45,7 @@ private Q_SLOTS:
         QVERIFY(device->start());
     }
 
-    void cleanup()
-    {
-        const int status = device->stopService();
-        const QString log = device->wholeLog();
-        device.reset();
-        QVERIFY2(status == 0, qPrintable(log));
-    }
+    void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
 
     void start()
     {

@@ -14,13 +14,7 @@ class tst_pause : public QObject
 
     std::unique_ptr<TestDevice> device;
 
-    QDBusPendingCall startSave() const
-    {
-        const QDBusMessage message = QDBusMessage::createMethodCall(
-            VYXModule::busName("VYXSaveRestore"), VYXModule::objectPath("VYXSaveRestore"),
-            VYXModule::interfaceName(), "startSaveOnRepository");
-        return device->bus().asyncCall(message, 120000);
-    }
+    QDBusPendingCall startSave() const { return device->callLater("startSaveOnRepository"); }
 
     bool allRun(const QStringList &modules) const
     {
@@ -41,13 +35,7 @@ class tst_pause : public QObject
 
 private Q_SLOTS:
     void init() { device = std::make_unique<TestDevice>(); }
-    void cleanup()
-    {
-        const int status = device->stopService();
-        const QString log = device->wholeLog();
-        device.reset();
-        QVERIFY2(status == 0, qPrintable(log));
-    }
+    void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
 
     void pausedOnlyWhileCopied()
     {

@@ -1,5 +1,3 @@
-#include "platform/core/VYXEvent.h"
-#include "platform/core/VYXModule.h"
 #include "tests/support/TestDevice.h"
 
 #include <QDBusPendingCall>
@@ -91,13 +89,7 @@ class tst_restore : public QObject
 
 private Q_SLOTS:
     void init() { device = std::make_unique<TestDevice>(); }
-    void cleanup()
-    {
-        const int status = device->stopService();
-        const QString log = device->wholeLog();
-        device.reset();
-        QVERIFY2(status == 0, qPrintable(log));
-    }
+    void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
 
     void everythingComesBack()
     {
@@ -305,11 +297,8 @@ private Q_SLOTS:
         damage("A");
         const QByteArray damaged = state("A");
         device->markLog();
-        const QDBusMessage message = QDBusMessage::createMethodCall(
-            VYXModule::busName("VYXSaveRestore"), VYXModule::objectPath("VYXSaveRestore"),
-            VYXModule::interfaceName(), "startRestoreFromRepository");
         device->call("setSaveRestorePriority", {true, false, true});
-        QDBusPendingCall running = device->bus().asyncCall(message, 60000);
+        QDBusPendingCall running = device->callLater("startRestoreFromRepository");
         QVERIFY(
             TestDevice::waitUntil([&] { return device->hasLogged("Wait for modules to be paused (Slow)"); }));
         QDir(device->repositoryPath()).removeRecursively();
@@ -353,10 +342,7 @@ private Q_SLOTS:
             damage("A");
             device->sql("A", "whole", "CREATE TABLE t(v); INSERT INTO t VALUES('damaged')");
             const QByteArray damaged = device->sql("A", "whole", "SELECT v FROM t");
-            const QDBusMessage message = QDBusMessage::createMethodCall(
-                VYXModule::busName("VYXSaveRestore"), VYXModule::objectPath("VYXSaveRestore"),
-                VYXModule::interfaceName(), "startRestoreFromRepository");
-            device->bus().asyncCall(message, 60000);
+            device->callLater("startRestoreFromRepository");
             QTest::qWait(static_cast<int>(duration * point / points));
             device->service().kill();
             device->service().waitForFinished();
@@ -391,10 +377,7 @@ private Q_SLOTS:
         const QByteArray damaged = state("A");
         for (const int signal : {SIGTERM, SIGKILL}) {
             device->markLog();
-            const QDBusMessage message = QDBusMessage::createMethodCall(
-                VYXModule::busName("VYXSaveRestore"), VYXModule::objectPath("VYXSaveRestore"),
-                VYXModule::interfaceName(), "startRestoreFromRepository");
-            device->bus().asyncCall(message, 60000);
+            device->callLater("startRestoreFromRepository");
             QVERIFY(TestDevice::waitUntil([&] { return device->moduleState("A") == "T"; }));
             kill(static_cast<pid_t>(device->service().processId()), signal);
             QVERIFY(device->service().waitForFinished(20000));

@@ -43,13 +43,7 @@ class tst_save : public QObject
 
 private Q_SLOTS:
     void init() { device = std::make_unique<TestDevice>(); }
-    void cleanup()
-    {
-        const int status = device->stopService();
-        const QString log = device->wholeLog();
-        device.reset();
-        QVERIFY2(status == 0, qPrintable(log));
-    }
+    void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
 
     void storyOfThreeSaves()
     {

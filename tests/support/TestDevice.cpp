@@ -206,6 +206,21 @@ bool TestDevice::waitForName(const QString &module) const
         [&] { return bus().interface()->isServiceRegistered(VYXModule::busName(module)).value(); });
 }
 
+QString TestDevice::retire(std::unique_ptr<TestDevice> &device)
+{
+    const QString log = device->stopService() == 0 ? QString() : device->wholeLog() + "\n(not ended cleanly)";
+    device.reset();
+    return log;
+}
+
+QDBusPendingCall TestDevice::callLater(const QString &method) const
+{
+    const QDBusMessage message = QDBusMessage::createMethodCall(VYXModule::busName("VYXSaveRestore"),
+                                                                VYXModule::objectPath("VYXSaveRestore"),
+                                                                VYXModule::interfaceName(), method);
+    return bus().asyncCall(message, callLimitMs);
+}
+
 QDBusMessage TestDevice::call(const QString &method, const QVariantList &arguments,
                               const QString &module) const
 {

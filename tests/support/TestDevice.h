@@ -2,6 +2,7 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDBusPendingCall>
 #include <QMap>
 #include <QProcess>
 #include <QString>
@@ -49,9 +50,13 @@ public:
     /// End the service as the system does; its exit status, -1 when it had to be killed.
     int stopService();
     QProcess &service() { return *serviceProcess; }
+    /// End everything; the service's log when the service did not end cleanly, else nothing.
+    static QString retire(std::unique_ptr<TestDevice> &device);
 
     QDBusMessage call(const QString &method, const QVariantList &arguments = {},
                       const QString &module = "VYXSaveRestore") const;
+    /// Call a method of the service without waiting for its reply.
+    QDBusPendingCall callLater(const QString &method) const;
     /// True when the service says that the save ran to its end.
     bool save() const;
     QDBusConnection bus() const;

@@ -49,7 +49,15 @@ QString restoreDirectory()
     return root() + "/tmp/VYXApplication/SaveRestore/Restore";
 }
 
-QString pauseRecord() { return root() + "/tmp/VYXApplication/SaveRestore/paused-modules"; }
+QString pauseRecord()
+{
+    return root() + "/tmp/VYXApplication/SaveRestore/paused-modules";
+}
+
+QString getVYXinfo()
+{
+    return root() + "/usr/bin/getVYXinfo";
+}
 
 QString libraryRoot()
 {

@@ -32,6 +32,9 @@ QString restoreDirectory();
 /// File that names the processes asked to pause while a save or restore runs.
 QString pauseRecord();
 
+/// Tool that tells where the device's certificates are and whether its trust list is deployed.
+QString getVYXinfo();
+
 /// Program that migrates the data of one module.
 QString migrationProgram(const QString &module);
 

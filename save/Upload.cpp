@@ -1,9 +1,9 @@
+#include "platform/core/BoundedWait.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "repository/ItemNames.h"
 #include "save/SavedEntries.h"
 #include "save/UploadPlan.h"
-#include "service/BoundedWait.h"
 #include "service/VYXSaveRestore.h"
 
 #include <QDir>

@@ -2,6 +2,7 @@
 #include "platform/logger/VYXLogger.h"
 #include "repository/DistantRepository.h"
 #include "repository/LocalRepository.h"
+#include "repository/RepositoryUrl.h"
 #include "service/VYXSaveRestore.h"
 
 #include <QFile>
@@ -23,7 +24,7 @@ bool VYXSaveRestore::setRepositoryUrl(QString url)
         ++repositoryGeneration;
         return false;
     }
-    if (url.contains("http")) {
+    if (RepositoryUrl::isDistant(url)) {
         useDistantRepository(url);
     } else {
         useLocalRepository(url);
@@ -50,14 +51,17 @@ void VYXSaveRestore::useLocalRepository(const QString &url)
 void VYXSaveRestore::useDistantRepository(const QString &url)
 {
     if (repository != nullptr && repository->getRepositoryType() == DistantRepositoryType) {
-        logDebug("Changing distant repository: '%1'", url);
+        logDebug("Changing distant repository: '%1'", RepositoryUrl::forDisplay(url));
         repository->setRepositoryUrl(url);
     } else {
-        logDebug("Creating new distant repository: '%1'", url);
+        logDebug("Creating new distant repository: '%1'", RepositoryUrl::forDisplay(url));
         replaceRepository(new DistantRepository(url));
     }
-    if (url.contains("https") && isDevMode()) {
-        static_cast<DistantRepository *>(repository)->ctlCheckEnabled = false;
+    auto *const distant = static_cast<DistantRepository *>(repository);
+    if (!isDevMode()) {
+        distant->ctlCheckEnabled = true;
+    } else if (RepositoryUrl::isSecure(url)) {
+        distant->ctlCheckEnabled = false;
         logDebug("DevMode: no CTL check");
     }
 }
@@ -82,7 +86,7 @@ ListSetting VYXSaveRestore::repositoryUrlChanged(Setting setting)
         checkCapability();
         return {};
     }
-    logInfo("Change Save/Restore url: %1", url);
+    logInfo("Change Save/Restore url: %1", RepositoryUrl::forDisplay(url));
     if (setRepositoryUrl(url) && (highPriority || normalPriority || lowPriority)) {
         saveRestoreEnabled = true;
     }
@@ -99,15 +103,15 @@ bool VYXSaveRestore::repositoryIsUsable(const QString &operation)
         showFailure(text);
         return false;
     };
-    if (!isDevMode() && !url.contains("https")) {
+    if (!isDevMode() && !RepositoryUrl::isSecure(url)) {
         return refuse("Unsecured URL");
     }
     if (auto *distant = qobject_cast<DistantRepository *>(repository);
-        url.contains("https") && distant != nullptr && !distant->checkCtlStatus(true)) {
+        RepositoryUrl::isSecure(url) && distant != nullptr && !distant->checkCtlStatus(true)) {
         return refuse("CTL is not deployed");
     }
     if (!repository->checkRepository()) {
-        logWarning("Connection to repository failed (%1).", url);
+        logWarning("Connection to repository failed (%1).", RepositoryUrl::forDisplay(url));
         showFailure("Connection to repository failed.", repository->getErrorString());
         return false;
     }

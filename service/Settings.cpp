@@ -1,4 +1,5 @@
 #include "platform/logger/VYXLogger.h"
+#include "repository/RepositoryUrl.h"
 #include "service/RemoteCall.h"
 #include "service/VYXSaveRestore.h"
 
@@ -22,7 +23,7 @@ void VYXSaveRestore::readSettings()
 {
     if (const auto url = readSetting("SaveRestoreUrl")) {
         if (*url != "UNDEFINED") {
-            logInfo("SaveRestore url: '%1'", *url);
+            logInfo("SaveRestore url: '%1'", RepositoryUrl::forDisplay(*url));
             setRepositoryUrl(*url);
         } else {
             logInfo("Undefined default value for SaveRestoreUrl Setting");
@@ -59,7 +60,7 @@ void VYXSaveRestore::checkCapability()
     const Capability computed = computedCapability();
     const bool available = computed.getState() == Capability::AVAILABLE;
     if (available) {
-        logDebug("Capability AVAILABLE (%1)", repository->getRepositoryUrl());
+        logDebug("Capability AVAILABLE (%1)", RepositoryUrl::forDisplay(repository->getRepositoryUrl()));
     }
     const char *const state = available ? "AVAILABLE" : "UNAVAILABLE";
     if (current.getState() == computed.getState()) {

@@ -3,11 +3,11 @@
 #include "commands/Command.h"
 #include "commands/ShellText.h"
 #include "dbus/VYXSaveRestoreAdaptor.h"
+#include "platform/core/BoundedWait.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "platform/records/TimePattern.h"
 #include "restore/LiveData.h"
-#include "service/BoundedWait.h"
 #include "service/RemoteCall.h"
 
 #include <QCoreApplication>

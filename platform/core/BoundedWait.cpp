@@ -1,4 +1,4 @@
-#include "service/BoundedWait.h"
+#include "platform/core/BoundedWait.h"
 
 #include "platform/core/VYXApplication.h"
 

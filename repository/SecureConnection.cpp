@@ -1,0 +1,204 @@
+#include "repository/SecureConnection.h"
+
+#include "commands/Command.h"
+#include "platform/DevicePaths.h"
+#include "platform/logger/VYXLogger.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QSslCertificate>
+#include <QSslKey>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto toolLimit = 30s;
+constexpr int connectionLimitMs = 30000;
+constexpr int httpsPort = 443;
+
+QString ask(const QStringList &question)
+{
+    const QByteArray output = runCommand(DevicePaths::getVYXinfo(), question, {.limit = toolLimit}).output;
+    const qsizetype end = output.indexOf('\0');
+    return QString::fromLocal8Bit(end < 0 ? output : output.left(end));
+}
+
+bool isValid(const QSslCertificate &certificate)
+{
+    const QDateTime now = QDateTime::currentDateTime();
+    return !certificate.isNull() && certificate.effectiveDate() <= now && now < certificate.expiryDate();
+}
+
+QSslConfiguration trustingNobody()
+{
+    QSslConfiguration configuration;
+    configuration.setCaCertificates({});
+    configuration.setPeerVerifyMode(QSslSocket::VerifyPeer);
+    return configuration;
+}
+
+} // namespace
+
+void logSslErrors(const QList<QSslError> &errors)
+{
+    int number = 0;
+    for (const QSslError &error : errors) {
+        logError("Ssl error %1: %2", number++, error.errorString());
+    }
+}
+
+SecureConnection::SecureConnection() : sslConfiguration(trustingNobody()) {}
+
+QString SecureConnection::trustListStatus()
+{
+    return ask({"PKI", "STATUS", "DM"});
+}
+
+bool SecureConnection::needsSetUp() const
+{
+    return sslConfiguration.caCertificates().isEmpty() || !isValid(sslConfiguration.localCertificate()) ||
+           sslConfiguration.privateKey().isNull();
+}
+
+void SecureConnection::queryFiles()
+{
+    sslConfiguration = trustingNobody();
+    sslSocket = std::make_unique<QSslSocket>();
+    certificatePath = ask({"PKI", "CERT"});
+    authoritiesPath = ask({"PKI", "CA"});
+    keyPath = ask({"PKI", "CERT_PKEY"});
+}
+
+void SecureConnection::useFiles(const QUrl &url)
+{
+    logDebug("Certificate: %1", certificatePath);
+    logDebug("Certificate PKEY: %1", keyPath);
+    logDebug("Certificate CA: %1", authoritiesPath);
+    if (!loadCertificate() || !loadAuthorities() || !loadKey()) {
+        return;
+    }
+    sslConfiguration.setPrivateKey(key);
+    sslConfiguration.setLocalCertificate(certificate);
+    sslConfiguration.setCaCertificates(authorities);
+    connectSocket();
+    tryConnection(url);
+}
+
+bool SecureConnection::loadCertificate()
+{
+    QFile file(certificatePath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        logError("Could not open Ssl Certificate (%1)", certificatePath);
+        return false;
+    }
+    certificate = QSslCertificate(&file, QSsl::Pem);
+    if (!isValid(certificate)) {
+        logError("Invalid local certificate (%1). Dates: (%2 - %3)", certificatePath,
+                 certificate.effectiveDate().toString("dd.MM.yyyy"),
+                 certificate.expiryDate().toString("dd.MM.yyyy"));
+        logDebug("%1", QString::fromLatin1(certificate.toPem()));
+        return false;
+    }
+    logDebug("Valid local certificate");
+    return true;
+}
+
+bool SecureConnection::loadAuthorities()
+{
+    QFile file(authoritiesPath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        logError("Could not open Ssl Certificate CA (%1)", authoritiesPath);
+        return false;
+    }
+    authorities = QSslCertificate::fromDevice(&file, QSsl::Pem);
+    if (authorities.isEmpty()) {
+        logError("Invalid CA Certificate");
+        return false;
+    }
+    logDebug("Valid CA Certificate");
+    for (const QSslCertificate &authority : std::as_const(authorities)) {
+        if (!isValid(authority)) {
+            logError("Invalid CA Certificate");
+            return false;
+        }
+    }
+    return true;
+}
+
+bool SecureConnection::loadKey()
+{
+    QFile file(keyPath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        logError("Could not open Ssl Certificate PKEY (%1)", keyPath);
+        return false;
+    }
+    key = QSslKey(&file, QSsl::Rsa, QSsl::Pem, QSsl::PrivateKey);
+    if (key.isNull()) {
+        logError("Invalid local private key");
+        return false;
+    }
+    logDebug("Valid local PKey");
+    return true;
+}
+
+void SecureConnection::connectSocket()
+{
+    QSslSocket *const socket = sslSocket.get();
+    connect(socket, &QSslSocket::connected, this, &SecureConnection::sslConnected);
+    connect(socket, &QSslSocket::disconnected, this, &SecureConnection::sslDisconnected);
+    connect(socket, &QSslSocket::encrypted, this, &SecureConnection::sslEncrypted);
+    connect(socket, &QSslSocket::peerVerifyError, this, &SecureConnection::peerVerifyError);
+    connect(socket, &QSslSocket::errorOccurred, this, &SecureConnection::socketError);
+    connect(socket, &QSslSocket::sslErrors, this, [](const QList<QSslError> &errors) {
+        logError("Request got %1 ssl error(s)", errors.size());
+        logSslErrors(errors);
+    });
+    socket->setSslConfiguration(sslConfiguration);
+}
+
+void SecureConnection::tryConnection(const QUrl &url)
+{
+    const QString host = url.host();
+    const int port = url.port(httpsPort);
+    logDebug("Try to connect to host with HTTPS/SSL (%1:%2)", host, port);
+    sslSocket->setPeerVerifyName(host);
+    sslSocket->connectToHost(host, static_cast<quint16>(port));
+    if (sslSocket->waitForConnected(connectionLimitMs)) {
+        logInfo("Connected to '%1' with local certificate", host);
+    } else {
+        logError("Could not connect to '%1' with local certificate (%2)", host, sslSocket->errorString());
+    }
+    sslSocket->startClientEncryption();
+    if (sslSocket->waitForEncrypted(connectionLimitMs)) {
+        logInfo("Encrypt connection to '%1'", host);
+        return;
+    }
+    logError("Could not encrypt connection to '%1' (%2)", host, sslSocket->errorString());
+    logDebug("Host certificate: %1", QString::fromLatin1(sslSocket->peerCertificate().toPem()));
+}
+
+void SecureConnection::sslConnected()
+{
+    logDebug("Ssl connection Ok");
+}
+
+void SecureConnection::sslDisconnected()
+{
+    logDebug("Ssl disconnection Ok");
+}
+
+void SecureConnection::sslEncrypted()
+{
+    logDebug("Ssl encrypted Ok");
+}
+
+void SecureConnection::peerVerifyError(const QSslError &error)
+{
+    logError("SSL host verify error: %1", error.errorString());
+}
+
+void SecureConnection::socketError(QAbstractSocket::SocketError error)
+{
+    logError("Ssl socket error: %1", static_cast<int>(error));
+}

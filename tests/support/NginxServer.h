@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QTemporaryDir>
+
+/// The repository server of the stand-in device: a real nginx below a temporary directory, with a PKI of its
+/// own.
+class NginxServer
+{
+public:
+    /// `certificate` is the name of the server's certificate in the PKI; empty for plain HTTP.
+    explicit NginxServer(const QString &certificate = {});
+    ~NginxServer();
+
+    NginxServer(const NginxServer &) = delete;
+    NginxServer &operator=(const NginxServer &) = delete;
+
+    /// True when it answers.
+    bool isRunning() const { return running; }
+    QString url() const;
+    QString store(const QString &entry = {}) const { return directory.path() + "/server/store/" + entry; }
+    /// Lines of the access log, their fields separated by a TAB.
+    QStringList accessLog() const;
+
+    /// A file of the PKI that all servers of a test share, made on first use.
+    static QString pki(const QString &name);
+    /// Install the stand-in for the device's tool below a device root, naming these files.
+    static void installTool(const QString &deviceRoot, const QString &certificate = "device.pem",
+                            const QString &key = "device.key", const QString &authorities = "ca.pem",
+                            const QString &status = "SECURED");
+
+private:
+    QTemporaryDir directory;
+    QProcess process;
+    quint16 port = 0;
+    bool secure;
+    bool running = false;
+};

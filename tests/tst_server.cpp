@@ -1,0 +1,265 @@
+#include "tests/support/NginxServer.h"
+#include "tests/support/StoreServer.h"
+#include "tests/support/TestDevice.h"
+
+#include <QDir>
+#include <QTest>
+
+/// The service with its repository on a server.
+class tst_server : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<TestDevice> device;
+
+    void addModule()
+    {
+        device->addModule("A",
+                          "<databases><database name='d'/></databases><files><file>f</file><file>odd</file>"
+                          "<file zip='true'>conf/logs</file></files>");
+        device->sql("A", "d", "CREATE TABLE t(v); INSERT INTO t VALUES('saved')");
+        device->writeData("A", "f", "saved");
+        device->writeData("A", "odd/ü #1?%41.jpg", "saved");
+        device->writeData("A", "conf/logs/x", "saved");
+    }
+
+    void change(const QByteArray &text) const
+    {
+        device->sql("A", "d", QString("UPDATE t SET v='%1'").arg(QString::fromUtf8(text)));
+        for (const char *item : {"f", "odd/ü #1?%41.jpg", "conf/logs/x"}) {
+            device->writeData("A", item, text);
+        }
+    }
+
+    bool holds(const QByteArray &text) const
+    {
+        return device->sql("A", "d", "SELECT v FROM t") == text + "\n" &&
+               device->read("data/VYXApplication/A/f") == text &&
+               device->read("data/VYXApplication/A/odd/ü #1?%41.jpg") == text &&
+               device->read("data/VYXApplication/A/conf/logs/x") == text;
+    }
+
+    /// Run an operation while events of this process, and so its servers, go on.
+    QVariant run(const QString &method) const
+    {
+        device->markLog();
+        QDBusPendingCall call = device->callLater(method);
+        TestDevice::waitUntil([&] { return call.isFinished(); }, 120000);
+        return call.reply().arguments().value(0);
+    }
+
+    bool start(const QString &url)
+    {
+        device->writeSettings("2", url);
+        return device->startManagers() && device->startService("FastPauseService");
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        device = std::make_unique<TestDevice>();
+        addModule();
+    }
+    void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
+
+    void secureStory()
+    {
+        const NginxServer server("server");
+        QVERIFY(server.isRunning());
+        QFile::remove(device->path("data/dev_mode"));
+        NginxServer::installTool(device->path(""));
+        QVERIFY(start(server.url()));
+        QVERIFY(device->hasLogged("info VYXSaveRestore: Encrypt connection to 'localhost'"));
+        QVERIFY(run("startSaveOnRepository").toBool());
+        QVERIFY(QFile::exists(server.store("odd++ü #1?%41.jpg")));
+        change("later");
+        QVERIFY(run("startSaveOnRepository").toBool());
+        QVERIFY(!device->hasLogged("Error while uploading files"));
+        QVERIFY(run("startSaveOnRepository").toBool());
+        QCOMPARE(device->logged("PUT '").size(), 3); // version file, modules list, checksum file
+        change("damaged");
+        QFile::remove(device->dataPath("A", "d.data"));
+        run("startRestoreFromRepository");
+        QVERIFY(holds("later"));
+        QVERIFY(!device->hasLogged("error VYXSaveRestore: Error ["));
+
+        double lastEnd = 0;
+        for (const QString &line : server.accessLog()) {
+            const QStringList fields = line.split('\t');
+            QVERIFY2(fields.value(5).contains("device 0001"), qPrintable(line));
+            const double end = fields.at(0).toDouble();
+            QVERIFY2(end - fields.at(1).toDouble() >= lastEnd - 0.002, qPrintable(line));
+            lastEnd = end;
+        }
+    }
+
+    void certificates_data()
+    {
+        QTest::addColumn<QString>("server");
+        QTest::addColumn<QString>("certificate");
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QString>("authorities");
+        QTest::addColumn<QString>("status");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("expired device") << "server"
+                                        << "device-expired.pem"
+                                        << "device-expired.key"
+                                        << "ca.pem"
+                                        << "SECURED"
+                                        << "Invalid local certificate (";
+        QTest::newRow("device of the future") << "server"
+                                              << "device-future.pem"
+                                              << "device-future.key"
+                                              << "ca.pem"
+                                              << "SECURED"
+                                              << "Invalid local certificate (";
+        QTest::newRow("missing certificate") << "server"
+                                             << "none.pem"
+                                             << "device.key"
+                                             << "ca.pem"
+                                             << "SECURED"
+                                             << "Could not open Ssl Certificate (";
+        QTest::newRow("key of another kind") << "server"
+                                             << "device.pem"
+                                             << "device-ec.key"
+                                             << "ca.pem"
+                                             << "SECURED"
+                                             << "Invalid local private key";
+        QTest::newRow("missing key") << "server"
+                                     << "device.pem"
+                                     << "none.key"
+                                     << "ca.pem"
+                                     << "SECURED"
+                                     << "Could not open Ssl Certificate PKEY (";
+        QTest::newRow("one expired authority") << "server"
+                                               << "device.pem"
+                                               << "device.key"
+                                               << "ca-mixed.pem"
+                                               << "SECURED"
+                                               << "Invalid CA Certificate";
+        QTest::newRow("foreign device") << "server"
+                                        << "foreign-device.pem"
+                                        << "foreign-device.key"
+                                        << "ca.pem"
+                                        << "SECURED"
+                                        << "Connection to repository failed (";
+        QTest::newRow("foreign server") << "server-foreign"
+                                        << "device.pem"
+                                        << "device.key"
+                                        << "ca.pem"
+                                        << "SECURED"
+                                        << "Request got";
+        QTest::newRow("expired server") << "server-expired"
+                                        << "device.pem"
+                                        << "device.key"
+                                        << "ca.pem"
+                                        << "SECURED"
+                                        << "Request got";
+        QTest::newRow("wrong name") << "server-wrongname"
+                                    << "device.pem"
+                                    << "device.key"
+                                    << "ca.pem"
+                                    << "SECURED"
+                                    << "Request got";
+        QTest::newRow("no trust list") << "server"
+                                       << "device.pem"
+                                       << "device.key"
+                                       << "ca.pem"
+                                       << "NONE"
+                                       << "CTL is not deployed: abort backup operations.";
+    }
+    void certificates()
+    {
+        QFETCH(QString, server);
+        QFETCH(QString, certificate);
+        QFETCH(QString, key);
+        QFETCH(QString, authorities);
+        QFETCH(QString, status);
+        QFETCH(QString, message);
+        const NginxServer nginx(server);
+        QVERIFY(nginx.isRunning());
+        QFile::remove(device->path("data/dev_mode"));
+        NginxServer::installTool(device->path(""), certificate, key, authorities, status);
+        QVERIFY(start(nginx.url()));
+        QVERIFY(!run("startSaveOnRepository").toBool());
+        QVERIFY(device->wholeLog().contains(message));
+        QVERIFY(QDir(nginx.store()).isEmpty());
+        QVERIFY(holds("saved"));
+
+        // With everything in order, the next save sets the connection up anew.
+        if (server == "server") {
+            NginxServer::installTool(device->path(""));
+            QVERIFY(run("startSaveOnRepository").toBool() || certificate == "foreign-device.pem");
+        }
+    }
+
+    void tools_data()
+    {
+        QTest::addColumn<QString>("script");
+        QTest::newRow("missing") << "";
+        QTest::newRow("fails") << "exit 3";
+        QTest::newRow("prints a line feed") << "echo SECURED";
+    }
+    void tools()
+    {
+        QFETCH(QString, script);
+        QFile::remove(device->path("data/dev_mode"));
+        if (!script.isEmpty()) {
+            device->write("usr/bin/getVYXinfo", ("#!/bin/sh\n" + script + "\n").toUtf8());
+            QFile::setPermissions(device->path("usr/bin/getVYXinfo"), QFile::Permissions(0x7755));
+        }
+        QVERIFY(start("https://localhost:1/save"));
+        QVERIFY(!run("startSaveOnRepository").toBool());
+        QVERIFY(device->hasLogged("CTL is not deployed: abort backup operations."));
+    }
+
+    void everyNthRequestFails()
+    {
+        StoreServer store;
+        QVERIFY(start(store.url()));
+        QVERIFY(run("startSaveOnRepository").toBool());
+        QByteArray saved = "saved";
+        for (int nth = 1; nth < 40; nth += nth < 8 ? 1 : 4) {
+            qsizetype first = store.requests.size();
+            store.behaviour = [&](int number, const QString &, const QString &) {
+                const bool hit = (number - first) % nth == 0;
+                return !hit ? StoreServer::Proper : nth % 2 == 0 ? StoreServer::Close : StoreServer::Fail;
+            };
+            saved = "round " + QByteArray::number(nth);
+            change(saved);
+            run("startSaveOnRepository");
+            QVERIFY(holds(saved));
+            store.behaviour = nullptr;
+            QVERIFY(run("startSaveOnRepository").toBool());
+            QVERIFY(store.entries.value("f") == saved);
+
+            change("damaged");
+            first = store.requests.size();
+            store.behaviour = [&](int number, const QString &, const QString &) {
+                return (number - first) % nth == 0 ? StoreServer::Fail : StoreServer::Proper;
+            };
+            run("startRestoreFromRepository");
+            store.behaviour = nullptr;
+            run("startRestoreFromRepository");
+            QVERIFY2(holds(saved), qPrintable(device->wholeLog()));
+        }
+        QCOMPARE(store.entries.keys(),
+                 QStringList({"A++conf++logs.tar.gz", "A++d.dump.gz", "A.cksum", "A.version", "f",
+                              "modules-list.sav", "odd++ü #1?%41.jpg"}));
+        QVERIFY(!store.overlapped);
+    }
+
+    void userInformationIsNotLogged()
+    {
+        StoreServer store;
+        QVERIFY(start(store.url().replace("http://", "http://user:secret@")));
+        QVERIFY(run("startSaveOnRepository").toBool());
+        store.behaviour = [](int, const QString &, const QString &) { return StoreServer::Fail; };
+        QVERIFY(!run("startSaveOnRepository").toBool());
+        QVERIFY(device->hasLogged("Connection to repository failed (http://127.0.0.1"));
+        QVERIFY(!device->wholeLog().contains("secret"));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_server)
+#include "tst_server.moc"

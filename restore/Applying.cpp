@@ -38,74 +38,72 @@ bool isAcceptable(const QString &target, const QString &module)
     return false;
 }
 
-void reportKept(const QString &target)
+bool keep(const QString &target)
 {
     logError("'%1' could not be restored and stays as it was", target);
+    return false;
 }
 
 } // namespace
 
-void VYXSaveRestore::restoreDatabase(const PlannedLine &planned)
+bool VYXSaveRestore::restoreDatabase(const PlannedLine &planned)
 {
     const QString &dump = planned.line.source;
     const QString &target = planned.line.target;
     if (!isAcceptable(target, planned.module)) {
-        return;
+        return false;
     }
     if (!QFile::exists(dump) || !runShellLine(DatabaseDump::checkLine(dump)).succeeded()) {
         logError("Dump '%1' is missing or broken", dump);
-        reportKept(target);
-        return;
+        return keep(target);
     }
     const bool partial = DatabaseRestore::isPartial(dump);
     LiveData live(target, LiveData::Kind::Database);
     if (partial && !live.exists()) {
         logError("Database '%1' does not exist: there is nothing to put the saved rows into", target);
-        return;
+        return false;
     }
     if (!(partial ? live.copyAside() : live.moveAside()) || !DatabaseRestore::load(dump, target)) {
-        reportKept(target);
-        return;
+        return keep(target);
     }
     live.commit();
+    return true;
 }
 
-void VYXSaveRestore::restoreDirectory(const PlannedLine &planned)
+bool VYXSaveRestore::restoreDirectory(const PlannedLine &planned)
 {
     const QString &archive = planned.line.source;
     const QString directory = plannedDirectories.value(archive);
     if (!isAcceptable(directory, planned.module)) {
-        return;
+        return false;
     }
     if (!isArchiveOf(archive, directory)) {
-        reportKept(directory);
-        return;
+        return keep(directory);
     }
     LiveData live(directory, LiveData::Kind::Directory);
     const QStringList arguments = {"-C", "/", "-xzf", archive};
     logDebug("%1", ShellText::commandLine("tar", arguments));
     if (!live.copyAside() || !runCommand("tar", arguments).succeeded() || !QFileInfo(directory).isDir()) {
-        reportKept(directory);
-        return;
+        return keep(directory);
     }
     live.commit();
+    return true;
 }
 
-void VYXSaveRestore::restoreFile(const PlannedLine &planned)
+bool VYXSaveRestore::restoreFile(const PlannedLine &planned)
 {
     const QString &target = planned.line.target;
     if (!isAcceptable(target, planned.module)) {
-        return;
+        return false;
     }
     LiveData live(target, LiveData::Kind::File);
     if (!live.moveAside()) {
-        reportKept(target);
-        return;
+        return keep(target);
     }
     if (!getFileAndWait(planned.line.source, target, true) || !QFileInfo(target).isFile()) {
         logError("Could not fetch '%1' from the repository", planned.line.source);
-        reportKept(target);
-        return;
+        return keep(target);
     }
     live.commit();
+    return true;
 }

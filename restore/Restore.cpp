@@ -31,6 +31,7 @@ void VYXSaveRestore::startRestoreFromRepository()
         return;
     }
     operationGeneration = repositoryGeneration;
+    failedItems = 0;
     cleanRestoreDirectory();
     cleanSaveDirectory();
     if (!getFromRepository()) {
@@ -40,6 +41,10 @@ void VYXSaveRestore::startRestoreFromRepository()
     runRestorePasses();
     if (isRestoreBrokenOff()) {
         return;
+    }
+    if (failedItems > 0) {
+        showFailure("Error while restoring data.",
+                    QString("%1 items could not be restored and stay as they were.").arg(failedItems));
     }
     QString groups;
     for (const QStringList &group : std::as_const(saveGroups)) {
@@ -147,11 +152,11 @@ QList<VYXSaveRestore::PlannedLine> VYXSaveRestore::readDownloadLists(const QStri
 
 void VYXSaveRestore::restoreGroup(const QStringList &group, const QList<PlannedLine> &lines, bool high)
 {
-    const auto forEach = [&](DownloadLine::Kind kind, void (VYXSaveRestore::*restore)(const PlannedLine &)) {
+    const auto forEach = [&](DownloadLine::Kind kind, bool (VYXSaveRestore::*restore)(const PlannedLine &)) {
         for (const PlannedLine &line : lines) {
             if (line.line.kind == kind && !VYXApplication::isEnding() &&
                 operationGeneration == repositoryGeneration) {
-                (this->*restore)(line);
+                failedItems += (this->*restore)(line) ? 0 : 1;
             }
         }
     };

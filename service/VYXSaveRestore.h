@@ -198,9 +198,9 @@ private:
     void runRestorePasses();
     QList<PlannedLine> readDownloadLists(const QStringList &modules, const QString &priorityName);
     void restoreGroup(const QStringList &group, const QList<PlannedLine> &lines, bool high);
-    void restoreDatabase(const PlannedLine &planned);
-    void restoreDirectory(const PlannedLine &planned);
-    void restoreFile(const PlannedLine &planned);
+    bool restoreDatabase(const PlannedLine &planned);
+    bool restoreDirectory(const PlannedLine &planned);
+    bool restoreFile(const PlannedLine &planned);
     bool checkVersions(QList<Migration> &migrations);
     void startMigrations(const QStringList &modules, const QList<Migration> &migrations);
 
@@ -228,6 +228,7 @@ private:
     int uncountedSends = 0;       ///< sends under way that `pendingOperations` leaves out
     int repositoryGeneration = 0; ///< changes whenever `repository` stands for another place
     int operationGeneration = 0;  ///< the generation with which the running restore began
+    int failedItems = 0;          ///< items that the running restore could not put back
     QMap<QString, QString> plannedDirectories; ///< fetched archive to the directory that it is unpacked into
     std::chrono::milliseconds pausePollPeriod = std::chrono::milliseconds(500);
 };

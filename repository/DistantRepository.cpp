@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr qint64 readBuffer = 1024 * 1024;
+constexpr qint64 readBuffer = qint64{1024} * 1024;
 constexpr auto checkLimit = 120s;
 
 /// Why a finished reply is no success; empty when it is one. After a time-out the status may still say 200.

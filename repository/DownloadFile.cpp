@@ -13,7 +13,7 @@ bool DownloadFile::open(const QString &path)
 
 void DownloadFile::take(QIODevice &source)
 {
-    constexpr qint64 portion = 256 * 1024;
+    constexpr qint64 portion = qint64{256} * 1024;
     while (file && source.bytesAvailable() > 0) {
         const QByteArray bytes = source.read(portion);
         if (bytes.isEmpty()) {

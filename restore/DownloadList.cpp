@@ -48,8 +48,7 @@ std::optional<DownloadLine> DownloadLine::parse(const QString &line)
 {
     const QStringList fields = line.split(' ');
     DownloadLine parsed;
-    const auto names = kindNames();
-    const QList<Kind> kinds = names.keys(fields.first());
+    const QList<Kind> kinds = kindNames().keys(fields.first());
     if (kinds.isEmpty() || fields.size() != (kinds.first() == Directory ? 3 : 4)) {
         return std::nullopt;
     }

@@ -39,6 +39,7 @@ bool VYXSaveRestore::stopModules(const QStringList &group, bool save)
         logDebug("%1: %2", module, pid);
         pausedModules.insert(module, {pid, false});
         pids.insert(module, pid);
+        askedModules.insert(module);
     }
     PauseRecord::write(pids);
     VYXEvent event("stop_save_restore");
@@ -88,7 +89,10 @@ void VYXSaveRestore::moduleStopForSaveRestore(VYXEvent evt)
 {
     const QString module = evt.getArgument("ModuleName").toString();
     logDebug("Module '%1' said it is ready for Save/Restore", module);
-    pausedModules[module].ready = true;
+    // Whoever was asked for an earlier group may be heard only now; it is no unknown module.
+    if (pausedModules.contains(module) || !askedModules.contains(module)) {
+        pausedModules[module].ready = true;
+    }
     if (!pausing) {
         resumeLateModule(module, processIdOf(module), lateResumeTries);
     }

@@ -13,6 +13,7 @@
 
 #include <QList>
 #include <QMap>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -225,6 +226,7 @@ private:
     bool operationRunning = false;
     bool stagingFailed = false;   ///< what was staged is not whole and must not replace what is saved
     bool pausing = false;         ///< modules are being paused or are paused
+    QSet<QString> askedModules;   ///< modules that were ever asked to pause
     int uncountedSends = 0;       ///< sends under way that `pendingOperations` leaves out
     int repositoryGeneration = 0; ///< changes whenever `repository` stands for another place
     int operationGeneration = 0;  ///< the generation with which the running restore began

@@ -22,7 +22,7 @@ void handleSignal(int)
 
 } // namespace
 
-VYXApplication::VYXApplication(int &argc, char **argv) : QCoreApplication(argc, argv), notifier(nullptr)
+VYXApplication::VYXApplication(int &argc, char **argv) : QCoreApplication(argc, argv)
 {
     if (pipe2(wakePipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
         qFatal("no pipe for signals");

@@ -31,5 +31,5 @@ Q_SIGNALS:
 private:
     void endRequested();
 
-    QSocketNotifier *notifier;
+    QSocketNotifier *notifier = nullptr;
 };

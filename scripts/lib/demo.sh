@@ -12,8 +12,11 @@ build() {
     fi
 }
 
-start_device() {
+lay_out_device() {
     device/make-device "$root" "$programs" || die "the device could not be laid out"
+}
+
+start_device() {
     start_bus || die "the bus does not start"
     local module
     for module in ApplicationManager SettingsManager Scheduler; do
@@ -84,20 +87,28 @@ service_log() {
     sed -n "$log_start,\$p" "$root/log/VYXSaveRestore.log"
 }
 
-show_pauses() {
-    local number names paused
-    echo
-    echo "   How long the modules of each save group were paused (seen in /proc):"
+# One line for each save group: number, modules, and how long they were paused.
+list_group_pauses() {
+    local number names
     while IFS=$'\t' read -r number names; do
-        paused=$(list_pauses | awk -F '\t' -v names=" $names " '
+        printf '%s\t%s\t' "$number" "$names"
+        list_pauses | awk -F '\t' -v names=" $names " '
             index(names, " " $1 " ") {
                 if (first == "" || $3 < first) first = $3
                 if ($3 + $2 > last) last = $3 + $2
                 count++
             }
-            END { printf "%4d ms, %d of its modules", last - first, count }')
-        printf '      %s %s: %s\n' "$number" "$(pad "$names" 32)" "$paused"
+            END { printf "%4d ms, %d of its modules\n", last - first, count }'
     done < <(sed -nE 's/.*: Save group (#[0-9]+): (.*)/\1\t\2/p' "$root/log/VYXSaveRestore.log")
+}
+
+show_pauses() {
+    local number names paused
+    echo
+    echo "   How long the modules of each save group were paused (seen in /proc):"
+    while IFS=$'\t' read -r number names paused; do
+        printf '      %s %s: %s\n' "$number" "$(pad "$names" 32)" "$paused"
+    done < <(list_group_pauses)
 }
 
 count_lines() {
@@ -187,7 +198,8 @@ removed_exactly() {
 }
 
 show_tally() {
-    echo "   Every entry compared with the live data again, and every entry that was written: $checks checks so far, $failures failed."
+    local what=${1:-Every entry compared with the live data again, and every entry that was written}
+    echo "   $what: $checks checks so far, $failures failed."
 }
 
 show_commands() {
@@ -196,9 +208,9 @@ show_commands() {
         'startSaveOnRepository' 'startSaveOnRepository i 1' 'startRestoreFromRepository' 'resetToDefault'
         'resetToFactory' 'setSaveRestoreHighPriority b true' 'setSaveRestoreNormalPriority b true'
         'setSaveRestoreLowPriority b true' 'setSaveRestorePriority bbb true true true'
-        'setSaveFrequency iibb 3 0 false true' "setRepositoryUrl s $repository" 'setSaveRestoreLevel i 2'
+        'setSaveFrequency iibb 3 0 false true' "setRepositoryUrl s $repository_url" 'setSaveRestoreLevel i 2'
         'setSaveRestoreSchedule ibb 3 false true' 'printRestorableFiles' 'printSettings'
-        "repositoryUrlChanged '$setting' SaveRestoreUrl $repository $rest"
+        "repositoryUrlChanged '$setting' SaveRestoreUrl $repository_url $rest"
         "saveRestoreLevelChanged '$setting' SaveRestoreLevel 2 $rest"
         "saveRestoreScheduleChanged '$setting' SaveRestoreSchedule 3 $rest"
         "saveRestoreScheduleTypeChanged '$setting' SaveRestoreScheduleType 2 $rest"
@@ -216,5 +228,5 @@ show_commands() {
     echo
     echo "   To end it all and remove its data:"
     echo
-    echo "kill ${process[VYXSaveRestore]} ${process[ApplicationManager]} ${process[SettingsManager]} ${process[Scheduler]}; sleep 4; kill ${process[bus]}; rm -rf $root"
+    echo "kill ${process[server]:-} ${process[VYXSaveRestore]} ${process[ApplicationManager]} ${process[SettingsManager]} ${process[Scheduler]}; sleep 4; kill ${process[bus]}; rm -rf $root"
 }

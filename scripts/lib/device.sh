@@ -9,7 +9,13 @@ start_bus() {
     export VYX_DEVICE_ROOT=$root VYX_LOG_LEVEL=7
     start_program bus dbus-daemon --config-file=device/bus.conf \
         "--address=$DBUS_SYSTEM_BUS_ADDRESS" --nofork
-    wait_until 10 test -S "$root/bus"
+    wait_until 10 bus_answers
+}
+
+# The socket exists a moment before the bus listens on it.
+bus_answers() {
+    busctl "--address=$DBUS_SYSTEM_BUS_ADDRESS" --timeout=5 call org.freedesktop.DBus /org/freedesktop/DBus \
+        org.freedesktop.DBus GetId >/dev/null 2>&1
 }
 
 # In a session of its own, so that neither Ctrl-C nor the end of the terminal reaches it.
@@ -74,7 +80,7 @@ stop_process() {
 
 stop_device() {
     local name
-    for name in VYXSaveRestore ApplicationManager SettingsManager Scheduler bus; do
+    for name in VYXSaveRestore ApplicationManager SettingsManager Scheduler server bus; do
         stop_process "$name"
     done
 }

@@ -1,6 +1,5 @@
 #include "device/scheduler/ScheduleMatcher.h"
 #include "device/scheduler/TaskStore.h"
-#include "device/settings/SettingsStore.h"
 
 #include <QTemporaryDir>
 #include <QTest>
@@ -66,23 +65,6 @@ private Q_SLOTS:
         QCOMPARE(store.add(task), 3);
         QVERIFY(store.removeByModule("M"));
         QCOMPARE(store.add(task), 4);
-    }
-
-    void settingsStayOnDisk()
-    {
-        const QTemporaryDir directory;
-        const QString path = directory.filePath("settings");
-        {
-            SettingsStore store(path);
-            QVERIFY(store.load());
-            QVERIFY(store.setValue("Url", "http://x/?a=b=c ü"));
-            QVERIFY(!SettingsStore::isStorable("Url", "two\nlines"));
-            QVERIFY(!SettingsStore::isStorable("a=b", "x"));
-        }
-        SettingsStore store(path);
-        QVERIFY(store.load());
-        QCOMPARE(store.value("Url").value_or(""), "http://x/?a=b=c ü");
-        QVERIFY(!store.value("Missing"));
     }
 };
 

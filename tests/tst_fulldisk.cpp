@@ -119,24 +119,6 @@ private Q_SLOTS:
         QCOMPARE(digest("dir/x"), member);
     }
 
-    void saveIntoAFullRepository()
-    {
-        const QByteArray before = device->entry("A++dir.tar.gz");
-        device->writeData("A", "f", QByteArray(400000, 'n'));
-        device->sql("A", "d", "INSERT INTO t SELECT v || v FROM t");
-        fill("media/repository");
-        device->markLog();
-        QVERIFY(device->save());
-        QVERIFY(device->hasLogged("Error while uploading files"));
-        QCOMPARE(device->entry("A++dir.tar.gz"), before);
-        empty("media/repository");
-        device->markLog();
-        QVERIFY(device->save());
-        QVERIFY(!device->hasLogged("Error while uploading files"));
-        QCOMPARE(device->entry("f"), QByteArray(400000, 'n'));
-        QCOMPARE(device->savedLines("A").size(), 3);
-    }
-
     void stageOntoAFullDisk()
     {
         const QStringList before = device->entries();

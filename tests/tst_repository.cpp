@@ -222,30 +222,6 @@ private Q_SLOTS:
         QVERIFY(store().isEmpty());
     }
 
-    void directoryFailures()
-    {
-        const QString back = file("back");
-        QVERIFY(!repository->getFileFromRepository("missing", back));
-        QCOMPARE(takeSignals(), QStringList({"ready", "all"}));
-        QVERIFY(!QFile::exists(back));
-        QVERIFY(!repository->sendFileToRepository(local->filePath("missing"), ""));
-        QCOMPARE(takeSignals(), QStringList({"all", "one"}));
-        QVERIFY(repository->removeFileFromRepository("never there"));
-        QCOMPARE(takeSignals(), QStringList({"ready"}));
-        QCOMPARE(repository->getErrorStatus(), RequestSucceeded);
-    }
-
-    void lists()
-    {
-        QVERIFY(repository->sendFilesToRepository(QStringList()));
-        const QStringList files = {file("a"), local->filePath("missing"), file("b")};
-        QVERIFY(!repository->sendFilesToRepository(files, "p"));
-        QCOMPARE(QDir(place->path()).entryList(QDir::Files), QStringList{"p++a"});
-        QVERIFY(repository->sendFilesToRepository({file("a"), file("b")}, "p"));
-        QVERIFY(repository->removeFilesFromRepository({"a", "b"}, "p"));
-        QVERIFY(QDir(place->path()).isEmpty());
-    }
-
     void notInitialised()
     {
         LocalRepository nowhere(QString("/no such directory"));

@@ -191,31 +191,23 @@ private Q_SLOTS:
         QTest::addColumn<QString>("fault"); // run in the repository
         QTest::addColumn<QString>("item");  // that stays as damaged
         QTest::addColumn<QString>("message");
-        QTest::newRow("dump missing") << "rm A++whole.dump.gz"
-                                      << "whole"
-                                      << "Could not fetch 'A++whole.dump.gz' from the repository";
-        QTest::newRow("dump truncated") << "head -c 60 A++whole.dump.gz > x; mv x A++whole.dump.gz"
-                                        << "whole"
-                                        << "is missing or broken";
-        QTest::newRow("dump without its end")
-            << "zcat A++whole.dump.gz | grep -v COMMIT | gzip > x; mv x A++whole.dump.gz"
-            << "whole"
-            << "is missing or broken";
-        QTest::newRow("dump is no SQL") << "(echo hello; echo 'COMMIT;') | gzip > A++whole.dump.gz"
-                                        << "whole"
-                                        << "could not be loaded";
-        QTest::newRow("archive missing") << "rm A++a++zipped.tar.gz"
-                                         << "a/zipped/y"
-                                         << "Could not fetch 'A++a++zipped.tar.gz'";
-        QTest::newRow("archive truncated") << "head -c 60 A++a++zipped.tar.gz > x; mv x A++a++zipped.tar.gz"
-                                           << "a/zipped/y"
-                                           << "is missing or broken";
-        QTest::newRow("archive leads out") << "tar -czf A++a++zipped.tar.gz A.version"
-                                           << "a/zipped/y"
-                                           << "is refused: it leads out of";
-        QTest::newRow("file missing") << "rm f.txt"
-                                      << "f.txt"
-                                      << "Could not fetch 'f.txt' from the repository";
+        const auto row = [](const char *name, const QString &fault, const QString &item,
+                            const QString &message) { QTest::newRow(name) << fault << item << message; };
+        const QString broken = "is missing or broken";
+        const QString cutOff = "head -c 60 %1 > x; mv x %1";
+        row("dump missing", "rm A++whole.dump.gz", "whole",
+            "Could not fetch 'A++whole.dump.gz' from the repository");
+        row("dump truncated", cutOff.arg("A++whole.dump.gz"), "whole", broken);
+        row("dump without its end",
+            "zcat A++whole.dump.gz | grep -v COMMIT | gzip > x; mv x A++whole.dump.gz", "whole", broken);
+        row("dump is no SQL", "(echo hello; echo 'COMMIT;') | gzip > A++whole.dump.gz", "whole",
+            "could not be loaded");
+        row("archive missing", "rm A++a++zipped.tar.gz", "a/zipped/y",
+            "Could not fetch 'A++a++zipped.tar.gz'");
+        row("archive truncated", cutOff.arg("A++a++zipped.tar.gz"), "a/zipped/y", broken);
+        row("archive leads out", "tar -czf A++a++zipped.tar.gz A.version", "a/zipped/y",
+            "is refused: it leads out of");
+        row("file missing", "rm f.txt", "f.txt", "Could not fetch 'f.txt' from the repository");
     }
     void faultyRepositories()
     {

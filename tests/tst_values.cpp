@@ -56,63 +56,36 @@ private Q_SLOTS:
         QCOMPARE(shellOutput(ShellText::printQuotedCommand(value)), value + "\n");
     }
 
-    void digests_data()
-    {
-        QTest::addColumn<QByteArray>("output");
-        QTest::addColumn<QString>("digest");
-        const QByteArray hex = "d41d8cd98f00b204e9800998ecf8427e";
-        QTest::newRow("usual") << "MD5(/x)= " + hex + "\n" << QString(hex);
-        QTest::newRow("separator in the name") << "MD5(/a= b)= " + hex << QString(hex);
-        QTest::newRow("no separator") << QByteArray("unable to open") << "";
-        QTest::newRow("short") << QByteArray("MD5(/x)= d41d8c") << "";
-        QTest::newRow("empty") << QByteArray() << "";
-        QTest::newRow("not hexadecimal") << QByteArray("MD5(/x)= zzzz8cd98f00b204e9800998ecf8427e") << "";
-    }
     void digests()
     {
-        QFETCH(QByteArray, output);
-        QTEST(digestFromOutput(output), "digest");
-    }
-
-    void itemPaths_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("path");
-        QTest::newRow("plain") << "a/b"
-                               << "a/b";
-        QTest::newRow("slashes") << "a//b///"
-                                 << "a/b";
-        QTest::newRow("dots in a name") << "a..b/..c"
-                                        << "a..b/..c";
-        QTest::newRow("own directory") << "./a"
-                                       << "a";
-        for (const char *refused :
-             {"/etc/passwd", "../x", "a/../../x", "a/..", "", ".", "//", "a\tb", "a\nb"}) {
-            QTest::newRow(refused) << refused << "";
+        const QByteArray hex = "d41d8cd98f00b204e9800998ecf8427e";
+        QCOMPARE(digestFromOutput("MD5(/x)= " + hex + "\n"), QString(hex));
+        QCOMPARE(digestFromOutput("MD5(/a= b)= " + hex), QString(hex));
+        for (const char *output :
+             {"unable to open", "MD5(/x)= d41d8c", "", "MD5(/x)= zzzz8cd98f00b204e9800998ecf8427e"}) {
+            QCOMPARE(digestFromOutput(output), QString());
         }
     }
+
     void itemPaths()
     {
-        QFETCH(QString, text);
-        QTEST(ItemNames::normalizedItemPath(text), "path");
+        QCOMPARE(ItemNames::normalizedItemPath("a//b///"), "a/b");
+        QCOMPARE(ItemNames::normalizedItemPath("./a..b/..c"), "a..b/..c");
+        for (const char *refused :
+             {"/etc/passwd", "../x", "a/../../x", "a/..", "", ".", "//", "a\tb", "a\nb"}) {
+            QCOMPARE(ItemNames::normalizedItemPath(refused), QString());
+        }
     }
 
-    void artefactsAndKeys_data()
-    {
-        QTest::addColumn<QString>("artefact");
-        QTest::addColumn<QString>("key");
-        QTest::newRow("database") << ItemNames::stagedDump("m", "d") << ItemNames::databaseKey("m", "d");
-        QTest::newRow("directory") << ItemNames::stagedArchive("m", "conf/logs") + ".gz"
-                                   << ItemNames::archiveKey("m", "conf/logs");
-        QTest::newRow("odd") << ItemNames::stagedArchive("m", "Ålbum (1)") + ".gz"
-                             << ItemNames::archiveKey("m", "Ålbum (1)");
-    }
     void artefactsAndKeys()
     {
-        QFETCH(QString, artefact);
-        QFETCH(QString, key);
-        QCOMPARE(ItemNames::keyOfArtefact(artefact), key);
-        QCOMPARE(ItemNames::artefactOfKey(key), artefact);
+        QCOMPARE(ItemNames::databaseKey("m", "d"), "m/d.data");
+        QCOMPARE(ItemNames::stagedDump("m", "d"), "m++d.dump.gz");
+        for (const char *directory : {"logs", "conf/logs", "Ålbum (1)"}) {
+            const QString key = ItemNames::archiveKey("m", directory);
+            QCOMPARE(ItemNames::artefactOfKey(key), ItemNames::stagedArchive("m", directory) + ".gz");
+            QCOMPARE(ItemNames::keyOfArtefact(ItemNames::artefactOfKey(key)), key);
+        }
     }
 
     void plainFileEntries()
@@ -147,20 +120,12 @@ private Q_SLOTS:
         QCOMPARE(entries.names().size(), 11);
     }
 
-    void checksumLines_data()
-    {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<int>("count");
-        QTest::newRow("two") << QByteArray("a\t1\tfile\nb\t2\n") << 2;
-        QTest::newRow("a single field ends the file") << QByteArray("a\t1\nb\nc\t3\n") << 1;
-        QTest::newRow("an empty line ends the file") << QByteArray("a\t1\n\nc\t3\n") << 1;
-        QTest::newRow("no last line feed") << QByteArray("a\t1\nb\t2") << 2;
-        QTest::newRow("empty digest") << QByteArray("a\t\tfile\thigh\n") << 1;
-    }
     void checksumLines()
     {
-        QFETCH(QByteArray, text);
-        QTEST(int(parseChecksumLines(text).size()), "count");
+        QCOMPARE(lines("a\t1\tfile\nb\t2\n").size(), 2);
+        QCOMPARE(lines("a\t1\nb\nc\t3\n").size(), 1);
+        QCOMPARE(lines("a\t1\n\nc\t3\n").size(), 1);
+        QCOMPARE(lines("a\t\tfile\thigh\nb\t2").size(), 2);
     }
 
     void comparison()
@@ -250,20 +215,12 @@ private Q_SLOTS:
         QTEST(scheduledHours(hour, frequency, now).value_or(QList<int>()), "hours");
     }
 
-    void processIds_data()
-    {
-        QTest::addColumn<QString>("pid");
-        QTest::addColumn<bool>("valid");
-        QTest::newRow("empty") << QString() << false;
-        for (const char *pid : {"0", "1", "-5", "abc", "12 34", "99999999999"}) {
-            QTest::newRow(pid) << pid << false;
-        }
-        QTest::newRow("2") << "2" << true;
-    }
     void processIds()
     {
-        QFETCH(QString, pid);
-        QTEST(isProcessId(pid), "valid");
+        for (const char *pid : {"", "0", "1", "-5", "abc", "12 34", "99999999999"}) {
+            QVERIFY2(!isProcessId(pid), pid);
+        }
+        QVERIFY(isProcessId("2"));
         QCOMPARE(stateOfStatLine("12 (a b) T 1"), "b)");
         QCOMPARE(stateOfStatLine("12 (ab)"), "");
         QVERIFY(isPausedState("t") && isPausedState("T") && !isPausedState("Z") && !isPausedState(""));

@@ -57,7 +57,6 @@ bool StoreServer::takeRequest(QTcpSocket &socket)
     buffer.remove(0, headEnd + 4 + length);
     const QByteArrayList words = head.split(' ');
     rawHeads << head;
-    rawPaths << words.value(1);
     QString entry = QUrl::fromPercentEncoding(words.value(1)).mid(QString("/save").size());
     answer(socket, QString::fromUtf8(words.first()), entry.remove(0, 1), body);
     return buffers.contains(&socket) && !buffers[&socket].isEmpty();

@@ -39,7 +39,6 @@ public:
 
     QMap<QString, QByteArray> entries;
     QStringList requests;    ///< "METHOD entry" of each request
-    QByteArrayList rawPaths; ///< paths as they were on the wire
     QByteArrayList rawHeads; ///< heads as they were on the wire
     int connections = 0;
     bool overlapped = false; ///< a request came while another was not answered

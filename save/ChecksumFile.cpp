@@ -4,6 +4,13 @@
 
 #include <QSaveFile>
 
+namespace {
+
+/// Some hundred thousand items; what is larger is no checksum file of ours and would only cost memory.
+constexpr qint64 largestChecksumFile = qint64{64} * 1024 * 1024;
+
+} // namespace
+
 ChecksumLine ChecksumLine::file(const QString &key, const QString &digest, bool zip, const QString &priority)
 {
     return ChecksumLine({key, digest, "file", zip ? "true" : "false", priority});
@@ -36,6 +43,10 @@ std::optional<ChecksumLines> readChecksumFile(const QString &path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
+        return std::nullopt;
+    }
+    if (file.size() > largestChecksumFile) {
+        logError("Checksum file (%1) is refused: it is larger than %2 bytes", path, largestChecksumFile);
         return std::nullopt;
     }
     return parseChecksumLines(file.readAll());

@@ -37,7 +37,8 @@ private:
 
 using ChecksumLines = QList<ChecksumLine>;
 
-/// The lines up to the first that has fewer than two fields. Nothing when the file cannot be opened.
+/// The lines up to the first that has fewer than two fields. Nothing when the file cannot be opened or has
+/// more than 64 MiB.
 std::optional<ChecksumLines> readChecksumFile(const QString &path);
 
 /// The lines that a text holds, by the same rule.

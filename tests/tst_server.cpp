@@ -69,7 +69,7 @@ private Q_SLOTS:
         QFile::remove(device->path("data/dev_mode"));
         NginxServer::installTool(device->path(""));
         QVERIFY(start(server.url()));
-        QVERIFY(device->hasLogged("info VYXSaveRestore: Encrypt connection to 'localhost'"));
+        QVERIFY(device->hasLogged("info VYXSaveRestore: Encrypt connection to '127.0.0.1'"));
         QVERIFY(run("startSaveOnRepository").toBool());
         QVERIFY(QFile::exists(server.store("odd++ü #1?%41.jpg")));
         change("later");
@@ -159,7 +159,7 @@ private Q_SLOTS:
             device->write("usr/bin/getVYXinfo", ("#!/bin/sh\n" + script + "\n").toUtf8());
             QFile::setPermissions(device->path("usr/bin/getVYXinfo"), QFile::Permissions(0x7755));
         }
-        QVERIFY(start("https://localhost:1/save"));
+        QVERIFY(start("https://127.0.0.1:1/save"));
         QVERIFY(!run("startSaveOnRepository").toBool());
         QVERIFY(device->hasLogged("CTL is not deployed: abort backup operations."));
     }

@@ -32,7 +32,7 @@ start_server() {
     start_program server device/server/start-server "$root/server" "$port" "$root/pki"
     wait_until 10 port_is_open "$port" || die "the server does not start: $(tail -n 3 "$root/log/server.log")"
     repository=$root/server/store
-    repository_url=https://localhost:$port/save
+    repository_url=https://127.0.0.1:$port/save
     sed -i "s|^SaveRestoreUrl=.*|SaveRestoreUrl=$repository_url|" "$root/etc/VYXApplication/settings.conf"
     rm "$root/data/dev_mode"
     echo "The repository is $repository_url; developer mode is off."

@@ -63,7 +63,7 @@ NginxServer::~NginxServer()
 
 QString NginxServer::url() const
 {
-    return QString("%1://localhost:%2/save").arg(secure ? "https" : "http", QString::number(port));
+    return QString("%1://127.0.0.1:%2/save").arg(secure ? "https" : "http", QString::number(port));
 }
 
 QStringList NginxServer::accessLog() const

@@ -184,6 +184,10 @@ bool TestDevice::startManagers()
 
 bool TestDevice::startService(const QString &program)
 {
+    // The bus may still know the name of a service that was killed a moment ago.
+    waitUntil([this] {
+        return !bus().interface()->isServiceRegistered(VYXModule::busName("VYXSaveRestore")).value();
+    });
     serviceProcess = launch(QString(PROGRAMS) + "/" + program, {}, "service.log");
     return waitForName("VYXSaveRestore");
 }

@@ -10,8 +10,6 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <algorithm>
-
 namespace {
 
 QString fetched(const QString &name)

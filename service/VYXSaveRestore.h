@@ -114,7 +114,6 @@ private:
     // service: life cycle, settings, schedule, choice of repository
     static void createWorkingDirectory(const QString &path, const char *warning);
     static void createWorkingDirectories();
-    void publishCapability();
     Capability computedCapability();
     bool hasRepositoryUrl();
     void readSettings();

@@ -13,6 +13,7 @@
 namespace {
 
 std::atomic<bool> ending = false;
+std::atomic<int> status = EXIT_SUCCESS;
 std::array<int, 2> wakePipe = {-1, -1};
 
 void handleSignal(int)
@@ -49,9 +50,12 @@ bool VYXApplication::isEnding()
     return ending;
 }
 
-void VYXApplication::requestEnd()
+void VYXApplication::requestEnd(int exitStatus)
 {
     const int savedError = errno;
+    if (!ending) {
+        status = exitStatus;
+    }
     ending = true;
     const char byte = 0;
     [[maybe_unused]] const ssize_t written = write(wakePipe[1], &byte, 1);
@@ -62,5 +66,5 @@ void VYXApplication::endRequested()
 {
     notifier->setEnabled(false);
     Q_EMIT aboutToStop();
-    QCoreApplication::exit(EXIT_SUCCESS);
+    QCoreApplication::exit(status);
 }

@@ -22,8 +22,9 @@ public:
     /// True once the process was asked to end; stays true.
     static bool isEnding();
 
-    /// Ask the process to end, as the signals do. Safe in a signal handler.
-    static void requestEnd();
+    /// Ask the process to end, as the signals do; the first exit status that is given counts. Safe in a
+    /// signal handler.
+    static void requestEnd(int exitStatus = 0);
 
 Q_SIGNALS:
     void aboutToStop();

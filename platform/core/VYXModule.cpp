@@ -10,6 +10,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <unistd.h>
 #include <utility>
 
@@ -69,6 +70,11 @@ void VYXModule::start()
         fail("no connection to the system bus: " + QDBusConnection::systemBus().lastError().message());
         return;
     }
+    if (isNameTaken()) {
+        fail("the bus name " + busName(moduleName) + " is taken");
+        return;
+    }
+    watchBus();
     answerDataRequests();
     if (!runLifeCycle()) {
         fail("module '" + moduleName + "' could not start");
@@ -76,6 +82,26 @@ void VYXModule::start()
     }
     if (!VYXApplication::isEnding() && !takeBusName()) {
         fail("could not take the bus name " + busName(moduleName));
+    }
+}
+
+bool VYXModule::isNameTaken() const
+{
+    return QDBusConnection::systemBus().interface()->isServiceRegistered(busName(moduleName));
+}
+
+void VYXModule::watchBus()
+{
+    // The bus library itself sends this signal, to this process alone.
+    QDBusConnection::systemBus().connect({}, "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
+                                         "Disconnected", this, SLOT(endWithoutBus()));
+}
+
+void VYXModule::endWithoutBus()
+{
+    if (!VYXApplication::isEnding()) {
+        logError("The connection to the system bus is lost: ending");
+        VYXApplication::requestEnd(EXIT_FAILURE);
     }
 }
 

@@ -18,8 +18,9 @@
 /// Module M owns the bus name "com.corvane.Pelorin.M" and serves the object "/com/corvane/Pelorin/M"; its
 /// methods are on the interface "com.corvane.Pelorin.VYXInterface". Once the event loop runs, the base calls
 /// `Check`, `Deploy`, `Init` and `Run`, then takes the name: who owns the name is ready. Without a bus, with
-/// a name that is taken, or when one of the four returns false, one line on standard error says so and the
-/// process ends with status 1. When the process is asked to end, `Stop` is called.
+/// a name that is taken (seen before `Check`), or when one of the four returns false, one line on standard
+/// error says so and the process ends with status 1. When the process is asked to end, `Stop` is called; so
+/// it is when the bus goes away, and the status is 1.
 class VYXModule : public QObject, public QDBusContext
 {
     Q_OBJECT
@@ -98,8 +99,13 @@ protected:
     /// Wait until what was sent so far has left the process.
     void flushBus();
 
+private Q_SLOTS:
+    void endWithoutBus();
+
 private:
     void start();
+    bool isNameTaken() const;
+    void watchBus();
     void stop();
     bool runLifeCycle();
     bool takeBusName();

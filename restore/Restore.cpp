@@ -34,7 +34,7 @@ void VYXSaveRestore::startRestoreFromRepository()
     failedItems = 0;
     cleanRestoreDirectory();
     cleanSaveDirectory();
-    if (!getFromRepository()) {
+    if (!getFromRepository() && !VYXApplication::isEnding()) {
         logError("Error when downloading data from repository: Aborting restore operations");
         return;
     }

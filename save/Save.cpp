@@ -105,16 +105,16 @@ bool VYXSaveRestore::runSavePasses()
 {
     if (highPriority) {
         logDebug("Start saving High Priority data");
-        if (!startSaveOnRepositoryForPriority(RestorableObject::high)) {
+        if (!startSaveOnRepositoryForPriority(RestorableObject::high) && !VYXApplication::isEnding()) {
             logError("Saving High Priority data failed: aborting save/restore");
             return false;
         }
     }
-    if (normalPriority) {
+    if (normalPriority && !VYXApplication::isEnding()) {
         logDebug("Start saving Normal Priority data");
         startSaveOnRepositoryForPriority(RestorableObject::normal);
     }
-    if (lowPriority) {
+    if (lowPriority && !VYXApplication::isEnding()) {
         logDebug("Start saving Low Priority data");
         startSaveOnRepositoryForPriority(RestorableObject::low);
     }

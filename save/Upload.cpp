@@ -291,7 +291,7 @@ QString VYXSaveRestore::plainFileSource(UploadRun &run, const QString &module, c
         return DevicePaths::moduleData(module) + "/" + line.key();
     }
     const QString directory = temporaryDirectory("moved/" + module + "/" + line.key().section('/', 0, -2));
-    const QString path = directory + "/" + line.key().section('/', -1);
+    QString path = directory + "/" + line.key().section('/', -1);
     getFileAndWait(run.previous->entry(module, line).text(), path, true);
     return path;
 }

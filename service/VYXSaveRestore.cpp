@@ -172,13 +172,3 @@ void VYXSaveRestore::showFailure(const QString &text, const QString &detail)
 {
     showPopup(text, 4, -1, {}, detail, {}, {});
 }
-
-void VYXSaveRestore::moduleResetDone(VYXEvent evt)
-{
-    const QString module = evt.getArgument("ModuleName").toString();
-    logDebug("Module '%1' has reset its data", module);
-    resetModules.insert(module, true);
-    if (evt.getArgument("NeedReboot").toBool()) {
-        resetNeedsReboot = true;
-    }
-}

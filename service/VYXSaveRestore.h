@@ -44,6 +44,13 @@ public:
     /// Time between two looks at the modules that were asked to pause (500 ms).
     void setPausePollPeriod(std::chrono::milliseconds period) { pausePollPeriod = period; }
 
+    /// How long a reset to default (20 s) and one to factory (120 s) wait for the modules' reports.
+    void setResetLimits(std::chrono::milliseconds toDefault, std::chrono::milliseconds toFactory)
+    {
+        defaultResetLimit = toDefault;
+        factoryResetLimit = toFactory;
+    }
+
 Q_SIGNALS:
     void start_priority_save(RestorableObject::RestorablePriority priority);
     void start_post_on_repository();
@@ -57,6 +64,11 @@ public Q_SLOTS:
     void startSaveOnRepository(int taskId);
     /// Run a restore; what came of it is told by the log, pop-ups and the event "restore_finished".
     void startRestoreFromRepository();
+    /// Reset all modules' data to their default state; true when a module asks for a reboot, false also when
+    /// the reset was refused. Modules that do not report in time are named in the log.
+    bool resetToDefault();
+    /// Reset all modules' data to their factory state, then have the ApplicationManager stop the modules.
+    void resetToFactory();
     /// Choose the repository by its URL; false for an empty one.
     bool setRepositoryUrl(QString url);
     /// 0 none, 1 mandatory, 2 all; any other level acts as none.
@@ -80,7 +92,7 @@ public Q_SLOTS:
     UpdateReport saveRestoreScheduleValidation(Setting setting);
 
 protected:
-    bool answersDataRequests() const override { return false; }
+    bool answersPauseRequests() const override { return false; }
 
 private Q_SLOTS:
     void setSaveRestoreEnabled(bool enable);
@@ -204,6 +216,14 @@ private:
     bool checkVersions(QList<Migration> &migrations);
     void startMigrations(const QStringList &modules, const QList<Migration> &migrations);
 
+    // reset
+    void findModulesToReset();
+    static void runResetCommands(const QString &module, const SqlCommands &commands);
+    /// Publish the request and wait for the reports; false when the process is asked to end.
+    bool requestResets(const QString &request, const QString &report, std::chrono::milliseconds limit);
+    bool isModuleResetDone();
+    void refreshListOfModulesToReset();
+
     QList<ApplicationConfig> modulesList;
     QList<RestorableObject> restorableObjects;
     SaveGroups saveGroups;
@@ -231,5 +251,8 @@ private:
     int operationGeneration = 0;  ///< the generation with which the running restore began
     int failedItems = 0;          ///< items that the running restore could not put back
     QMap<QString, QString> plannedDirectories; ///< fetched archive to the directory that it is unpacked into
+    QString expectedReport; ///< name of the only event that counts as a report; empty before any reset
     std::chrono::milliseconds pausePollPeriod = std::chrono::milliseconds(500);
+    std::chrono::milliseconds defaultResetLimit = std::chrono::seconds(20);
+    std::chrono::milliseconds factoryResetLimit = std::chrono::seconds(120);
 };

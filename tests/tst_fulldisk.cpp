@@ -82,7 +82,7 @@ private Q_SLOTS:
             "INSERT INTO t SELECT hex(randomblob(60)) FROM c;");
         TestDevice::shell("mkdir '" + device->dataPath("A", "dir") + "'; cd '" + device->dataPath("A", "") +
                           "'; head -c 300000 /dev/urandom > f; head -c 300000 /dev/urandom > dir/x");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(device->save());
     }
 

@@ -1,10 +1,14 @@
+#include "dbus/VYXSaveRestoreAdaptor.h"
 #include "platform/records/Capability.h"
 #include "platform/records/Setting.h"
 #include "platform/records/UpdateReport.h"
 #include "tests/support/TestDevice.h"
 
+#include <QDBusContext>
+#include <QDBusPendingCall>
 #include <QDir>
 #include <QDomDocument>
+#include <QRegularExpression>
 #include <QTest>
 
 namespace {
@@ -15,6 +19,15 @@ QVariant setting(const QString &value)
 }
 
 } // namespace
+
+/// What the adaptor's parent must be, with hardly a method.
+class BareModule : public QObject, public QDBusContext
+{
+    Q_OBJECT
+
+public Q_SLOTS:
+    QString printSettings() { return "sane"; }
+};
 
 /// The service's methods as a client on the bus sees them.
 class tst_interface : public QObject
@@ -42,7 +55,8 @@ private Q_SLOTS:
     {
         device = std::make_unique<TestDevice>();
         device->addModule("A", "<files><file>a.txt</file></files>");
-        QVERIFY(device->start());
+        device->addModule("Silent", "", "--ignore-reset");
+        QVERIFY(device->start("VYXSaveRestore"));
     }
 
     void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
@@ -103,67 +117,116 @@ private Q_SLOTS:
         QCOMPARE(methods.join(' ').replace("(sssssssiiia(ss)bbs)", "SETTING"), expected.simplified());
     }
 
-    void errorRepliesLeaveTheServiceSane()
+    void methodThatTheModuleLacks()
     {
+        BareModule module;
+        createSaveRestoreAdaptor(&module);
+        QDBusConnection bus = device->bus();
+        QVERIFY(bus.registerObject("/bare", &module));
+        const auto reply = [&](const char *method) {
+            const QString name = QDBusConnection::connectToBus(device->busAddress(), "caller").name();
+            QDBusPendingCall call = QDBusConnection(name).asyncCall(QDBusMessage::createMethodCall(
+                bus.baseService(), "/bare", "com.corvane.Pelorin.VYXInterface", method));
+            TestDevice::waitUntil([&] { return call.isFinished(); });
+            return call.reply();
+        };
         for (int round = 0; round < 3; ++round) {
-            for (const char *method : {"resetToDefault", "resetToFactory"}) {
-                const QDBusMessage reply = device->call(method);
-                QCOMPARE(reply.type(), QDBusMessage::ErrorMessage);
-                QCOMPARE(reply.errorMessage(), QString("Adaptor::invokeMethod failed: ") + method);
-            }
-            QVERIFY(settings().contains("enabled: true"));
+            QCOMPARE(reply("resetToFactory").errorMessage(), "Adaptor::invokeMethod failed: resetToFactory");
+            QCOMPARE(reply("printSettings").arguments().value(0), QVariant("sane"));
         }
+        QDBusConnection::disconnectFromBus("caller");
         QCOMPARE(device->call("setRepositoryUrl", {7}).type(), QDBusMessage::ErrorMessage);
+    }
+
+    /// Each step changes one setting through the SettingsManager; what printSettings and the capability say.
+    void settingsFollowTheSettingsManager()
+    {
+        const QString url = device->repositoryPath().chopped(1);
+        const QString rest = url + "|3|Disabled";
+        const QString none = "false|" + rest + " unavailable";
+        const QString all = "true|all|" + rest + " available";
+        struct Step
+        {
+            const char *setting;
+            QString value;
+            QString state;
+        };
+        const QList<Step> steps = {
+            {"Level", "1", "true|mandatory|" + rest + " available"},
+            {"Level", "2", all},
+            {"Level", "0", none},
+            {"Level", "2", all},
+            {"Level", "3", none},
+            {"Level", "-1", none},
+            {"Level", "2x", none},
+            {"Level", "", none},
+            {"Level", "99999999999", none},
+            {"Url", url, none},
+            {"Level", "2", all},
+            {"Url", "", "false|all|" + rest + " unavailable"},
+            {"Url", "http://localhost/x", "true|all|http://localhost/x|3|Disabled available"},
+            {"Url", url, all},
+            {"Schedule", "1", "true|all|" + url + "|1|Disabled available"},
+            {"Schedule", "24", "true|all|" + url + "|24|Disabled available"},
+            {"Schedule", "0", {}},
+            {"Schedule", "25", {}},
+            {"Schedule", "-3", {}},
+            {"Schedule", "abc", {}},
+            {"Schedule", "6.5", {}},
+            {"Schedule", "", {}},
+            {"Schedule", "3", all},
+            {"ScheduleType", "1", "true|all|" + url + "|3|Frequency available"},
+            {"ScheduleType", "2", "true|all|" + url + "|3|Time available"},
+            {"ScheduleType", "3", "true|all|" + url + "|3|Time available"},
+            {"ScheduleType", "-1", "true|all|" + url + "|3|Time available"},
+            {"ScheduleType", "0", all},
+            {"ScheduleType", "1", "true|all|" + url + "|3|Frequency available"},
+            {"ScheduleType", "abc", all}};
+        QStringList published;
+        device->listen({"capability_changed"}, this, [&](const VYXEvent &event) {
+            published << (event.getArgument("State").toInt() == 0 ? "available" : "unavailable");
+        });
+        QString before = all;
+        QStringList changes;
+        for (const Step &step : steps) {
+            const auto report = qdbus_cast<UpdateReport>(
+                device
+                    ->call("setSettingValue", {QString("SaveRestore") + step.setting, step.value},
+                           "SettingsManager")
+                    .arguments()
+                    .value(0));
+            QCOMPARE(report.isValid(), !step.state.isEmpty());
+            QCOMPARE(report.getMessage(), report.isValid() ? "" : "Schedule time/frequency is invalid");
+            static const QRegularExpression names("(?<=^|\n)[^:]*: ");
+            QStringList values = settings().remove(names).chopped(1).split('\n');
+            const QString state = values.join('|') + (capability() == 0 ? " available" : " unavailable");
+            QVERIFY2(state == (report.isValid() ? step.state : before),
+                     qPrintable(step.value + ": " + state));
+            if (before.section(' ', 1) != state.section(' ', 1)) {
+                changes << state.section(' ', 1);
+            }
+            before = state;
+        }
+        QVERIFY(TestDevice::waitUntil([&] { return published.size() >= changes.size(); }));
+        QCOMPARE(published, changes);
+        device->call("setSaveRestorePriority", {true, false, true});
+        QVERIFY(settings().contains("level: mandatory\n"));
+        device->call("setSaveRestoreHighPriority", {false});
+        QVERIFY(!settings().contains("level"));
+    }
+
+    void urlThatIsUndefinedAtFirst()
+    {
+        QCOMPARE(device->stopService(), 0);
+        device->call("setSettingValue", {"SaveRestoreUrl", "UNDEFINED"}, "SettingsManager");
+        QVERIFY(device->startService());
+        QVERIFY(device->hasLogged("Undefined default value for SaveRestoreUrl Setting"));
+        QCOMPARE(settings(), QString("Save/Restore enabled: false\nSave/Restore level: all\n"
+                                     "Save/Restore url: \nSchedule hour: 3\nSchedule type: Disabled\n"));
+        QVERIFY(!device->save());
+        device->call("setSettingValue", {"SaveRestoreUrl", device->repositoryPath()}, "SettingsManager");
+        QVERIFY(settings().startsWith("Save/Restore enabled: true\n"));
         QVERIFY(device->save());
-    }
-
-    void levels_data()
-    {
-        QTest::addColumn<QString>("level");
-        QTest::addColumn<QString>("lines");
-        QTest::newRow("none") << "0"
-                              << "Save/Restore enabled: false\nSave/Restore url";
-        QTest::newRow("mandatory") << "1"
-                                   << "Save/Restore enabled: true\nSave/Restore level: mandatory\n";
-        QTest::newRow("all") << "2"
-                             << "Save/Restore enabled: true\nSave/Restore level: all\n";
-        QTest::newRow("unknown") << "3"
-                                 << "Save/Restore enabled: false\nSave/Restore url";
-        QTest::newRow("no number") << "abc"
-                                   << "Save/Restore enabled: false\nSave/Restore url";
-    }
-    void levels()
-    {
-        QFETCH(QString, level);
-        QFETCH(QString, lines);
-        const QDBusMessage reply = device->call("saveRestoreLevelChanged", {setting(level)});
-        QCOMPARE(reply.type(), QDBusMessage::ReplyMessage);
-        QCOMPARE(qdbus_cast<ListSetting>(reply.arguments().value(0)).size(), 0);
-        QVERIFY2(settings().startsWith(lines), qPrintable(settings()));
-        QCOMPARE(capability(),
-                 int(lines.contains("enabled: true") ? Capability::AVAILABLE : Capability::UNAVAILABLE));
-    }
-
-    void scheduleValidation_data()
-    {
-        QTest::addColumn<bool>("valid");
-        for (const char *value : {"1", "24"}) {
-            QTest::newRow(value) << true;
-        }
-        for (const char *value : {"0", "25", "abc", "-1", ""}) {
-            QTest::newRow(value) << false;
-        }
-    }
-    void scheduleValidation()
-    {
-        QFETCH(bool, valid);
-        const auto report = qdbus_cast<UpdateReport>(
-            device->call("saveRestoreScheduleValidation", {setting(QTest::currentDataTag())})
-                .arguments()
-                .value(0));
-        QCOMPARE(report.isValid(), valid);
-        QCOMPARE(report.getMessage(), valid ? "" : "Schedule time/frequency is invalid");
-        QCOMPARE(report.getRequiresReboot(), 0);
     }
 
     void schedule()
@@ -184,10 +247,44 @@ private Q_SLOTS:
         device->call("setSaveFrequency", {0, 0, true, true});
         QVERIFY(device->hasLogged("error"));
         QCOMPARE(tasks(), before);
-        device->call("setSettingValue", {"SaveRestoreSchedule", "25"}, "SettingsManager");
-        QCOMPARE(tasks(), before);
         device->call("saveRestoreScheduleTypeChanged", {setting("0")});
         QCOMPARE(tasks().count("startSaveOnRepository"), 0);
+    }
+
+    void scheduledSaves()
+    {
+        qint64 clockOffset = 0;
+        const auto reachNextTime = [&] {
+            const QString next = tasks().section("next: ", -1).trimmed();
+            const QDateTime now = QDateTime::currentDateTime().addSecs(clockOffset);
+            const int seconds = int(now.secsTo(QDateTime::fromString(next, Qt::ISODate))) + 1;
+            clockOffset += seconds;
+            device->markLog();
+            device->call("advanceClock", {seconds}, "Scheduler");
+            return tasks().count("startSaveOnRepository") == 1 && seconds > 0 && seconds <= 24 * 3600 + 1;
+        };
+        const auto logs = [&](const char *line) {
+            return TestDevice::waitUntil([&] { return device->hasLogged(line); });
+        };
+        device->call("setSettingValue", {"SaveRestoreScheduleType", "2"}, "SettingsManager");
+        QVERIFY(reachNextTime());
+        QVERIFY(logs("Saving operations done"));
+        QVERIFY(device->entries().contains("A.cksum"));
+
+        device->call("setSettingValue", {"SaveRestoreLevel", "0"}, "SettingsManager");
+        QVERIFY(reachNextTime());
+        QVERIFY(logs("debug VYXSaveRestore: Save/Restore is disabled: abort"));
+        device->call("setSettingValue", {"SaveRestoreLevel", "2"}, "SettingsManager");
+
+        const QDBusPendingCall running = device->callLater("resetToDefault");
+        QVERIFY(logs("module Silent has not reset yet"));
+        QVERIFY(reachNextTime());
+        QVERIFY(logs("Another save, restore or reset is running: abort."));
+
+        QCOMPARE(device->stopService(), 0);
+        QVERIFY(device->startService());
+        QVERIFY(reachNextTime());
+        QVERIFY(logs("Saving operations done"));
     }
 
     void repositoryUrls()
@@ -241,6 +338,7 @@ private Q_SLOTS:
 
     void nameIsTaken()
     {
+        device->call("setSettingValue", {"SaveRestoreScheduleType", "2"}, "SettingsManager");
         QProcess second;
         QProcessEnvironment environment = device->service().processEnvironment();
         second.setProcessEnvironment(environment);
@@ -248,7 +346,8 @@ private Q_SLOTS:
         QVERIFY(second.waitForFinished(20000));
         QCOMPARE(second.exitCode(), 1);
         QVERIFY(second.readAllStandardError().contains(
-            "could not take the bus name com.corvane.Pelorin.VYXSaveRestore"));
+            "VYXSaveRestore: the bus name com.corvane.Pelorin.VYXSaveRestore is taken\n"));
+        QCOMPARE(tasks().count("startSaveOnRepository"), 1);
         environment.insert("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere");
         second.setProcessEnvironment(environment);
         second.start(QString(PROGRAMS) + "/VYXSaveRestore", QStringList());

@@ -16,14 +16,6 @@ class tst_pause : public QObject
 
     QDBusPendingCall startSave() const { return device->callLater("startSaveOnRepository"); }
 
-    bool allRun(const QStringList &modules) const
-    {
-        return TestDevice::waitUntil([&] {
-            return std::all_of(modules.cbegin(), modules.cend(),
-                               [&](const QString &module) { return device->moduleState(module) == "S"; });
-        });
-    }
-
     void addDatabaseModule(const QString &name, const QString &dependency, const QString &arguments = {})
     {
         device->addModule(name,
@@ -42,7 +34,7 @@ private Q_SLOTS:
         addDatabaseModule("A", "Plain");
         device->addModule("Plain", "");
         addDatabaseModule("Other", "VYXSaveRestore");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(device->save());
         const QString log = device->wholeLog();
         const auto position = [&](const QString &text) { return log.indexOf(text); };
@@ -52,7 +44,7 @@ private Q_SLOTS:
         QVERIFY(position("Unstopping module Plain") < position("Dump database 'd' of module 'A'"));
         QVERIFY(position("Dump database 'd' of module 'A'") <
                 position("Ask modules to prepare for saving/restoring data: Other"));
-        QVERIFY(allRun({"A", "Plain", "Other"}));
+        QVERIFY(device->allRun({"A", "Plain", "Other"}));
         QCOMPARE(device->service().state(), QProcess::Running);
     }
 
@@ -60,13 +52,13 @@ private Q_SLOTS:
     {
         addDatabaseModule("A", "Stubborn");
         device->addModule("Stubborn", "", "--ignore-pause");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(!device->save());
         QVERIFY(device->hasLogged("warning VYXSaveRestore: Failed to stop all modules for save/restore"));
         QVERIFY(device->hasLogged(
             "error VYXSaveRestore: Saving High Priority data failed: aborting save/restore"));
         QVERIFY(device->logged("Process A state: ").size() >= 500);
-        QVERIFY(allRun({"A", "Stubborn"}));
+        QVERIFY(device->allRun({"A", "Stubborn"}));
         QVERIFY(device->entries().isEmpty());
         QCOMPARE(qdbus_cast<Capability>(
                      device->call("getCapability", {"SAVE_RESTORE_ENABLE"}).arguments().value(0))
@@ -78,18 +70,18 @@ private Q_SLOTS:
     {
         addDatabaseModule("A", "Slow");
         device->addModule("Slow", "", "--pause-delay 9000");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(!device->save());
         QVERIFY(TestDevice::waitUntil(
             [&] { return device->hasLogged("Module 'Slow' has paused too late and is resumed"); }));
-        QVERIFY(allRun({"A", "Slow"}));
+        QVERIFY(device->allRun({"A", "Slow"}));
     }
 
     void secondOperation()
     {
         addDatabaseModule("A", "Slow");
         device->addModule("Slow", "", "--pause-delay 1500");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QDBusPendingCall first = startSave();
         QVERIFY(TestDevice::waitUntil([&] { return device->hasLogged("Wait for modules to be paused"); }));
         QVERIFY(!device->save());
@@ -107,7 +99,7 @@ private Q_SLOTS:
     {
         addDatabaseModule("A", "Slow");
         device->addModule("Slow", "", "--pause-delay 1500");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QDBusPendingCall running = startSave();
         QVERIFY(TestDevice::waitUntil([&] { return device->moduleState("A") == "T"; }));
         kill(static_cast<pid_t>(device->modulePid("A")), SIGKILL);
@@ -116,46 +108,88 @@ private Q_SLOTS:
         QVERIFY(device->hasLogged("for module A"));
         QCOMPARE(device->logged("Retry unstop module").size(), 4);
         QVERIFY(device->hasLogged("Could not resume module A ("));
-        QVERIFY(allRun({"Slow"}));
+        QVERIFY(device->allRun({"Slow"}));
     }
 
     void repositoryChangedMeanwhile()
     {
         addDatabaseModule("A", "Slow");
         device->addModule("Slow", "", "--pause-delay 1500");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QDBusPendingCall running = startSave();
         QVERIFY(TestDevice::waitUntil([&] { return device->hasLogged("Wait for modules to be paused"); }));
         device->call("setRepositoryUrl", {"http://localhost/x"});
         running.waitForFinished();
         QVERIFY(!running.reply().arguments().value(0).toBool());
         QVERIFY(device->hasLogged("The repository was changed: abort backup operations."));
-        QVERIFY(allRun({"A", "Slow"}));
+        QVERIFY(device->allRun({"A", "Slow"}));
         QVERIFY(device->entries().isEmpty());
     }
 
     void serviceEnds_data()
     {
+        QTest::addColumn<QString>("method");
+        QTest::addColumn<QString>("sign");
+        QTest::addColumn<QString>("line");
         QTest::addColumn<int>("pauseDelay");
-        QTest::newRow("while one is still on its way") << 1500;
-        QTest::newRow("while one never stops") << 60000;
+        QTest::addColumn<bool>("busGoes");
+        const auto row = [](const char *name, const char *method, const char *sign, const char *line,
+                            int pauseDelay) {
+            for (const bool busGoes : {false, true}) {
+                QTest::addRow("%s, %s", name, busGoes ? "bus gone" : "SIGTERM")
+                    << method << sign << line << pauseDelay << busGoes;
+            }
+        };
+        const char *const paused = "Module 'A' said it is ready";
+        const char *const waiting = "module Slow has not reset yet";
+        row("save, one on its way", "startSaveOnRepository", paused, "abort backup operations", 1500);
+        row("save, one that never stops", "startSaveOnRepository", paused, "abort backup operations", 60000);
+        row("restore", "startRestoreFromRepository", paused, "abort restore operations", 1500);
+        row("reset to default", "resetToDefault", waiting, "abort reset operations", 0);
+        row("reset to factory", "resetToFactory", waiting, "abort reset operations", 0);
     }
     void serviceEnds()
     {
+        QFETCH(QString, method);
+        QFETCH(QString, sign);
+        QFETCH(QString, line);
         QFETCH(int, pauseDelay);
+        QFETCH(bool, busGoes);
         addDatabaseModule("A", "Slow");
-        device->addModule("Slow", "", "--pause-delay " + QString::number(pauseDelay));
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
-        QDBusPendingCall running = startSave();
-        QVERIFY(TestDevice::waitUntil([&] { return device->moduleState("A") == "T"; }));
+        device->addModule("Slow", "", "--ignore-reset --pause-delay " + QString::number(pauseDelay));
+        device->sql("A", "d", "INSERT INTO t VALUES(1)");
+        QVERIFY(device->startManagers() && device->startService("VYXSaveRestore"));
+        if (method.contains("Restore")) {
+            QVERIFY(device->save());
+            device->sql("A", "d", "DELETE FROM t");
+            device->markLog();
+        }
+        const qint64 pid = device->modulePid("A");
+        const QStringList entries = device->entries();
+        const QByteArray rows = device->sql("A", "d", "SELECT count(*) FROM t");
+        QDBusPendingCall running = device->callLater(method);
+        QVERIFY(TestDevice::waitUntil([&] { return device->hasLogged(sign); }));
         QElapsedTimer timer;
         timer.start();
-        QCOMPARE(device->stopService(), 0);
+        if (busGoes) {
+            device->killBus();
+            QVERIFY(device->service().waitForFinished(10000));
+            QCOMPARE(device->service().exitCode(), 1);
+            QVERIFY(
+                device->hasLogged("error VYXSaveRestore: The connection to the system bus is lost: ending"));
+        } else {
+            QCOMPARE(device->stopService(), 0);
+            running.waitForFinished();
+            QVERIFY(!running.reply().arguments().value(0).toBool());
+            QVERIFY(device->allRun({"A", "Slow"}));
+        }
         QVERIFY(timer.elapsed() < 10000);
-        running.waitForFinished();
-        QVERIFY(!running.reply().arguments().value(0).toBool());
-        QVERIFY(allRun({"A", "Slow"}));
-        QVERIFY(device->entries().isEmpty());
+        QVERIFY(device->hasLogged("warning VYXSaveRestore: The service is asked to end: " + line));
+        QCOMPARE(device->sql("A", "d", "SELECT count(*) FROM t"), rows);
+        QCOMPARE(device->entries(), entries);
+        QVERIFY(!device->hasLogged("Restore finished"));
+        QVERIFY(TestDevice::waitUntil([&] { return TestDevice::processState(pid) != "T"; }));
+        device.reset();
     }
 };
 

@@ -79,14 +79,6 @@ class tst_restore : public QObject
         return TestDevice::shell("find '" + device->path("data") + "' -name '.saverestore*'").isEmpty();
     }
 
-    bool allRun(const QStringList &modules) const
-    {
-        return TestDevice::waitUntil([&] {
-            return std::all_of(modules.cbegin(), modules.cend(),
-                               [&](const QString &module) { return device->moduleState(module) == "S"; });
-        });
-    }
-
 private Q_SLOTS:
     void init() { device = std::make_unique<TestDevice>(); }
     void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
@@ -95,7 +87,7 @@ private Q_SLOTS:
     {
         addModule("A");
         addModule("B"); // every name collides with A's
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(device->save());
         const QByteArray a = state("A");
         const QByteArray b = state("B");
@@ -115,13 +107,13 @@ private Q_SLOTS:
         QCOMPARE(state("B"), b);
         QCOMPARE(QFileInfo(untouched.filePath()).lastModified(), before);
         QVERIFY(nothingLeftBehind());
-        QVERIFY(allRun({"A", "B"}));
+        QVERIFY(device->allRun({"A", "B"}));
     }
 
     void priorityThatIsOff()
     {
         addModule("A");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(device->save());
         damage("A");
         device->call("setSaveRestorePriority", {false, true, false});
@@ -135,7 +127,7 @@ private Q_SLOTS:
     void refusals()
     {
         addModule("A");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(restore());
         QVERIFY(
             device->hasLogged("Error when downloading data from repository: Aborting restore operations"));
@@ -153,7 +145,7 @@ private Q_SLOTS:
     {
         addModule("A");
         addModule("OnlyHere");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(device->save());
         // A module of the list that this device does not have, and one of the device that is not on the list.
         QFile list(device->repositoryPath("modules-list.sav"));
@@ -174,7 +166,7 @@ private Q_SLOTS:
         device->write("usr/lib/VYXApplication/migration/AMigration",
                       "#!/bin/sh\necho \"$@\" >> '" + device->path("migrated").toUtf8() + "'\n");
         TestDevice::shell("chmod +x " + device->path("usr/lib/VYXApplication/migration/AMigration"));
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(device->save());
         QVERIFY(restore());
         QVERIFY(!device->hasLogged("migration list"));
@@ -215,7 +207,7 @@ private Q_SLOTS:
         QFETCH(QString, item);
         QFETCH(QString, message);
         addModule("A");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(device->save());
         const QByteArray saved = state("A");
         damage("A");
@@ -234,13 +226,13 @@ private Q_SLOTS:
         }
         QCOMPARE(state("A"), saved); // everything else came back
         QVERIFY(nothingLeftBehind());
-        QVERIFY(allRun({"A"}));
+        QVERIFY(device->allRun({"A"}));
     }
 
     void hostileRepository()
     {
         addModule("A");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(device->save());
         const QByteArray saved = state("A");
         damage("A");
@@ -284,7 +276,7 @@ private Q_SLOTS:
         addModule("A");
         device->addModule("Slow", "<databases><database name='d'/></databases>", "--pause-delay 1500");
         device->sql("Slow", "d", "CREATE TABLE t(v)");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(device->save());
         damage("A");
         const QByteArray damaged = state("A");
@@ -300,13 +292,13 @@ private Q_SLOTS:
         QVERIFY(state("A") != damaged);
         QVERIFY(!QFile::exists(device->dataPath("A", "conf")));
         QVERIFY(nothingLeftBehind());
-        QVERIFY(allRun({"A", "Slow"}));
+        QVERIFY(device->allRun({"A", "Slow"}));
     }
 
     void partialDatabaseThatIsGone()
     {
         addModule("A");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(device->save());
         QFile::remove(device->dataPath("A", "part.data"));
         QVERIFY(restore());
@@ -318,7 +310,7 @@ private Q_SLOTS:
     {
         addModule("A");
         addModule("B");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(device->save());
         const QByteArray a = state("A");
         const QByteArray b = state("B");
@@ -338,7 +330,7 @@ private Q_SLOTS:
             QTest::qWait(static_cast<int>(duration * point / points));
             device->service().kill();
             device->service().waitForFinished();
-            QVERIFY(device->startService("FastPauseService"));
+            QVERIFY(device->startService("FastService"));
             // Each piece is as it was or as it was saved.
             const QByteArray rows =
                 device->sql("A", "whole", "SELECT quote(v) FROM t ORDER BY 1; PRAGMA user_version;");
@@ -349,7 +341,7 @@ private Q_SLOTS:
             QVERIFY2(member == "changed" || member == "Aa/zipped/y", member.constData());
             QCOMPARE(device->sql("A", "part", "SELECT v FROM own"), "own\n");
             QVERIFY(nothingLeftBehind());
-            QVERIFY(allRun({"A", "B"}));
+            QVERIFY(device->allRun({"A", "B"}));
         }
         QVERIFY(restore());
         QCOMPARE(state("A"), a);
@@ -363,7 +355,7 @@ private Q_SLOTS:
                           "<databases><database name='d'><dependency>A</dependency></database></databases>",
                           "--pause-delay 1500");
         device->sql("Slow", "d", "CREATE TABLE t(v)");
-        QVERIFY(device->startManagers() && device->startService("FastPauseService"));
+        QVERIFY(device->start());
         QVERIFY(device->save());
         damage("A");
         const QByteArray damaged = state("A");
@@ -373,11 +365,11 @@ private Q_SLOTS:
             QVERIFY(TestDevice::waitUntil([&] { return device->moduleState("A") == "T"; }));
             kill(static_cast<pid_t>(device->service().processId()), signal);
             QVERIFY(device->service().waitForFinished(20000));
-            QVERIFY(signal == SIGKILL || allRun({"A", "Slow"}));
-            QVERIFY(device->startService("FastPauseService"));
-            QVERIFY(allRun({"A"}));
+            QVERIFY(signal == SIGKILL || device->allRun({"A", "Slow"}));
+            QVERIFY(device->startService("FastService"));
+            QVERIFY(device->allRun({"A"}));
             QTest::qWait(2000); // Slow may have been on its way
-            QVERIFY(allRun({"A", "Slow"}));
+            QVERIFY(device->allRun({"A", "Slow"}));
             QVERIFY(nothingLeftBehind());
         }
         QCOMPARE(state("A"), damaged);

@@ -51,7 +51,7 @@ class tst_server : public QObject
     bool start(const QString &url)
     {
         device->writeSettings("2", url);
-        return device->startManagers() && device->startService("FastPauseService");
+        return device->start();
     }
 
 private Q_SLOTS:

@@ -215,6 +215,23 @@ private Q_SLOTS:
         QTEST(scheduledHours(hour, frequency, now).value_or(QList<int>()), "hours");
     }
 
+    void hoursOfEveryPeriod()
+    {
+        for (int period = 1; period <= 24; ++period) {
+            for (int now = 0; now < 24; ++now) {
+                QList<int> expected;
+                for (int hour = now + 1; hour <= 24; ++hour) {
+                    expected << ((hour - now - 1) % period == 0 ? QList<int>{hour} : QList<int>{});
+                }
+                for (int hour = now; hour >= 0; --hour) {
+                    expected << ((now + 1 - hour) % period == 0 ? QList<int>{hour} : QList<int>{});
+                }
+                QCOMPARE(scheduledHours(period, true, now).value(), expected);
+                QCOMPARE(scheduledHours(period, false, now).value(), QList<int>{period});
+            }
+        }
+    }
+
     void processIds()
     {
         for (const char *pid : {"", "0", "1", "-5", "abc", "12 34", "99999999999"}) {

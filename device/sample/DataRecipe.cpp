@@ -61,6 +61,7 @@ bool createEntry(const QStringList &fields, const QDir &recipe, const QDir &data
         return writeFile(path, QString(value).replace("\\n", "\n").toUtf8());
     }
     if (kind == "copy" && staysBelow(value)) {
+        QFile::remove(path);
         return QFile::copy(recipe.absoluteFilePath(value), path) || failed(value + " cannot be copied");
     }
     if (kind == "noise" && value.toLongLong() > 0 && value.toLongLong() <= largestNoise) {
@@ -73,7 +74,7 @@ bool createEntry(const QStringList &fields, const QDir &recipe, const QDir &data
     return failed("no such kind of entry: " + fields.join(' '));
 }
 
-bool createEntries(const QDir &recipe, const QDir &data)
+bool createEntries(const QDir &recipe, const QDir &data, const QStringList &kinds = {})
 {
     QFile list(recipe.absoluteFilePath("content.tsv"));
     if (!list.exists()) {
@@ -91,7 +92,7 @@ bool createEntries(const QDir &recipe, const QDir &data)
         if (fields.size() < 2 || !staysBelow(fields.at(1))) {
             return failed("not an entry: " + line);
         }
-        if (!createEntry(fields, recipe, data)) {
+        if ((kinds.isEmpty() || kinds.contains(fields.at(0))) && !createEntry(fields, recipe, data)) {
             return false;
         }
     }
@@ -123,6 +124,21 @@ bool createDatabases(const QDir &recipe, const QDir &data)
     return true;
 }
 
+bool removeFiles(const QDir &data)
+{
+    for (const QFileInfo &entry :
+         data.entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
+        const bool isDirectory = entry.isDir() && !entry.isSymLink();
+        const bool isDatabase = !isDirectory && entry.fileName().contains(".data");
+        const bool removed = isDirectory ? QDir(entry.filePath()).removeRecursively()
+                                         : isDatabase || QFile::remove(entry.filePath());
+        if (!removed) {
+            return failed(entry.filePath() + " cannot be removed");
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 bool createModuleData(const QString &recipe, const QString &dataDirectory)
@@ -142,4 +158,13 @@ bool createModuleData(const QString &recipe, const QString &dataDirectory)
         return created ? failed(dataDirectory + " cannot be made") : false;
     }
     return true;
+}
+
+bool resetModuleFiles(const QString &recipe, const QString &dataDirectory, AddedFiles addedFiles)
+{
+    const QDir data(dataDirectory);
+    if (addedFiles == RemoveAddedFiles) {
+        return removeFiles(data) && createEntries(QDir(recipe), data);
+    }
+    return createEntries(QDir(recipe), data, {"text", "copy"});
 }

@@ -17,3 +17,10 @@
 /// lines that start with "#" are skipped. A module without a recipe gets an empty directory. The data appear
 /// all at once or, when the result is false, not at all; the reason is then logged.
 bool createModuleData(const QString &recipe, const QString &dataDirectory);
+
+enum AddedFiles { KeepAddedFiles, RemoveAddedFiles };
+
+/// Bring the module's files back to what the recipe says; databases ("*.data" and their journals) stay as
+/// they are. When added files are kept, so is everything but the texts and copies of the recipe. False, with
+/// the reason logged, when that failed.
+bool resetModuleFiles(const QString &recipe, const QString &dataDirectory, AddedFiles addedFiles);

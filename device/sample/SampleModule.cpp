@@ -16,8 +16,7 @@ SampleModule::SampleModule(const QString &name, SampleModuleOptions options)
 bool SampleModule::Init()
 {
     registerDBusCapability();
-    return createModuleData(DevicePaths::libraryRoot() + "/recipe/" + getModuleName(),
-                            DevicePaths::moduleData(getModuleName()));
+    return createModuleData(recipe(), dataDirectory());
 }
 
 bool SampleModule::Run()
@@ -25,11 +24,33 @@ bool SampleModule::Run()
     if (options.writtenDatabase.isEmpty()) {
         return true;
     }
-    const QString path = DevicePaths::moduleData(getModuleName()) + "/" + options.writtenDatabase + ".data";
+    const QString path = dataDirectory() + "/" + options.writtenDatabase + ".data";
     return (new DatabaseWriter(path, this))->start();
 }
 
 void SampleModule::preSaveForSaveRestore()
 {
     QThread::msleep(static_cast<unsigned long>(options.pauseDelayMs));
+}
+
+bool SampleModule::restoreDataToDefault()
+{
+    resetModuleFiles(recipe(), dataDirectory(), KeepAddedFiles);
+    return options.needsReboot;
+}
+
+bool SampleModule::restoreDataToFactory()
+{
+    resetModuleFiles(recipe(), dataDirectory(), RemoveAddedFiles);
+    return options.needsReboot;
+}
+
+QString SampleModule::recipe() const
+{
+    return DevicePaths::libraryRoot() + "/recipe/" + getModuleName();
+}
+
+QString SampleModule::dataDirectory() const
+{
+    return DevicePaths::moduleData(getModuleName());
 }

@@ -31,6 +31,8 @@ public Q_SLOTS:
     void removeAllTasksByModule(const QString &module);
     /// The tasks and their next times, one a line.
     QString printTasks();
+    /// Put the clock ahead by so many seconds, back when negative, and call what has become due.
+    void advanceClock(int seconds);
 
 private:
     QDateTime now() const;

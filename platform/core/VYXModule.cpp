@@ -132,14 +132,17 @@ bool VYXModule::takeBusName()
 
 void VYXModule::answerDataRequests()
 {
-    if (!answersDataRequests()) {
-        return;
+    if (answersPauseRequests()) {
+        subscribeEvent("stop_save_restore", this, [this](const VYXEvent &event) { pauseOnRequest(event); });
     }
-    subscribeEvent("stop_save_restore", this, [this](const VYXEvent &event) { pauseOnRequest(event); });
-    subscribeEvent("reset_data_default", this,
-                   [this](const VYXEvent &) { reportReset("reset_default_done", restoreDataToDefault()); });
-    subscribeEvent("reset_data_factory", this,
-                   [this](const VYXEvent &) { reportReset("reset_factory_done", restoreDataToFactory()); });
+    if (answersResetRequests()) {
+        subscribeEvent("reset_data_default", this, [this](const VYXEvent &) {
+            reportReset("reset_default_done", restoreDataToDefault());
+        });
+        subscribeEvent("reset_data_factory", this, [this](const VYXEvent &) {
+            reportReset("reset_factory_done", restoreDataToFactory());
+        });
+    }
 }
 
 void VYXModule::pauseOnRequest(const VYXEvent &event)

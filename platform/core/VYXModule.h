@@ -90,8 +90,10 @@ public:
                    const QString &detail, const QStringList &parameters, const QVariantMap &options);
 
 protected:
-    /// True when the base answers save, restore and reset requests for this module.
-    virtual bool answersDataRequests() const { return true; }
+    /// True when the base pauses this module's process for a save or a restore.
+    virtual bool answersPauseRequests() const { return true; }
+    /// True when the base has this module reset its data and reports it.
+    virtual bool answersResetRequests() const { return true; }
 
     /// Keep the adaptor that the module created in `Run`; it must be a child of the module.
     void setAdaptor(QDBusAbstractAdaptor *newAdaptor) { adaptor = newAdaptor; }

@@ -1,5 +1,6 @@
 #include "tests/support/TestDevice.h"
 
+#include "platform/core/VYXEventSubscription.h"
 #include "platform/core/VYXModule.h"
 #include "platform/records/ApplicationConfig.h"
 #include "platform/records/Capability.h"
@@ -65,6 +66,22 @@ TestDevice::~TestDevice()
 QDBusConnection TestDevice::bus() const
 {
     return QDBusConnection(connectionName);
+}
+
+void TestDevice::killBus() const
+{
+    busProcess->kill();
+    busProcess->waitForFinished();
+}
+
+void TestDevice::listen(const QStringList &events, QObject *receiver,
+                        const std::function<void(const VYXEvent &)> &handler) const
+{
+    auto *subscription = new VYXEventSubscription(receiver, handler);
+    for (const QString &event : events) {
+        bus().connect({}, {}, "com.corvane.Pelorin.VYXEvent", event, subscription,
+                      SLOT(received(QDBusMessage)));
+    }
 }
 
 QString TestDevice::dataPath(const QString &module, const QString &item) const
@@ -212,7 +229,8 @@ bool TestDevice::waitForName(const QString &module) const
 
 QString TestDevice::retire(std::unique_ptr<TestDevice> &device)
 {
-    const QString log = device->stopService() == 0 ? QString() : device->wholeLog() + "\n(not ended cleanly)";
+    const QString log =
+        !device || device->stopService() == 0 ? QString() : device->wholeLog() + "\n(not ended cleanly)";
     device.reset();
     return log;
 }
@@ -285,11 +303,19 @@ qint64 TestDevice::modulePid(const QString &module) const
     return 0;
 }
 
-QString TestDevice::moduleState(const QString &module) const
+QString TestDevice::processState(qint64 pid)
 {
-    QFile file(QString("/proc/%1/stat").arg(modulePid(module)));
+    QFile file(QString("/proc/%1/stat").arg(pid));
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readLine()).split(' ').value(2)
                                           : QString();
+}
+
+bool TestDevice::allRun(const QStringList &names) const
+{
+    return waitUntil([&] {
+        return std::all_of(names.cbegin(), names.cend(),
+                           [&](const QString &name) { return moduleState(name) == "S"; });
+    });
 }
 
 bool TestDevice::waitUntil(const std::function<bool()> &condition, int limitMs)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/core/VYXEvent.h"
+
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCall>
@@ -46,7 +48,7 @@ public:
 
     bool startManagers();
     bool startService(const QString &program = "VYXSaveRestore");
-    bool start() { return startManagers() && startService(); }
+    bool start(const QString &program = "FastService") { return startManagers() && startService(program); }
     /// End the service as the system does; its exit status, -1 when it had to be killed.
     int stopService();
     QProcess &service() { return *serviceProcess; }
@@ -60,6 +62,12 @@ public:
     /// True when the service says that the save ran to its end.
     bool save() const;
     QDBusConnection bus() const;
+    QString busAddress() const { return address; }
+    /// End the bus under everything that is on it.
+    void killBus() const;
+    /// Hand each event of these names to the handler, as long as the receiver lives.
+    void listen(const QStringList &events, QObject *receiver,
+                const std::function<void(const VYXEvent &)> &handler) const;
     bool waitForName(const QString &module) const;
 
     QStringList entries() const;
@@ -73,8 +81,11 @@ public:
     void markLog();
     QString wholeLog() const;
 
-    /// The state letter of a module's process.
-    QString moduleState(const QString &module) const;
+    /// The state letter of a process; empty when there is none.
+    static QString processState(qint64 pid);
+    QString moduleState(const QString &module) const { return processState(modulePid(module)); }
+    /// True when the modules run, in a while at the latest.
+    bool allRun(const QStringList &names) const;
     qint64 modulePid(const QString &module) const;
 
     static bool waitUntil(const std::function<bool()> &condition, int limitMs = 20000);

@@ -40,6 +40,8 @@ show_device() {
     sed -n 's/.*: Save group #/      #/p' "$root/log/VYXSaveRestore.log"
 }
 
+phonebook_release=2026.1::4.2.1
+
 # Name, inode and time of change of each entry: it differs exactly when an entry was written.
 snapshot() {
     find "$repository" -mindepth 1 -printf '%P\t%i %C@\n' | sort
@@ -152,7 +154,7 @@ verify_repository() {
         plain_file "$module" presets.conf "$module++"
         plain_file "$module" conf/state.ini "$module++"
     done
-    module_files PhoneBook 2026.1::4.2.1
+    module_files PhoneBook "$phonebook_release"
     module_files Navigator 2026.1::7.0.3
     module_files Guide 2026.1::2.5.0
     module_files Recorder 2026.1::3.1.0

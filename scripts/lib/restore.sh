@@ -162,6 +162,7 @@ update_phonebook() {
     manager_log_start=$(($(wc -l <"$root/log/ApplicationManager.log") + 1))
     [ "$(call ApplicationManager setModuleRelease sss PhoneBook 2026.2 4.3.0)" = "b true" ] ||
         die "no other release for PhoneBook"
+    phonebook_release=2026.2::4.3.0
     note_saved_state
     sqlite3 -batch "$live/PhoneBook/contacts.data" 'DELETE FROM contact WHERE id > 300'
     sqlite3 -batch "$live/PhoneBook/calls.data" 'UPDATE calls SET started = NULL WHERE id = 4'

@@ -44,9 +44,19 @@ QString stagingRoot()
     return root() + "/tmp/VYXApplication/SaveRestore/Save";
 }
 
+QString staged(const QString &name)
+{
+    return stagingRoot() + "/" + name;
+}
+
 QString restoreDirectory()
 {
     return root() + "/tmp/VYXApplication/SaveRestore/Restore";
+}
+
+QString fetched(const QString &name)
+{
+    return restoreDirectory() + "/" + name;
 }
 
 QString pauseRecord()

@@ -23,11 +23,13 @@ QString developerModeMarker();
 /// Description of what one module has saved, restored and reset.
 QString restorableDescription(const QString &module);
 
-/// Directory in which a save builds what the repository is to receive.
+/// Directory in which a save builds what the repository is to receive, and a file in it.
 QString stagingRoot();
+QString staged(const QString &name);
 
-/// Directory that receives what is fetched from the repository.
+/// Directory that receives what is fetched from the repository, and a file in it.
 QString restoreDirectory();
+QString fetched(const QString &name);
 
 /// File that names the processes asked to pause while a save or restore runs.
 QString pauseRecord();

@@ -12,11 +12,6 @@
 
 namespace {
 
-QString fetched(const QString &name)
-{
-    return DevicePaths::restoreDirectory() + "/" + name;
-}
-
 /// The module names of a modules list, up to its first empty line; names that cannot be modules are left out.
 QStringList listedModules(QFile &list)
 {
@@ -62,7 +57,7 @@ bool VYXSaveRestore::getFromRepository()
     RestorePlan plan;
     plannedDirectories.clear();
     repository->resetErrorStatus();
-    const QString listPath = fetched(ItemNames::modulesListName());
+    const QString listPath = DevicePaths::fetched(ItemNames::modulesListName());
     getFileAndWait(ItemNames::modulesListName(), listPath, true);
     QFile list(listPath);
     if (!list.open(QIODevice::ReadOnly)) {
@@ -110,9 +105,10 @@ void VYXSaveRestore::fetchSavedState(RestorePlan &plan, const QStringList &modul
     for (const QString &module : modules) {
         const QString name = ItemNames::checksumFileName(module);
         const RestorableObject *object = findObject(module);
-        fetch(plan, ItemNames::versionFileName(module), fetched(ItemNames::versionFileName(module)));
+        fetch(plan, ItemNames::versionFileName(module),
+              DevicePaths::fetched(ItemNames::versionFileName(module)));
         const bool here = object != nullptr && object->hasItems();
-        const QString path = here ? fetched(name) : fetched("elsewhere/" + name);
+        const QString path = here ? DevicePaths::fetched(name) : DevicePaths::fetched("elsewhere/" + name);
         if (here) {
             fetch(plan, name, path);
         } else {
@@ -127,7 +123,7 @@ void VYXSaveRestore::fetchSavedState(RestorePlan &plan, const QStringList &modul
 
 void VYXSaveRestore::planModule(RestorePlan &plan, const QString &module)
 {
-    QFile list(fetched(module + "-downloadlist.txt"));
+    QFile list(DevicePaths::fetched(module + "-downloadlist.txt"));
     if (!list.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         logError("Could not write download list for module '%1'", module);
     }
@@ -138,7 +134,7 @@ void VYXSaveRestore::planModule(RestorePlan &plan, const QString &module)
     ChecksumEntries entries;
     if (QFile::exists(Staging::checksumFile(module))) {
         entries = compareChecksumFiles(Staging::checksumFile(module),
-                                       fetched(ItemNames::checksumFileName(module)), false);
+                                       DevicePaths::fetched(ItemNames::checksumFileName(module)), false);
     }
     forgetUnknownItems(entries, module, plan.saved->lines().value(module));
     for (auto entry = entries.cbegin(); entry != entries.cend(); ++entry) {
@@ -175,9 +171,9 @@ DownloadLine VYXSaveRestore::planArtefact(RestorePlan &plan, const QString &modu
     const QString base = QFileInfo(key).baseName();
     const bool directory = key.endsWith(".tar");
     const QString artefact = ItemNames::artefactOfKey(key);
-    QString local = fetched(base + (directory ? ".tar.gz" : ".dump.gz"));
+    QString local = DevicePaths::fetched(base + (directory ? ".tar.gz" : ".dump.gz"));
     if (plan.localNames.contains(local)) {
-        local = fetched(artefact);
+        local = DevicePaths::fetched(artefact);
     }
     plan.localNames << local;
     fetch(plan, artefact, local);

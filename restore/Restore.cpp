@@ -130,7 +130,7 @@ QList<VYXSaveRestore::PlannedLine> VYXSaveRestore::readDownloadLists(const QStri
 {
     QList<PlannedLine> lines;
     for (const QString &module : modules) {
-        QFile list(DevicePaths::restoreDirectory() + "/" + module + "-downloadlist.txt");
+        QFile list(DevicePaths::fetched(module + "-downloadlist.txt"));
         if (!list.open(QIODevice::ReadOnly)) {
             logError("Could not open download list for module '%1'", module);
             continue;
@@ -175,7 +175,7 @@ bool VYXSaveRestore::checkVersions(QList<Migration> &migrations)
 {
     for (const RestorableObject &object : std::as_const(restorableObjects)) {
         const QString module = object.getName();
-        QFile file(DevicePaths::restoreDirectory() + "/" + ItemNames::versionFileName(module));
+        QFile file(DevicePaths::fetched(ItemNames::versionFileName(module)));
         if (!file.open(QIODevice::ReadOnly)) {
             logError("Could not open module '%1' version file", module);
             showFailure("Error while restoring data.",
@@ -201,7 +201,7 @@ void VYXSaveRestore::startMigrations(const QStringList &modules, const QList<Mig
         logDebug("Start migration process for module '%1' : '%2' -> '%3'", migration.module,
                  migration.saved.release, migration.release);
         const QString program = migration.module + "Migration";
-        const QString path = DevicePaths::restoreDirectory() + "/" + program;
+        const QString path = DevicePaths::fetched(program);
         if (!getFileAndWait(program, path, true)) {
             logError("Could not fetch '%1' from the repository", program);
         }

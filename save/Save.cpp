@@ -91,7 +91,7 @@ bool VYXSaveRestore::prepareSave()
 void VYXSaveRestore::stageVersionFiles()
 {
     for (const RestorableObject &object : std::as_const(restorableObjects)) {
-        const QString path = DevicePaths::stagingRoot() + "/" + ItemNames::versionFileName(object.getName());
+        const QString path = DevicePaths::staged(ItemNames::versionFileName(object.getName()));
         const QString text = object.getRelease() + "::" + object.getVersion();
         if (!runShellLine(ShellText::printCommand(text) + " > " + ShellText::quoted(path)).succeeded()) {
             stagingFailed = true;
@@ -184,7 +184,7 @@ void VYXSaveRestore::saveMigrationBinaries(const QStringList &modules)
         const RestorableObject *object = findObject(module);
         const QString release = object != nullptr ? object->getRelease() : QString();
         const QString version = object != nullptr ? object->getVersion() : QString();
-        const QString path = DevicePaths::restoreDirectory() + "/" + ItemNames::versionFileName(module);
+        const QString path = DevicePaths::fetched(ItemNames::versionFileName(module));
         getFileAndWait(ItemNames::versionFileName(module), path, true);
         QFile file(path);
         if (!file.open(QIODevice::ReadOnly)) {

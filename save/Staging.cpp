@@ -12,12 +12,12 @@ namespace Staging {
 
 QString moduleDirectory(const QString &module)
 {
-    return DevicePaths::stagingRoot() + "/" + module;
+    return DevicePaths::staged(module);
 }
 
 QString checksumFile(const QString &module)
 {
-    return DevicePaths::stagingRoot() + "/" + ItemNames::checksumFileName(module);
+    return DevicePaths::staged(ItemNames::checksumFileName(module));
 }
 
 void createModuleDirectory(const QString &module)

@@ -16,16 +16,6 @@ namespace {
 
 constexpr auto uploadInactivityLimit = 60s;
 
-QString staged(const QString &name)
-{
-    return DevicePaths::stagingRoot() + "/" + name;
-}
-
-QString fetched(const QString &name)
-{
-    return DevicePaths::restoreDirectory() + "/" + name;
-}
-
 QStringList stagedFiles(const QString &pattern)
 {
     return QDir(DevicePaths::stagingRoot()).entryList({pattern}, QDir::Files, QDir::Unsorted);
@@ -39,7 +29,7 @@ QString moduleOf(const QString &fileName)
 QString temporaryDirectory(const QString &name)
 {
     QDir(DevicePaths::restoreDirectory()).mkpath(name);
-    return fetched(name);
+    return DevicePaths::fetched(name);
 }
 
 } // namespace
@@ -105,7 +95,7 @@ bool VYXSaveRestore::sendCounted(UploadRun &run, const QString &path, const QStr
 
 void VYXSaveRestore::fetchPreviousList(UploadRun &run)
 {
-    const QString path = fetched(ItemNames::modulesListName());
+    const QString path = DevicePaths::fetched(ItemNames::modulesListName());
     getFileAndWait(ItemNames::modulesListName(), path, true);
     QFile file(path);
     if (file.open(QIODevice::ReadOnly)) {
@@ -115,18 +105,18 @@ void VYXSaveRestore::fetchPreviousList(UploadRun &run)
 
 void VYXSaveRestore::sendVersionFiles(UploadRun &run)
 {
-    QFile list(staged(ItemNames::modulesListName()));
+    QFile list(DevicePaths::staged(ItemNames::modulesListName()));
     if (!list.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         run.failure = QString("'%1' could not be written").arg(list.fileName());
     }
     logDebug("Send version files to repository");
     for (const QString &file : stagedFiles("*.version")) {
-        sendCounted(run, staged(file), {});
+        sendCounted(run, DevicePaths::staged(file), {});
         list.write(moduleOf(file).toUtf8() + "\n");
     }
     list.close();
     logDebug("Send modules list file to repository");
-    sendCounted(run, staged(ItemNames::modulesListName()), {});
+    sendCounted(run, DevicePaths::staged(ItemNames::modulesListName()), {});
     logDebug("Done: send modules list file to repository");
 }
 
@@ -137,7 +127,7 @@ void VYXSaveRestore::fetchPreviousState(UploadRun &run)
             continue;
         }
         const QString module = object.getName();
-        const QString path = fetched(ItemNames::checksumFileName(module));
+        const QString path = DevicePaths::fetched(ItemNames::checksumFileName(module));
         getFileAndWait(ItemNames::checksumFileName(module), path, true);
         auto lines = readChecksumFile(path);
         if (!lines) {
@@ -172,7 +162,7 @@ void VYXSaveRestore::completeChecksumFiles(UploadRun &run)
     for (const QString &file : stagedFiles("*.cksum")) {
         const QString module = file.chopped(QString(".cksum").size());
         const RestorableObject *object = findObject(module);
-        const auto stagedLines = readChecksumFile(staged(file));
+        const auto stagedLines = readChecksumFile(DevicePaths::staged(file));
         if (object == nullptr || !object->hasItems() || !stagedLines) {
             continue;
         }
@@ -194,10 +184,11 @@ void VYXSaveRestore::compareModule(UploadRun &run, const QString &module)
 {
     const QString name = ItemNames::checksumFileName(module);
     const ChecksumLines &lines = run.lines[module];
-    if (!writeChecksumFile(staged(name), lines)) {
-        run.failure = QString("'%1' could not be written").arg(staged(name));
+    if (!writeChecksumFile(DevicePaths::staged(name), lines)) {
+        run.failure = QString("'%1' could not be written").arg(DevicePaths::staged(name));
     }
-    ChecksumEntries entries = compareChecksumFiles(staged(name), fetched(name), true);
+    ChecksumEntries entries =
+        compareChecksumFiles(DevicePaths::staged(name), DevicePaths::fetched(name), true);
     markNewKeys(entries, lines);
     markRenamedKeys(module, entries, *run.current, *run.previous);
     run.entries.insert(module, entries);
@@ -210,7 +201,7 @@ void VYXSaveRestore::sendHeldChecksumFiles(UploadRun &run)
         const QString name = ItemNames::checksumFileName(module);
         const ChecksumLines unchanged = unchangedLines(run.lines[module], run.entries[module]);
         if (unchanged == run.lines[module]) {
-            sendCounted(run, staged(name), {});
+            sendCounted(run, DevicePaths::staged(name), {});
             continue;
         }
         const QString held = temporaryDirectory("held") + "/" + name;
@@ -229,7 +220,7 @@ void VYXSaveRestore::sendArtefacts(UploadRun &run)
     const QStringList directories =
         QDir(DevicePaths::stagingRoot()).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
     for (const QString &module : directories) {
-        const QDir directory(staged(module));
+        const QDir directory(DevicePaths::staged(module));
         QHash<QString, QString> keyOfName;
         for (const ChecksumLine &line : run.lines.value(module)) {
             keyOfName.insert(ItemNames::artefactOfKey(line.key()), line.key());
@@ -344,7 +335,7 @@ void VYXSaveRestore::sendFinalChecksumFiles(UploadRun &run)
         return;
     }
     for (const QString &module : std::as_const(run.heldBack)) {
-        const QString path = staged(ItemNames::checksumFileName(module));
+        const QString path = DevicePaths::staged(ItemNames::checksumFileName(module));
         ChecksumLines lines = run.lines[module];
         const QSet<QString> failed = run.failedKeys.value(module);
         lines.removeIf([&](const ChecksumLine &line) { return failed.contains(line.key()); });

@@ -55,6 +55,8 @@ void VYXSaveRestore::findModulesToReset()
 {
     if (modulesList.isEmpty()) {
         refreshListOfModulesToReset();
+    }
+    if (restorableObjects.isEmpty()) {
         describeModules();
     }
 }

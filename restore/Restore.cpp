@@ -30,6 +30,7 @@ void VYXSaveRestore::startRestoreFromRepository()
         showFailure("The modules to restore are not known: abort restore operations.");
         return;
     }
+    completeSaveGroups();
     operationGeneration = repositoryGeneration;
     failedItems = 0;
     cleanRestoreDirectory();

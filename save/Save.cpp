@@ -81,7 +81,7 @@ bool VYXSaveRestore::prepareSave()
         showFailure("The modules to save are not known: abort backup operations.");
         return false;
     }
-    saveGroups = withNewModules(saveGroups, restorableObjects);
+    completeSaveGroups();
     cleanRestoreDirectory();
     cleanSaveDirectory();
     stageVersionFiles();
@@ -167,6 +167,14 @@ bool VYXSaveRestore::stageGroupDatabases(const QStringList &group, const QString
     dumpDatabases(modules);
     logDebug("Saving done");
     return true;
+}
+
+/// Modules that have come since the groups were made may depend on others: all groups are made anew.
+void VYXSaveRestore::completeSaveGroups()
+{
+    if (!haveGroups(restorableObjects, saveGroups)) {
+        computeSaveGroups();
+    }
 }
 
 void VYXSaveRestore::computeSaveGroups()

@@ -56,18 +56,11 @@ SaveGroups computeGroups(const QList<RestorableObject> &objects)
     return groups;
 }
 
-SaveGroups withNewModules(const SaveGroups &groups, const QList<RestorableObject> &objects)
+bool haveGroups(const QList<RestorableObject> &objects, const SaveGroups &groups)
 {
-    SaveGroups extended = groups;
-    for (const RestorableObject &object : objects) {
-        const bool known = std::any_of(extended.cbegin(), extended.cend(), [&](const QStringList &group) {
-            return group.contains(object.getName());
-        });
-        if (object.hasItems() && !known) {
-            QStringList group = groupOf(object);
-            group.removeDuplicates();
-            extended << group;
-        }
-    }
-    return extended;
+    return std::all_of(objects.cbegin(), objects.cend(), [&](const RestorableObject &object) {
+        return !object.hasItems() ||
+               std::any_of(groups.cbegin(), groups.cend(),
+                           [&](const QStringList &group) { return group.contains(object.getName()); });
+    });
 }

@@ -12,5 +12,5 @@ using SaveGroups = QList<QStringList>;
 /// name in common are merged. Groups and names keep their order; a name appears once in a group.
 SaveGroups computeGroups(const QList<RestorableObject> &objects);
 
-/// The groups as they are, and behind them a group of its own for each module with items that is in none.
-SaveGroups withNewModules(const SaveGroups &groups, const QList<RestorableObject> &objects);
+/// True when every module that has something to save is in a group.
+bool haveGroups(const QList<RestorableObject> &objects, const SaveGroups &groups);

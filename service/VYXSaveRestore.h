@@ -166,6 +166,7 @@ private:
 
     // save: orchestration
     void computeSaveGroups();
+    void completeSaveGroups();
     bool saveIsPossible();
     bool prepareSave();
     bool runSavePasses();

@@ -135,9 +135,8 @@ private Q_SLOTS:
         objects << parse("<r/>", "empty");
         const SaveGroups computed = computeGroups(objects);
         QTEST(computed, "groups");
-        objects << module("late", {"a"});
-        const SaveGroups extended = computed + SaveGroups{{"late", "a"}};
-        QCOMPARE(withNewModules(computed, objects), extended);
+        QVERIFY(haveGroups(objects, computed));
+        QVERIFY(!haveGroups(objects << module("late", {"a"}), computed));
     }
 
     void noModuleIsLostInGroups()

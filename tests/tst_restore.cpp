@@ -83,6 +83,21 @@ private Q_SLOTS:
     void init() { device = std::make_unique<TestDevice>(); }
     void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
 
+    void moduleThatStartsAfterTheService()
+    {
+        addModule("A");
+        QVERIFY(device->start() && device->save());
+        const QByteArray before = state("A");
+        QCOMPARE(device->stopService(), 0);
+        device->call("stopModule", {"A"}, "ApplicationManager");
+        QVERIFY(device->startService("FastService"));
+        device->call("startModule", {"A"}, "ApplicationManager");
+        QVERIFY(device->waitForName("A"));
+        damage("A");
+        QVERIFY(restore());
+        QCOMPARE(state("A"), before);
+    }
+
     void everythingComesBack()
     {
         addModule("A");

@@ -42,6 +42,9 @@ void VYXSaveRestore::useLocalRepository(const QString &url)
     if (repository != nullptr && repository->getRepositoryType() == LocalRepositoryType) {
         logDebug("Changing local repository: '%1'", url);
         repository->setRepositoryUrl(url);
+        if (!QFile::exists(url)) {
+            logWarning("'%1' does not exist: the repository stays '%2'", url, repository->getRepositoryUrl());
+        }
         return;
     }
     logDebug("Creating new local repository: '%1'", url);
@@ -106,9 +109,12 @@ bool VYXSaveRestore::repositoryIsUsable(const QString &operation)
     if (!isDevMode() && !RepositoryUrl::isSecure(url)) {
         return refuse("Unsecured URL");
     }
-    if (auto *distant = qobject_cast<DistantRepository *>(repository);
-        RepositoryUrl::isSecure(url) && distant != nullptr && !distant->checkCtlStatus(true)) {
-        return refuse("CTL is not deployed");
+    if (auto *distant = qobject_cast<DistantRepository *>(repository); distant != nullptr) {
+        // The developer mode may have ended since the URL was set.
+        distant->ctlCheckEnabled = distant->ctlCheckEnabled || !devMode;
+        if (RepositoryUrl::isSecure(url) && !distant->checkCtlStatus(true)) {
+            return refuse("CTL is not deployed");
+        }
     }
     if (!repository->checkRepository()) {
         logWarning("Connection to repository failed (%1).", RepositoryUrl::forDisplay(url));

@@ -43,7 +43,14 @@ void RestorableDescription::read(const QString &path)
 {
     QFile file(path);
     QDomDocument document;
-    if (!file.open(QIODevice::ReadOnly) || !document.setContent(file.readAll())) {
+    if (!file.open(QIODevice::ReadOnly)) {
+        logError("The description '%1' cannot be read: %2", path, file.errorString());
+        return;
+    }
+    QString error;
+    int line = 0;
+    if (!document.setContent(file.readAll(), &error, &line)) {
+        logError("The description '%1' is broken in line %2: %3", path, line, error);
         return;
     }
     const QDomElement root = document.documentElement();

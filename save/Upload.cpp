@@ -168,6 +168,12 @@ void VYXSaveRestore::completeChecksumFiles(UploadRun &run)
         }
         const CompletedLines completed =
             completeLines(module, *stagedLines, run.previousLines.value(module), savedPriorities);
+        for (const ChecksumLine &line : *stagedLines) {
+            if (line.digest().isEmpty()) {
+                logWarning("'%1' of module '%2' cannot be read: what was saved of it before stays",
+                           line.key(), module);
+            }
+        }
         run.modules << module;
         run.takenOver.insert(module, completed.takenOver);
         run.lines.insert(module, completed.lines);

@@ -38,8 +38,8 @@ expect() {
 
 interface=$(sed -nE 's/^ *"(.*)\\n"$/\1/p' dbus/VYXSaveRestoreAdaptor.h | sed 's/\\"/"/g')
 sources | messages | expect "log line or pop-up" 100 '' ''
-sources | grep -oE '(subscribeEvent|notifyEvent|VYXEvent( event)?)\( *"\w+"' | cut -d '"' -f 2 |
-    expect event 10 '| `' '` |'
+sources | grep -oE '(subscribeEvent|notifyEvent|VYXEvent( \w+)?)\( *"\w+"' | cut -d '"' -f 2 |
+    expect event 9 '| `' '` |'
 sources | grep -oE 'readSetting\("\w+"' | cut -d '"' -f 2 | expect setting 4 '| `' '` |'
 awk -F '"' '/<method/ { name = $2; list = "" } /<arg name/ { list = list (list == "" ? "" : ", ") $2 }
     /<\/method|<method.*\/>/ { print name "(" list ")" }' <<<"$interface" | expect method 24 '| `' '` |'

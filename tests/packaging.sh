@@ -1,0 +1,121 @@
+#!/usr/bin/env bash
+# Packs the service of a finished build, installs the package into a root of its own, runs a save there on a bus that
+# denies by default with the policy of the package, and removes the package again.
+set -uo pipefail
+export LC_ALL=C.UTF-8 PATH=$PATH:/usr/sbin:/sbin
+umask 022
+sources=${1:?usage: packaging.sh SOURCES BUILD} programs=${2:?usage: packaging.sh SOURCES BUILD}/bin
+work=$(mktemp -d /tmp/saverestore-packaging.XXXXXX) || exit 1
+root=$work/root unit=vyxsaverestore.service
+. "$sources/scripts/lib/device.sh"
+trap 'stop_device; rm -rf "$work"' EXIT
+trap 'exit 143' INT TERM HUP
+
+fail() {
+    echo "packaging: FAILED: $1" && tail -n 12 "$work/output" "$root"/log/{bus,VYXSaveRestore}.log 2>/dev/null
+    exit 1
+}
+
+# run WHAT COMMAND... : ends the test with WHAT when the command fails.
+run() {
+    "${@:2}" </dev/null >"$work/output" 2>&1 || fail "$1"
+}
+
+# quiet WHAT COMMAND... : also when it says anything.
+quiet() {
+    run "$@"
+    [ ! -s "$work/output" ] || fail "$1"
+}
+
+# The root belongs to whoever runs this; dpkg wants to give files to root.
+dpkg_in_root() {
+    local administrator=()
+    [ "$(id -u)" -eq 0 ] || administrator=(fakeroot)
+    "${administrator[@]}" dpkg --root="$root" --log="$work/dpkg.log" --path-include='/usr/share/*' \
+        --force-not-root --force-depends --force-script-chrootless "$@"
+}
+
+# use_policy USER GROUP : the installed policy with these for root and vyxapplication.
+use_policy() {
+    sed "s/user=\"root\"/user=\"$1\"/; s/group=\"vyxapplication\"/group=\"$2\"/" \
+        "$root/usr/share/dbus-1/system.d/com.corvane.Pelorin.VYXSaveRestore.conf" >"$work/policy.conf"
+    [ -z "${process[bus]:-}" ] || run "the bus refuses the policy" busctl \
+        "--address=$DBUS_SYSTEM_BUS_ADDRESS" --timeout=5 call org.freedesktop.DBus /org/freedesktop/DBus \
+        org.freedesktop.DBus ReloadConfig
+}
+
+broadcast() {
+    busctl "--address=$DBUS_SYSTEM_BUS_ADDRESS" --timeout=5 emit /com/corvane/Pelorin/Forger \
+        "$bus_prefix.VYXEvent" stop_save_restore_OK 'a{sv}s' 1 ModuleName s "$1" ""
+}
+
+run "the package cannot be made" cpack --config "$2/CPackConfig.cmake" -B "$work/pack"
+package=$(find "$work/pack" -maxdepth 1 -name 'vyxsaverestore_*.deb')
+run "the package cannot be read" dpkg-deb --info "$package"
+depends=", $(dpkg-deb --field "$package" Depends),"
+for needed in libc6 libqt6core6 libqt6sql6-sqlite openssl sqlite3 'mawk | gawk' procps dbus; do
+    [[ $depends =~ ", $needed"[\ ,] ]] || fail "the package does not depend on $needed"
+done
+
+mkdir -p "$root"/{etc,log,var/lib/dpkg/info,var/lib/dpkg/updates} && touch "$root/var/lib/dpkg/status"
+run "the package cannot be installed" dpkg_in_root --install "$package"
+find "$root/usr" -type f -printf './%P\n' | sort >"$work/installed"
+sort >"$work/expected" <<FILES
+./sbin/VYXSaveRestore
+./lib/systemd/system/vyxsaverestore.service
+./lib/sysusers.d/vyxsaverestore.conf
+./share/dbus-1/system.d/com.corvane.Pelorin.VYXSaveRestore.conf
+./share/man/man8/VYXSaveRestore.8
+$(cd "$sources" && printf './share/doc/vyxsaverestore/%s\n' README.md docs/*.md)
+FILES
+quiet "other files than expected are installed" diff "$work/expected" "$work/installed"
+run "the group was not made" grep '^vyxapplication:' "$root/etc/group"
+run "the unit was not enabled" test -L "$root/etc/systemd/system/multi-user.target.wants/$unit"
+sed "s|=/usr/sbin/|=$root/usr/sbin/|" "$root/usr/lib/systemd/system/$unit" >"$work/$unit"
+quiet "the unit is not sound" systemd-analyze verify --man=no --recursive-errors=no "$work/$unit"
+if command -v groff >/dev/null; then
+    quiet "the man page has warnings" groff -man -ww -Tutf8 -z "$root/usr/share/man/man8/VYXSaveRestore.8"
+else
+    echo "packaging: the man page is not tried: no groff"
+fi
+
+run "the device cannot be laid out" "$sources/device/make-device" "$root" "$programs"
+cp "$sources/tests/support/strict-bus.conf" "$work/bus.conf"
+nobody=2147483000
+use_policy "$(id -u)" "$nobody"
+export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$work/bus VYX_DEVICE_ROOT=$root VYX_LOG_LEVEL=7
+start_program bus dbus-daemon "--config-file=$work/bus.conf" "--address=$DBUS_SYSTEM_BUS_ADDRESS" --nofork
+wait_until 10 bus_answers || fail "the bus does not answer"
+for module in SettingsManager Scheduler ApplicationManager; do
+    start_module "$module" || fail "$module does not start"
+done
+start_program VYXSaveRestore "$root/usr/sbin/VYXSaveRestore"
+wait_until 60 owns_name VYXSaveRestore || fail "the installed service does not start"
+run "root may not save" call VYXSaveRestore startSaveOnRepository ""
+[ "$(<"$work/output")" = "b true" ] || fail "the save did not succeed"
+run "the save wrote no modules list" test -s "$root/media/repository/modules-list.sav"
+
+use_policy "$nobody" "$nobody"
+call VYXSaveRestore getCapabilities "" >"$work/output" 2>&1 && fail "a stranger may call the service"
+[[ $(<"$work/output") == *"Access denied"* ]] || fail "a stranger's call is refused for another reason"
+broadcast stranger >"$work/output" 2>&1
+use_policy "$nobody" "$(id -g)"
+run "a member of the group may not call the service" call VYXSaveRestore getCapabilities ""
+run "a member of the group may not broadcast" broadcast member
+# What was broadcast before would have been heard before.
+wait_until 20 grep -q "'member' said" "$root/log/VYXSaveRestore.log" || fail "a member's broadcast is not heard"
+grep -q "'stranger' said" "$root/log/VYXSaveRestore.log" && fail "a stranger's broadcast is heard"
+service=${process[VYXSaveRestore]}
+stop_process VYXSaveRestore
+run "the service did not end with status 0" wait "$service"
+timeout --kill-after=5 60 "$root/usr/sbin/VYXSaveRestore" </dev/null >"$work/output" 2>&1
+[[ "$? $(<"$work/output")" == "1 "*"could not take the bus name"* ]] || fail "only root may own the name"
+stop_device
+
+find "$root"/{data,media} -ls | sort >"$work/before"
+run "the package cannot be removed" dpkg_in_root --remove vyxsaverestore
+run "the package cannot be purged" dpkg_in_root --purge vyxsaverestore
+quiet "something of the package is left" find "$root"/{usr,etc,var,tmp} -iname '*saverestore*'
+find "$root"/{data,media} -ls | sort >"$work/after"
+quiet "the removal touched the modules' data or the repository" diff "$work/before" "$work/after"
+echo "packaging: passed"

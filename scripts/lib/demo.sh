@@ -205,28 +205,15 @@ show_tally() {
 }
 
 show_commands() {
-    local setting='(sssssssiiia(ss)bbs)' rest='"" "" "" "" "" 0 0 0 0 false false ""' method
-    local list=(
-        'startSaveOnRepository' 'startSaveOnRepository i 1' 'startRestoreFromRepository' 'resetToDefault'
-        'resetToFactory' 'setSaveRestoreHighPriority b true' 'setSaveRestoreNormalPriority b true'
-        'setSaveRestoreLowPriority b true' 'setSaveRestorePriority bbb true true true'
-        'setSaveFrequency iibb 3 0 false true' "setRepositoryUrl s $repository_url" 'setSaveRestoreLevel i 2'
-        'setSaveRestoreSchedule ibb 3 false true' 'printRestorableFiles' 'printSettings'
-        "repositoryUrlChanged '$setting' SaveRestoreUrl $repository_url $rest"
-        "saveRestoreLevelChanged '$setting' SaveRestoreLevel 2 $rest"
-        "saveRestoreScheduleChanged '$setting' SaveRestoreSchedule 3 $rest"
-        "saveRestoreScheduleTypeChanged '$setting' SaveRestoreScheduleType 2 $rest"
-        "saveRestoreScheduleValidation '$setting' SaveRestoreSchedule 3 $rest"
-        'getCapabilities' 'getCapabilities i 0' 'getCapability s SAVE_RESTORE_ENABLE'
-        'getCapability is 0 SAVE_RESTORE_ENABLE')
     heading "The device stays up below $root"
     echo "   The service's log: $root/log/VYXSaveRestore.log"
-    echo "   For this shell, then any of the calls:"
+    echo "   For this shell; docs/operations.md has an example of every call:"
     echo
-    echo "vyx() { busctl --address=$DBUS_SYSTEM_BUS_ADDRESS --timeout=300 call $bus_prefix.VYXSaveRestore /com/corvane/Pelorin/VYXSaveRestore $bus_prefix.VYXInterface \"\$@\"; }"
-    for method in "${list[@]}"; do
-        echo "vyx $method"
-    done
+    echo "export DBUS_SYSTEM_BUS_ADDRESS=$DBUS_SYSTEM_BUS_ADDRESS"
+    echo "vyx() { busctl --timeout=30min call $bus_prefix.\$1 /com/corvane/Pelorin/\$1 $bus_prefix.VYXInterface \"\${@:2}\"; }"
+    echo "vyx VYXSaveRestore printSettings"
+    echo "vyx VYXSaveRestore startRestoreFromRepository"
+    echo "vyx Scheduler printTasks"
     echo
     echo "   To end it all and remove its data:"
     echo

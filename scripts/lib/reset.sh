@@ -154,7 +154,7 @@ run_reset() {
     reply=$(call VYXSaveRestore "$1" 2>&1)
     reset_time=$(awk -v a="$started" -v b="$EPOCHREALTIME" 'BEGIN { printf "%.1f", b - a }')
     echo "   The reset took $reset_time s."
-    check "the call's answer" "'$2'" test "$reply" = "$2"
+    check "the call's answer" "${2:-none}" test "$reply" = "$2"
 }
 
 end_reset() {
@@ -163,6 +163,7 @@ end_reset() {
 }
 
 reset_to_default() {
+    echo "   Each module's commands run on its databases, and the modules reset their settings themselves."
     echo 'volume=11' >"$live/PhoneBook/ringtones.conf"
     expect_user_data verify_default
     run_reset resetToDefault "b true"
@@ -179,6 +180,7 @@ no_module_runs() {
 }
 
 reset_to_factory() {
+    echo "   The same with the commands for the factory state; the modules remove what was added, and are stopped."
     echo 'sort=name' >"$live/Gallery/gallery.ini"
     sqlite3 -batch "$live/Navigator/places.data" "INSERT INTO recent VALUES (1, '2026-03-08 09:00')"
     expect_user_data verify_factory

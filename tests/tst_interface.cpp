@@ -170,7 +170,7 @@ private Q_SLOTS:
         for (const auto &[setting, values, expected] : steps) {
             for (const QString &value : values) {
                 const UpdateReport report = set(setting, value);
-                QCOMPARE(report.isValid(), !expected.isEmpty());
+                QVERIFY2(report.isValid() != expected.isEmpty(), qPrintable(value));
                 QCOMPARE(report.getMessage(), report.isValid() ? "" : "Schedule time/frequency is invalid");
                 static const QRegularExpression names("(?<=^|\n)[^:]*: ");
                 const QString shown = settings().remove(names).chopped(1).replace('\n', '|');

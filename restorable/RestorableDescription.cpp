@@ -127,7 +127,7 @@ void RestorableDescription::readDatabaseChildren(const QDomElement &element, Res
 
 QString RestorableDescription::acceptItemPath(const QString &text) const
 {
-    const QString path = ItemNames::normalizedItemPath(text);
+    QString path = ItemNames::normalizedItemPath(text);
     if (path.isEmpty()) {
         logError("File/directory '%1' of module '%2' is refused: it does not lie below the module's data",
                  text, object.name);

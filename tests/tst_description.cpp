@@ -1,8 +1,7 @@
 #include "restorable/RestorableListing.h"
 #include "save/SaveGroups.h"
+#include "tests/support/Files.h"
 
-#include <QDir>
-#include <QFile>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QTest>
@@ -15,22 +14,11 @@ class tst_description : public QObject
 
     QString dataPath(const QString &item) const { return root.path() + "/data/VYXApplication/m/" + item; }
 
-    void touch(const QString &item) const
-    {
-        QDir().mkpath(QFileInfo(dataPath(item)).path());
-        QFile file(dataPath(item));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-    }
-
     RestorableObject parse(const QByteArray &text, const QString &name = "m") const
     {
-        QFile file(root.path() + "/restorable.xml");
-        if (!file.open(QIODevice::WriteOnly)) {
-            qFatal("no description");
-        }
-        file.write(text);
-        file.close();
-        return {name, "2", "1.3", "77", file.fileName()};
+        const QString file = root.path() + "/restorable.xml";
+        writeFile(file, text);
+        return {name, "2", "1.3", "77", file};
     }
 
     RestorableObject module(const QString &name, const QStringList &dependencies) const
@@ -39,8 +27,7 @@ class tst_description : public QObject
         for (const QString &dependency : dependencies) {
             children += "<dependency>" + dependency.toUtf8() + "</dependency>";
         }
-        QDir().mkpath(root.path() + "/data/VYXApplication/" + name);
-        QFile(root.path() + "/data/VYXApplication/" + name + "/d.data").open(QIODevice::WriteOnly);
+        writeFile(root.path() + "/data/VYXApplication/" + name + "/d.data", {});
         return parse("<r><databases><database name='d'>" + children + "</database></databases></r>", name);
     }
 
@@ -48,9 +35,9 @@ private Q_SLOTS:
     void initTestCase()
     {
         qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());
-        touch("main.data");
-        touch("extra.data");
-        touch("conf/a.xml");
+        for (const char *item : {"main.data", "extra.data", "conf/a.xml"}) {
+            writeFile(dataPath(item), {});
+        }
         QDir().mkpath(dataPath("logs"));
     }
 
@@ -88,55 +75,48 @@ private Q_SLOTS:
                  "\t'', sql command: 'DELETE FROM x'\n");
     }
 
-    void brokenFiles_data()
-    {
-        QTest::addColumn<QByteArray>("text");
-        QTest::newRow("empty") << QByteArray();
-        QTest::newRow("no XML") << QByteArray("PK\x03\x04 garbage");
-        QTest::newRow("cut off") << QByteArray("<r><files><file>conf/a.xml</file>");
-        QTest::newRow("entity bomb") << QByteArray(
-            "<!DOCTYPE r [<!ENTITY a 'xxxxxxxxxxxxxxxxxxxx'><!ENTITY b '&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;'>"
-            "<!ENTITY c '&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;'><!ENTITY d '&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;'>"
-            "<!ENTITY e '&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;'>]><r><files><file>&e;</file></files></r>");
-        QTest::newRow("names that lead outside") << QByteArray(
-            "<r><databases><database name='../m/main'/><database name=''/><database name='a/b'/></databases>"
-            "<files><file>/etc/passwd</file><file>../n/x</file><file></file><file>a\tb</file></files></r>");
-    }
     void brokenFiles()
     {
-        QFETCH(QByteArray, text);
-        const RestorableObject object = parse(text);
-        QCOMPARE(object.getName(), "m");
-        QVERIFY(!object.hasItems());
-        QVERIFY(restorableListing({object}).contains("Files: none\nDirectories: none\n"));
+        const QByteArray entityBomb =
+            "<!DOCTYPE r [<!ENTITY a 'xxxxxxxxxxxxxxxxxxxx'><!ENTITY b '&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;'>"
+            "<!ENTITY c '&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;'><!ENTITY d '&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;'>"
+            "<!ENTITY e '&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;'>]><r><files><file>&e;</file></files></r>";
+        const QByteArray namesThatLeadOutside =
+            "<r><databases><database name='../m/main'/><database name=''/><database name='a/b'/></databases>"
+            "<files><file>/etc/passwd</file><file>../n/x</file><file></file><file>a\tb</file></files></r>";
+        for (const QByteArray &text :
+             {QByteArray(), QByteArray("PK\x03\x04 garbage"), QByteArray("<r><files><file>conf/a.xml</file>"),
+              entityBomb, namesThatLeadOutside}) {
+            const RestorableObject object = parse(text);
+            QVERIFY2(object.getName() == "m" && !object.hasItems(), "text: " + text);
+            QVERIFY2(restorableListing({object}).contains("Files: none\nDirectories: none\n"),
+                     "text: " + text);
+        }
     }
 
-    void groups_data()
-    {
-        using Modules = QList<QStringList>;
-        QTest::addColumn<Modules>("modules"); // name, then dependencies
-        QTest::addColumn<Modules>("groups");
-        QTest::newRow("apart") << Modules{{"a"}, {"b"}} << Modules{{"a"}, {"b"}};
-        QTest::newRow("dependency") << Modules{{"a", "b"}, {"b"}, {"c"}} << Modules{{"a", "b"}, {"c"}};
-        QTest::newRow("on an unknown module") << Modules{{"a", "x"}, {"b"}} << Modules{{"a", "x"}, {"b"}};
-        // "c" moves into the place of the merged group, is not looked at, and takes the first group in its
-        // own round.
-        QTest::newRow("chain") << Modules{{"a", "b"}, {"b", "c"}, {"c"}} << Modules{{"c", "a", "b"}};
-        QTest::newRow("last on first") << Modules{{"a"}, {"b"}, {"c", "a", "b"}} << Modules{{"b", "a", "c"}};
-        QTest::newRow("twice") << Modules{{"a", "b", "b"}} << Modules{{"a", "b"}};
-    }
     void groups()
     {
-        QFETCH(QList<QStringList>, modules);
-        QList<RestorableObject> objects;
-        for (const QStringList &entry : modules) {
-            objects << module(entry.first(), entry.mid(1));
+        using Modules = QList<QStringList>; // name, then dependencies
+        const QList<std::tuple<const char *, Modules, SaveGroups>> cases = {
+            {"apart", {{"a"}, {"b"}}, {{"a"}, {"b"}}},
+            {"dependency", {{"a", "b"}, {"b"}, {"c"}}, {{"a", "b"}, {"c"}}},
+            {"on an unknown module", {{"a", "x"}, {"b"}}, {{"a", "x"}, {"b"}}},
+            // "c" moves into the place of the merged group, is not looked at, and takes the first group in
+            // its own round.
+            {"chain", {{"a", "b"}, {"b", "c"}, {"c"}}, {{"c", "a", "b"}}},
+            {"last on first", {{"a"}, {"b"}, {"c", "a", "b"}}, {{"b", "a", "c"}}},
+            {"twice", Modules{{"a", "b", "b"}}, SaveGroups{{"a", "b"}}}};
+        for (const auto &[name, modules, groups] : cases) {
+            QList<RestorableObject> objects;
+            for (const QStringList &entry : modules) {
+                objects << module(entry.first(), entry.mid(1));
+            }
+            objects << parse("<r/>", "empty");
+            const SaveGroups computed = computeGroups(objects);
+            QVERIFY2(computed == groups, name);
+            QVERIFY2(haveGroups(objects, computed), name);
+            QVERIFY2(!haveGroups(objects << module("late", {"a"}), computed), name);
         }
-        objects << parse("<r/>", "empty");
-        const SaveGroups computed = computeGroups(objects);
-        QTEST(computed, "groups");
-        QVERIFY(haveGroups(objects, computed));
-        QVERIFY(!haveGroups(objects << module("late", {"a"}), computed));
     }
 
     void noModuleIsLostInGroups()

@@ -9,36 +9,29 @@ class tst_device : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void occurrences_data()
-    {
-        QTest::addColumn<QList<int>>("minutes");
-        QTest::addColumn<QList<int>>("hours");
-        QTest::addColumn<QString>("after");
-        QTest::addColumn<QString>("next");
-        QTest::newRow("today") << QList<int>{4} << QList<int>{3} << "2026-03-01T01:00:00"
-                               << "2026-03-01T03:04:00";
-        QTest::newRow("tomorrow") << QList<int>{4} << QList<int>{3} << "2026-12-31T03:04:00"
-                                  << "2027-01-01T03:04:00";
-        QTest::newRow("24 is midnight") << QList<int>{0} << QList<int>{24} << "2026-03-01T10:00:00"
-                                        << "2026-03-02T00:00:00";
-        QTest::newRow("unordered") << QList<int>{1} << QList<int>{11, 17, 23, 5} << "2026-03-01T23:30:00"
-                                   << "2026-03-02T05:01:00";
-        QTest::newRow("any minute") << QList<int>{} << QList<int>{} << "2026-03-01T10:00:30"
-                                    << "2026-03-01T10:01:00";
-        QTest::newRow("never") << QList<int>{61} << QList<int>{} << "2026-03-01T10:00:30"
-                               << "";
-    }
     void occurrences()
     {
-        QFETCH(QList<int>, minutes);
-        QFETCH(QList<int>, hours);
-        QFETCH(QString, after);
-        QFETCH(QString, next);
-        TimePattern pattern;
-        pattern.minutes = minutes;
-        pattern.hours = hours;
-        QCOMPARE(nextOccurrence(pattern, QDateTime::fromString(after, Qt::ISODate)),
-                 QDateTime::fromString(next, Qt::ISODate));
+        struct Case
+        {
+            const char *name;
+            QList<int> minutes, hours;
+            QString after, next;
+        };
+        const QList<Case> cases = {
+            {"today", {4}, {3}, "2026-03-01T01:00:00", "2026-03-01T03:04:00"},
+            {"tomorrow", {4}, {3}, "2026-12-31T03:04:00", "2027-01-01T03:04:00"},
+            {"24 is midnight", {0}, {24}, "2026-03-01T10:00:00", "2026-03-02T00:00:00"},
+            {"unordered", {1}, {11, 17, 23, 5}, "2026-03-01T23:30:00", "2026-03-02T05:01:00"},
+            {"any minute", {}, {}, "2026-03-01T10:00:30", "2026-03-01T10:01:00"},
+            {"never", {61}, {}, "2026-03-01T10:00:30", ""}};
+        for (const auto &[name, minutes, hours, after, next] : cases) {
+            TimePattern pattern;
+            pattern.minutes = minutes;
+            pattern.hours = hours;
+            const QDateTime found = nextOccurrence(pattern, QDateTime::fromString(after, Qt::ISODate));
+            QVERIFY2(found == QDateTime::fromString(next, Qt::ISODate),
+                     qPrintable(QString("%1: %2").arg(name, found.toString(Qt::ISODate))));
+        }
     }
 
     void taskIdsAreNeverUsedAgain()

@@ -1,63 +1,29 @@
 #include "repository/DistantRepository.h"
 #include "repository/RepositoryUrl.h"
+#include "tests/support/DataTable.h"
+#include "tests/support/RepositoryTest.h"
 #include "tests/support/StoreServer.h"
-#include "tests/support/TestDevice.h"
 
-#include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
-#include <QTemporaryDir>
-#include <QTest>
-
-#include <memory>
 
 using namespace std::chrono_literals;
 
 /// The client of a server, against servers that do what they should not.
-class tst_distant : public QObject
+class tst_distant : public RepositoryTest
 {
     Q_OBJECT
 
-    std::unique_ptr<QTemporaryDir> local;
     std::unique_ptr<StoreServer> server;
     std::unique_ptr<DistantRepository> repository;
-    QStringList signalled;
-
-    QString file(const QString &name, const QByteArray &content = "content") const
-    {
-        QFile target(local->filePath(name));
-        if (!target.open(QIODevice::WriteOnly)) {
-            qFatal("no file");
-        }
-        target.write(content);
-        return target.fileName();
-    }
-
-    QByteArray content(const QString &name) const
-    {
-        QFile target(local->filePath(name));
-        return target.open(QIODevice::ReadOnly) ? target.readAll() : QByteArray("<none>");
-    }
-
-    bool finished() const
-    {
-        return TestDevice::waitUntil([this] { return !repository->hasPendingRequests(); });
-    }
 
 private Q_SLOTS:
     void init()
     {
-        local = std::make_unique<QTemporaryDir>();
         server = std::make_unique<StoreServer>();
         repository = std::make_unique<DistantRepository>(server->url());
         repository->setInactivityLimit(400ms);
-        signalled.clear();
-        connect(repository.get(), &RepositoryManager::repositoryManagerReady, this,
-                [this] { signalled << "ready"; });
-        connect(repository.get(), &RepositoryManager::repositoryAllOperationsDone, this,
-                [this] { signalled << "all"; });
-        connect(repository.get(), &RepositoryManager::repositoryOperationDone, this,
-                [this] { signalled << "one"; });
+        watch(*repository);
+        startAfresh();
     }
 
     void oneAtATimeInOrder()
@@ -67,7 +33,7 @@ private Q_SLOTS:
         }
         QVERIFY(repository->getFileFromRepository("b", local->filePath("back")));
         QVERIFY(repository->removeFileFromRepository("a"));
-        QVERIFY(finished());
+        QVERIFY(finished(*repository));
         QCOMPARE(server->requests, QStringList({"PUT a", "PUT b", "PUT c", "GET b", "DELETE a"}));
         QCOMPARE(server->entries.keys(), QStringList({"b", "c"}));
         QCOMPARE(content("back"), "b");
@@ -79,23 +45,21 @@ private Q_SLOTS:
         QCOMPARE(repository->getErrorStatus(), RequestSucceeded);
 
         signalled.clear();
-        repository->sendFileToRepository(file("d"));
-        QVERIFY(finished());
+        QVERIFY(repository->sendFileToRepository(file("d")) && finished(*repository));
         QCOMPARE(signalled.last(), "one");
         QCOMPARE(signalled.indexOf("all"), signalled.size() - 3);
     }
 
     void failures_data()
     {
-        QTest::addColumn<int>("behaviour");
-        QTest::addColumn<int>("status");
+        columns<int, int>("behaviour", "status");
         for (const int status : {301, 302, 403, 404, 500, 507}) {
             QTest::addRow("status %d", status) << int(StoreServer::Fail) << status;
         }
-        QTest::newRow("never answers") << int(StoreServer::Silent) << 0;
-        QTest::newRow("closes at once") << int(StoreServer::Close) << 0;
-        QTest::newRow("hangs in the body") << int(StoreServer::Hangs) << 0;
-        QTest::newRow("cuts the body") << int(StoreServer::CutBody) << 0;
+        row("never answers", int(StoreServer::Silent), 0);
+        row("closes at once", int(StoreServer::Close), 0);
+        row("hangs in the body", int(StoreServer::Hangs), 0);
+        row("cuts the body", int(StoreServer::CutBody), 0);
     }
     void failures()
     {
@@ -110,8 +74,8 @@ private Q_SLOTS:
         QElapsedTimer timer;
         timer.start();
         repository->getFileFromRepository("bad", local->filePath("bad-back"));
-        repository->getFileFromRepository("good", local->filePath("good-back"));
-        QVERIFY(finished());
+        QVERIFY(repository->getFileFromRepository("good", local->filePath("good-back")) &&
+                finished(*repository));
         QCOMPARE(content("bad-back"), "<none>");
         QCOMPARE(content("good-back"), "entry");
         QVERIFY(!repository->getErrorString().isEmpty());
@@ -121,28 +85,25 @@ private Q_SLOTS:
         if (behaviour != StoreServer::Hangs && behaviour != StoreServer::CutBody) {
             repository->sendFileToRepository(file("bad"));
             repository->sendFileToRepository(file("good"));
-            QVERIFY(finished());
+            QVERIFY(finished(*repository));
             QCOMPARE(repository->getErrorStatus(), RequestFailed);
             QCOMPARE(signalled.count("one"), 2);
             QCOMPARE(server->entries.value("good"), "content");
         }
         repository->removeFileFromRepository("bad");
-        repository->removeFileFromRepository("good");
-        QVERIFY(finished());
+        QVERIFY(repository->removeFileFromRepository("good") && finished(*repository));
         QVERIFY(!server->entries.contains("good"));
         QVERIFY(timer.elapsed() < 8000);
     }
 
     void checks_data()
     {
-        QTest::addColumn<int>("behaviour");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<bool>("reached");
-        QTest::newRow("proper") << int(StoreServer::Proper) << 0 << true;
-        QTest::newRow("moved") << int(StoreServer::Fail) << 301 << false;
-        QTest::newRow("forbidden") << int(StoreServer::Fail) << 403 << false;
-        QTest::newRow("never answers") << int(StoreServer::Silent) << 0 << false;
-        QTest::newRow("closes") << int(StoreServer::Close) << 0 << false;
+        columns<int, int, bool>("behaviour", "status", "reached");
+        row("proper", int(StoreServer::Proper), 0, true);
+        row("moved", int(StoreServer::Fail), 301, false);
+        row("forbidden", int(StoreServer::Fail), 403, false);
+        row("never answers", int(StoreServer::Silent), 0, false);
+        row("closes", int(StoreServer::Close), 0, false);
     }
     void checks()
     {
@@ -157,8 +118,7 @@ private Q_SLOTS:
         QCOMPARE(repository->checkRepository(), reached);
         QCOMPARE(server->requests.first(), "PUT a");
         QCOMPARE(repository->getErrorString().isEmpty(), reached);
-        repository->sendFileToRepository(file("b"));
-        QVERIFY(finished());
+        QVERIFY(repository->sendFileToRepository(file("b")) && finished(*repository));
         QCOMPARE(server->entries.keys(), QStringList({"a", "b"}));
     }
 
@@ -168,8 +128,7 @@ private Q_SLOTS:
         server.reset();
         QVERIFY(!repository->checkRepository());
         QVERIFY2(repository->getErrorString().endsWith(" - 1"), qPrintable(repository->getErrorString()));
-        repository->sendFileToRepository(file("a"));
-        QVERIFY(finished());
+        QVERIFY(repository->sendFileToRepository(file("a")) && finished(*repository));
         QCOMPARE(repository->getErrorStatus(), RequestFailed);
     }
 
@@ -186,8 +145,7 @@ private Q_SLOTS:
         repository->getFileFromRepository("x", "/no/such/directory/x");
         QCOMPARE(repository->getErrorStatus(), RequestFailed);
         QVERIFY(server->requests.isEmpty());
-        repository->sendFileToRepository(file("a"));
-        QVERIFY(finished());
+        QVERIFY(repository->sendFileToRepository(file("a")) && finished(*repository));
         QCOMPARE(server->requests, QStringList{"PUT a"});
     }
 
@@ -201,10 +159,9 @@ private Q_SLOTS:
         repository->getFileFromRepository("kept", local->filePath("kept"));
         QTest::qWait(100);
         QCOMPARE(content("kept"), "old");
-        QVERIFY(finished());
+        QVERIFY(finished(*repository));
         QCOMPARE(content("kept"), "<none>");
-        repository->getFileFromRepository("kept", local->filePath("kept"));
-        QVERIFY(finished());
+        QVERIFY(repository->getFileFromRepository("kept", local->filePath("kept")) && finished(*repository));
         QCOMPARE(content("kept"), "new");
     }
 
@@ -215,8 +172,7 @@ private Q_SLOTS:
         repository->sendFileToRepository(file("a"));
         repository->sendFileToRepository(file("b"));
         repository->setRepositoryUrl(other.url());
-        repository->removeFileFromRepository("c");
-        QVERIFY(finished());
+        QVERIFY(repository->removeFileFromRepository("c") && finished(*repository));
         QCOMPARE(server->requests, QStringList{"PUT a"});
         QCOMPARE(other.requests, QStringList{"DELETE c"});
     }
@@ -240,7 +196,7 @@ private Q_SLOTS:
         QString url = server->url();
         repository->setRepositoryUrl(url.replace("http://", "http://user:p%40ss@"));
         repository->getFileFromRepository("missing", local->filePath("x"));
-        QVERIFY(finished());
+        QVERIFY(finished(*repository));
         QVERIFY(
             server->rawHeads.last().contains("Authorization: Basic " + QByteArray("user:p@ss").toBase64()));
         QVERIFY(!repository->getErrorString().contains("p@ss"));

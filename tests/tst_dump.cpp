@@ -5,8 +5,6 @@
 #include "save/Staging.h"
 #include "tests/support/TestDevice.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -24,6 +22,19 @@ class tst_dump : public QObject
     QString stagedDump(const QString &database) const
     {
         return Staging::moduleDirectory("m") + "/" + ItemNames::stagedDump("m", database);
+    }
+
+    QByteArray sql(const QString &statements) const { return TestDevice::sqlOnFile(live("d"), statements); }
+
+    /// Leave the database and its log as a writer does that is paused or killed after these statements.
+    void writeAndStop(const QString &statements, const QString &log) const
+    {
+        const QString script =
+            statements + QString("\n.shell cp %1 %1%2 %3\n").arg(live("d"), log, root.path());
+        TestDevice::shell("printf '%s' \"" + script + "\" | sqlite3 " + live("d"));
+        QFile::remove(live("d"));
+        QVERIFY(QFile::copy(root.path() + "/d.data", live("d")));
+        QVERIFY(QFile::copy(root.path() + "/d.data" + log, live("d") + log));
     }
 
     QString digestAfterStaging(const RestorableDatabase &database) const
@@ -83,8 +94,8 @@ private Q_SLOTS:
         QFile::remove(root.path() + "/dump.gz");
         QVERIFY(QFile::copy(stagedDump(name), root.path() + "/dump.gz"));
         TestDevice::shell("zcat " + root.path() + "/dump.gz | sqlite3 " + again);
-        const QString query = "SELECT quote(a), quote(b) FROM t; SELECT name FROM sqlite_master; PRAGMA "
-                              "user_version; PRAGMA application_id;";
+        const QString query = "SELECT quote(a), quote(b) FROM t; SELECT name FROM sqlite_master;"
+                              "PRAGMA user_version; PRAGMA application_id;";
         QCOMPARE(TestDevice::sqlOnFile(again, query), TestDevice::sqlOnFile(live(name), query));
     }
 
@@ -96,14 +107,13 @@ private Q_SLOTS:
                                     "my table", "tmp_99", "tmp", "日本",        "t10",       "t11"};
         for (const QString &table : tables) {
             const QString quoted = DatabaseDump::sqlIdentifier(table);
-            create += QString("CREATE TABLE %1(id INTEGER PRIMARY KEY, v);"
-                              "INSERT INTO %1 VALUES(1, 'row of %2 tmp_1 INSERT INTO tmp_0 '), (2, "
-                              "x'ff00fe'), (3, 'left out');")
+            create += QString("CREATE TABLE %1(id INTEGER PRIMARY KEY, v); INSERT INTO %1 VALUES"
+                              "(1, 'row of %2 tmp_1 INSERT INTO tmp_0 '), (2, x'ff00fe'), (3, 'left out');")
                           .arg(quoted, QString(table).replace("'", "''"));
             database.addSqlCommand(table, QString("SELECT * FROM %1 WHERE v <> 'left out'").arg(quoted));
         }
         create += "CREATE TABLE tmp_secret(v); INSERT INTO tmp_secret VALUES('not selected');";
-        QCOMPARE(TestDevice::sqlOnFile(live("d"), create), QByteArray());
+        QCOMPARE(sql(create), QByteArray());
         QVERIFY(!digestAfterStaging(database).isEmpty());
         QCOMPARE(leftInStaging(), QStringList{ItemNames::stagedDump("m", "d")});
 
@@ -115,22 +125,19 @@ private Q_SLOTS:
         QVERIFY(!dump.join('\n').contains("not selected"));
 
         for (const QString &table : tables) {
-            TestDevice::sqlOnFile(live("d"), "UPDATE " + DatabaseDump::sqlIdentifier(table) +
-                                                 " SET v='damaged' WHERE id < 3");
+            sql("UPDATE " + DatabaseDump::sqlIdentifier(table) + " SET v='damaged' WHERE id < 3");
         }
         TestDevice::shell("zcat '" + stagedDump("d") + "' | sqlite3 '" + live("d") + "'");
         for (const QString &table : tables) {
-            const QByteArray rows = TestDevice::sqlOnFile(live("d"), "SELECT id, quote(v) FROM " +
-                                                                         DatabaseDump::sqlIdentifier(table));
-            QCOMPARE(rows, QString("1|'row of %1 tmp_1 INSERT INTO tmp_0 '\n2|X'FF00FE'\n3|'left out'\n")
-                               .arg(QString(table).replace("'", "''"))
-                               .toUtf8());
+            const QString rows = "1|'row of %1 tmp_1 INSERT INTO tmp_0 '\n2|X'FF00FE'\n3|'left out'\n";
+            QCOMPARE(sql("SELECT id, quote(v) FROM " + DatabaseDump::sqlIdentifier(table)),
+                     rows.arg(QString(table).replace("'", "''")).toUtf8());
         }
     }
 
     void shellCommandsInSqlAreNoCommands()
     {
-        TestDevice::sqlOnFile(live("d"), "CREATE TABLE t(v); INSERT INTO t VALUES(1)");
+        sql("CREATE TABLE t(v); INSERT INTO t VALUES(1)");
         const QString trace = root.path() + "/trace";
         RestorableDatabase database("d");
         database.addSqlCommand("t", "SELECT * FROM t;\n.shell touch " + trace + "\n");
@@ -140,7 +147,7 @@ private Q_SLOTS:
 
     void rowsThatCannotBeSelected()
     {
-        TestDevice::sqlOnFile(live("d"), "CREATE TABLE t(v); INSERT INTO t VALUES(1)");
+        sql("CREATE TABLE t(v); INSERT INTO t VALUES(1)");
         RestorableDatabase database("d");
         database.addSqlCommand("gone", "SELECT * FROM gone");
         database.addSqlCommand("t", "SELECT * FROM t");
@@ -150,14 +157,9 @@ private Q_SLOTS:
 
     void writeAheadLog()
     {
-        const QString script = QString("PRAGMA journal_mode=WAL; CREATE TABLE t(v); INSERT INTO t VALUES('in "
-                                       "the log');\n.shell cp %1 %1-wal %2\n")
-                                   .arg(live("d"), root.path());
-        TestDevice::shell("printf '%s' \"" + script + "\" | sqlite3 " + live("d"));
-        // What a paused writer leaves behind: the row is in the log only.
-        QFile::remove(live("d"));
-        QVERIFY(QFile::copy(root.path() + "/d.data", live("d")));
-        QVERIFY(QFile::copy(root.path() + "/d.data-wal", live("d") + "-wal"));
+        // The row is in the log only.
+        writeAndStop("PRAGMA journal_mode=WAL; CREATE TABLE t(v); INSERT INTO t VALUES('in the log');",
+                     "-wal");
         const QString digest = digestAfterStaging(RestorableDatabase("d"));
         QVERIFY(!digest.isEmpty());
         QVERIFY(dumpText("d").contains("in the log"));
@@ -167,17 +169,11 @@ private Q_SLOTS:
 
     void hotJournal()
     {
-        TestDevice::sqlOnFile(live("d"), "CREATE TABLE t(v); INSERT INTO t VALUES('committed')");
-        const QString script =
-            QString("PRAGMA cache_size=1; BEGIN; UPDATE t SET v='uncommitted'; CREATE TABLE filler AS WITH "
-                    "RECURSIVE "
-                    "c(n) AS (SELECT 1 UNION ALL SELECT n+1 FROM c WHERE n < 20000) SELECT n FROM c;\n"
-                    ".shell cp %1 %1-journal %2\n")
-                .arg(live("d"), root.path());
-        TestDevice::shell("printf '%s' \"" + script + "\" | sqlite3 " + live("d"));
-        QFile::remove(live("d"));
-        QVERIFY(QFile::copy(root.path() + "/d.data", live("d")));
-        QVERIFY(QFile::copy(root.path() + "/d.data-journal", live("d") + "-journal"));
+        sql("CREATE TABLE t(v); INSERT INTO t VALUES('committed')");
+        writeAndStop(
+            "PRAGMA cache_size=1; BEGIN; UPDATE t SET v='uncommitted'; CREATE TABLE filler AS WITH RECURSIVE "
+            "c(n) AS (SELECT 1 UNION ALL SELECT n+1 FROM c WHERE n < 20000) SELECT n FROM c;",
+            "-journal");
         QVERIFY(!digestAfterStaging(RestorableDatabase("d")).isEmpty());
         QVERIFY(dumpText("d").contains("'committed'"));
         QVERIFY(!dumpText("d").contains("uncommitted"));
@@ -193,9 +189,8 @@ private Q_SLOTS:
     void brokenDatabases()
     {
         QFETCH(bool, cutOff);
-        TestDevice::sqlOnFile(
-            live("d"), "CREATE TABLE t(v); WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n+1 FROM c "
-                       "WHERE n < 5000) INSERT INTO t SELECT hex(randomblob(50)) FROM c;");
+        sql("CREATE TABLE t(v); WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n+1 FROM c WHERE n < 5000) "
+            "INSERT INTO t SELECT hex(randomblob(50)) FROM c;");
         QFile file(live("d"));
         QVERIFY(file.open(QIODevice::ReadWrite));
         if (cutOff) {

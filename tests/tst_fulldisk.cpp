@@ -1,6 +1,5 @@
 #include "tests/support/TestDevice.h"
 
-#include <QFile>
 #include <QTest>
 
 #include <sched.h>
@@ -9,7 +8,7 @@
 
 namespace {
 
-void writeFile(const char *path, const QByteArray &text)
+void tryToWrite(const char *path, const QByteArray &text)
 {
     QFile file(path);
     if (file.open(QIODevice::WriteOnly)) {
@@ -25,9 +24,9 @@ bool enterOwnNamespace()
     if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
         return false;
     }
-    writeFile("/proc/self/setgroups", "deny");
-    writeFile("/proc/self/uid_map", "0 " + user + " 1");
-    writeFile("/proc/self/gid_map", "0 " + group + " 1");
+    tryToWrite("/proc/self/setgroups", "deny");
+    tryToWrite("/proc/self/uid_map", "0 " + user + " 1");
+    tryToWrite("/proc/self/gid_map", "0 " + group + " 1");
     return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
@@ -74,16 +73,15 @@ private Q_SLOTS:
         mountSmall("media/repository");
         mountSmall("tmp");
         device->write("data/dev_mode", {});
-        device->addModule("A", "<databases><database name='d'/></databases><files><file>f</file><file "
-                               "zip='true'>dir</file></files>");
-        device->sql(
-            "A", "d",
-            "CREATE TABLE t(v); WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n+1 FROM c WHERE n < 3000) "
-            "INSERT INTO t SELECT hex(randomblob(60)) FROM c;");
-        TestDevice::shell("mkdir '" + device->dataPath("A", "dir") + "'; cd '" + device->dataPath("A", "") +
-                          "'; head -c 300000 /dev/urandom > f; head -c 300000 /dev/urandom > dir/x");
-        QVERIFY(device->start());
-        QVERIFY(device->save());
+        device->addModule("A", "<databases><database name='d'/></databases>"
+                               "<files><file>f</file><file zip='true'>dir</file></files>");
+        device->sql("A", "d",
+                    "CREATE TABLE t(v); WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n+1 FROM c "
+                    "WHERE n < 3000) INSERT INTO t SELECT hex(randomblob(60)) FROM c;");
+        TestDevice::shell(
+            "cd '" + device->dataPath("A", "") +
+            "' && mkdir dir && head -c 300000 /dev/urandom > f && head -c 300000 /dev/urandom > dir/x");
+        QVERIFY(device->startAndSave());
     }
 
     void cleanup()
@@ -109,8 +107,8 @@ private Q_SLOTS:
         QCOMPARE(device->call("startRestoreFromRepository").type(), QDBusMessage::ReplyMessage);
         QCOMPARE(device->logged("could not be restored and stays as it was").size(), 3);
         QCOMPARE(device->sql("A", "d", "SELECT v FROM t"), "damaged\n");
-        QCOMPARE(device->read("data/VYXApplication/A/f"), "damaged");
-        QCOMPARE(device->read("data/VYXApplication/A/dir/x"), "damaged");
+        QCOMPARE(device->readData("A", "f"), "damaged");
+        QCOMPARE(device->readData("A", "dir/x"), "damaged");
         QCOMPARE(TestDevice::shell("find '" + device->path("data") + "' -name '.saverestore*'"), "");
         empty("data");
         device->call("startRestoreFromRepository");

@@ -5,8 +5,6 @@
 #include "tests/support/TestDevice.h"
 
 #include <QDBusContext>
-#include <QDBusPendingCall>
-#include <QDir>
 #include <QDomDocument>
 #include <QRegularExpression>
 #include <QTest>
@@ -36,18 +34,13 @@ class tst_interface : public QObject
 
     std::unique_ptr<TestDevice> device;
 
-    QString settings() const { return device->call("printSettings").arguments().value(0).toString(); }
+    QString settings() const { return device->result("printSettings").toString(); }
+    QString tasks() const { return device->result("printTasks", {}, "Scheduler").toString(); }
 
-    int capability() const
+    UpdateReport set(const QString &name, const QString &value) const
     {
-        return qdbus_cast<Capability>(
-                   device->call("getCapability", {"SAVE_RESTORE_ENABLE"}).arguments().value(0))
-            .getState();
-    }
-
-    QString tasks() const
-    {
-        return device->call("printTasks", {}, "Scheduler").arguments().value(0).toString();
+        return qdbus_cast<UpdateReport>(
+            device->result("setSettingValue", {"SaveRestore" + name, value}, "SettingsManager"));
     }
 
 private Q_SLOTS:
@@ -73,13 +66,10 @@ private Q_SLOTS:
                  QString("Save/Restore enabled: true\nSave/Restore level: all\nSave/Restore url: %1\n"
                          "Schedule hour: 3\nSchedule type: Disabled\n")
                      .arg(device->repositoryPath().chopped(1)));
-        QCOMPARE(capability(), int(Capability::AVAILABLE));
+        QCOMPARE(device->capability(), int(Capability::AVAILABLE));
         QVERIFY(device->hasLogged("Found restorable config file for module : A (PID "));
-        QVERIFY(device->call("printRestorableFiles")
-                    .arguments()
-                    .value(0)
-                    .toString()
-                    .contains("\t'a.txt', zipped: 'false', priority: 'high'\n"));
+        const QString listing = device->result("printRestorableFiles").toString();
+        QVERIFY(listing.contains("\t'a.txt', zipped: 'false', priority: 'high'\n"));
     }
 
     void introspection()
@@ -148,64 +138,49 @@ private Q_SLOTS:
         struct Step
         {
             const char *setting;
-            QString value;
-            QString state;
+            QStringList values;
+            QString state; // after each of them; empty when each is refused
         };
         const QList<Step> steps = {
-            {"Level", "1", "true|mandatory|" + rest + " available"},
-            {"Level", "2", all},
-            {"Level", "0", none},
-            {"Level", "2", all},
-            {"Level", "3", none},
-            {"Level", "-1", none},
-            {"Level", "2x", none},
-            {"Level", "", none},
-            {"Level", "99999999999", none},
-            {"Url", url, none},
-            {"Level", "2", all},
-            {"Url", "", "false|all|" + rest + " unavailable"},
-            {"Url", "http://localhost/x", "true|all|http://localhost/x|3|Disabled available"},
-            {"Url", url, all},
-            {"Schedule", "1", "true|all|" + url + "|1|Disabled available"},
-            {"Schedule", "24", "true|all|" + url + "|24|Disabled available"},
-            {"Schedule", "0", {}},
-            {"Schedule", "25", {}},
-            {"Schedule", "-3", {}},
-            {"Schedule", "abc", {}},
-            {"Schedule", "6.5", {}},
-            {"Schedule", "", {}},
-            {"Schedule", "3", all},
-            {"ScheduleType", "1", "true|all|" + url + "|3|Frequency available"},
-            {"ScheduleType", "2", "true|all|" + url + "|3|Time available"},
-            {"ScheduleType", "3", "true|all|" + url + "|3|Time available"},
-            {"ScheduleType", "-1", "true|all|" + url + "|3|Time available"},
-            {"ScheduleType", "0", all},
-            {"ScheduleType", "1", "true|all|" + url + "|3|Frequency available"},
-            {"ScheduleType", "abc", all}};
+            {"Level", {"1"}, "true|mandatory|" + rest + " available"},
+            {"Level", {"2"}, all},
+            {"Level", {"0"}, none},
+            {"Level", {"2"}, all},
+            {"Level", {"3", "-1", "2x", "", "99999999999"}, none},
+            {"Url", {url}, none},
+            {"Level", {"2"}, all},
+            {"Url", {""}, "false|all|" + rest + " unavailable"},
+            {"Url", {"http://localhost/x"}, "true|all|http://localhost/x|3|Disabled available"},
+            {"Url", {url}, all},
+            {"Schedule", {"1"}, "true|all|" + url + "|1|Disabled available"},
+            {"Schedule", {"24"}, "true|all|" + url + "|24|Disabled available"},
+            {"Schedule", {"0", "25", "-3", "abc", "6.5", ""}, {}},
+            {"Schedule", {"3"}, all},
+            {"ScheduleType", {"1"}, "true|all|" + url + "|3|Frequency available"},
+            {"ScheduleType", {"2", "3", "-1"}, "true|all|" + url + "|3|Time available"},
+            {"ScheduleType", {"0"}, all},
+            {"ScheduleType", {"1"}, "true|all|" + url + "|3|Frequency available"},
+            {"ScheduleType", {"abc"}, all}};
         QStringList published;
         device->listen({"capability_changed"}, this, [&](const VYXEvent &event) {
             published << (event.getArgument("State").toInt() == 0 ? "available" : "unavailable");
         });
         QString before = all;
         QStringList changes;
-        for (const Step &step : steps) {
-            const auto report = qdbus_cast<UpdateReport>(
-                device
-                    ->call("setSettingValue", {QString("SaveRestore") + step.setting, step.value},
-                           "SettingsManager")
-                    .arguments()
-                    .value(0));
-            QCOMPARE(report.isValid(), !step.state.isEmpty());
-            QCOMPARE(report.getMessage(), report.isValid() ? "" : "Schedule time/frequency is invalid");
-            static const QRegularExpression names("(?<=^|\n)[^:]*: ");
-            QStringList values = settings().remove(names).chopped(1).split('\n');
-            const QString state = values.join('|') + (capability() == 0 ? " available" : " unavailable");
-            QVERIFY2(state == (report.isValid() ? step.state : before),
-                     qPrintable(step.value + ": " + state));
-            if (before.section(' ', 1) != state.section(' ', 1)) {
-                changes << state.section(' ', 1);
+        for (const auto &[setting, values, expected] : steps) {
+            for (const QString &value : values) {
+                const UpdateReport report = set(setting, value);
+                QVERIFY2(report.isValid() != expected.isEmpty(), qPrintable(value));
+                QCOMPARE(report.getMessage(), report.isValid() ? "" : "Schedule time/frequency is invalid");
+                static const QRegularExpression names("(?<=^|\n)[^:]*: ");
+                const QString shown = settings().remove(names).chopped(1).replace('\n', '|');
+                const QString state = shown + (device->capability() == 0 ? " available" : " unavailable");
+                QVERIFY2(state == (report.isValid() ? expected : before), qPrintable(value + ": " + state));
+                if (before.section(' ', 1) != state.section(' ', 1)) {
+                    changes << state.section(' ', 1);
+                }
+                before = state;
             }
-            before = state;
         }
         QVERIFY(TestDevice::waitUntil([&] { return published.size() >= changes.size(); }));
         QCOMPARE(published, changes);
@@ -218,26 +193,26 @@ private Q_SLOTS:
     void urlThatIsUndefinedAtFirst()
     {
         QCOMPARE(device->stopService(), 0);
-        device->call("setSettingValue", {"SaveRestoreUrl", "UNDEFINED"}, "SettingsManager");
+        set("Url", "UNDEFINED");
         QVERIFY(device->startService());
         QVERIFY(device->hasLogged("Undefined default value for SaveRestoreUrl Setting"));
         QCOMPARE(settings(), QString("Save/Restore enabled: false\nSave/Restore level: all\n"
                                      "Save/Restore url: \nSchedule hour: 3\nSchedule type: Disabled\n"));
         QVERIFY(!device->save());
-        device->call("setSettingValue", {"SaveRestoreUrl", device->repositoryPath()}, "SettingsManager");
+        set("Url", device->repositoryPath());
         QVERIFY(settings().startsWith("Save/Restore enabled: true\n"));
         QVERIFY(device->save());
     }
 
     void schedule()
     {
-        device->call("setSettingValue", {"SaveRestoreScheduleType", "2"}, "SettingsManager");
+        set("ScheduleType", "2");
         QVERIFY(settings().contains("Schedule type: Time"));
         QVERIFY(device->hasLogged("First schedule of a save/restore operation"));
         const QString first = tasks();
         QVERIFY2(first.contains("startSaveOnRepository"), qPrintable(first));
         device->markLog();
-        device->call("setSettingValue", {"SaveRestoreSchedule", "6"}, "SettingsManager");
+        set("Schedule", "6");
         QVERIFY(device->hasLogged("Unschedule previous save/restore operation (Scheduler task id: 1)"));
         QCOMPARE(tasks().count("startSaveOnRepository"), 1);
         QVERIFY(tasks() != first);
@@ -261,30 +236,27 @@ private Q_SLOTS:
             clockOffset += seconds;
             device->markLog();
             device->call("advanceClock", {seconds}, "Scheduler");
-            return tasks().count("startSaveOnRepository") == 1 && seconds > 0 && seconds <= 24 * 3600 + 1;
+            return tasks().count("startSaveOnRepository") == 1 && seconds > 0 && seconds <= 25 * 3600;
         };
-        const auto logs = [&](const char *line) {
-            return TestDevice::waitUntil([&] { return device->hasLogged(line); });
-        };
-        device->call("setSettingValue", {"SaveRestoreScheduleType", "2"}, "SettingsManager");
+        set("ScheduleType", "2");
         QVERIFY(reachNextTime());
-        QVERIFY(logs("Saving operations done"));
+        QVERIFY(device->waitForLog("Saving operations done"));
         QVERIFY(device->entries().contains("A.cksum"));
 
-        device->call("setSettingValue", {"SaveRestoreLevel", "0"}, "SettingsManager");
+        set("Level", "0");
         QVERIFY(reachNextTime());
-        QVERIFY(logs("debug VYXSaveRestore: Save/Restore is disabled: abort"));
-        device->call("setSettingValue", {"SaveRestoreLevel", "2"}, "SettingsManager");
+        QVERIFY(device->waitForLog("debug VYXSaveRestore: Save/Restore is disabled: abort"));
+        set("Level", "2");
 
         const QDBusPendingCall running = device->callLater("resetToDefault");
-        QVERIFY(logs("module Silent has not reset yet"));
+        QVERIFY(device->waitForLog("module Silent has not reset yet"));
         QVERIFY(reachNextTime());
-        QVERIFY(logs("Another save, restore or reset is running: abort."));
+        QVERIFY(device->waitForLog("Another save, restore or reset is running: abort."));
 
         QCOMPARE(device->stopService(), 0);
         QVERIFY(device->startService());
         QVERIFY(reachNextTime());
-        QVERIFY(logs("Saving operations done"));
+        QVERIFY(device->waitForLog("Saving operations done"));
     }
 
     void repositoryUrls()
@@ -297,6 +269,8 @@ private Q_SLOTS:
         QVERIFY(settings().contains("url: " + other + "\n"));
         QVERIFY(device->save());
         QVERIFY(QFile::exists(other + "/modules-list.sav"));
+        device->call("repositoryUrlChanged", {setting(other + "/missing")});
+        QVERIFY(device->hasLogged("' does not exist: the repository stays '" + other + "'"));
         QVERIFY(device->entries().isEmpty());
 
         device->call("repositoryUrlChanged", {setting("https://localhost/x")});
@@ -305,12 +279,12 @@ private Q_SLOTS:
         QVERIFY(!device->save());
         QVERIFY(device->hasLogged("Connection to repository failed (https://localhost/x)."));
         device->call("repositoryUrlChanged", {setting("")});
-        QCOMPARE(capability(), int(Capability::UNAVAILABLE));
+        QCOMPARE(device->capability(), int(Capability::UNAVAILABLE));
         device->call("setRepositoryUrl", {QString()});
         device->markLog();
         device->call("repositoryUrlChanged", {setting(device->repositoryPath().chopped(1))});
         QVERIFY(device->hasLogged("Creating new local repository: '"));
-        QCOMPARE(capability(), int(Capability::AVAILABLE));
+        QCOMPARE(device->capability(), int(Capability::AVAILABLE));
         QVERIFY(device->save());
     }
 
@@ -322,7 +296,7 @@ private Q_SLOTS:
         device->call("setSaveRestoreLevel", {0});
         QVERIFY(!device->save());
         QVERIFY(device->hasLogged("Save/Restore is disabled: abort backup operations."));
-        QCOMPARE(capability(), int(Capability::UNAVAILABLE));
+        QCOMPARE(device->capability(), int(Capability::UNAVAILABLE));
         device->call("startSaveOnRepository", {5});
         QVERIFY(device->hasLogged("Save/Restore is disabled: abort"));
         QVERIFY(device->entries().isEmpty());
@@ -333,27 +307,25 @@ private Q_SLOTS:
         QDir(device->repositoryPath()).removeRecursively();
         QVERIFY(!device->save());
         QVERIFY(device->hasLogged("Connection to repository failed ("));
-        QCOMPARE(capability(), int(Capability::AVAILABLE));
+        QCOMPARE(device->capability(), int(Capability::AVAILABLE));
     }
 
     void nameIsTaken()
     {
-        device->call("setSettingValue", {"SaveRestoreScheduleType", "2"}, "SettingsManager");
-        QProcess second;
-        QProcessEnvironment environment = device->service().processEnvironment();
-        second.setProcessEnvironment(environment);
-        second.start(QString(PROGRAMS) + "/VYXSaveRestore", QStringList());
-        QVERIFY(second.waitForFinished(20000));
-        QCOMPARE(second.exitCode(), 1);
-        QVERIFY(second.readAllStandardError().contains(
-            "VYXSaveRestore: the bus name com.corvane.Pelorin.VYXSaveRestore is taken\n"));
+        set("ScheduleType", "2");
+        const auto startAnother = [&](const QString &bus) {
+            QProcess second;
+            QProcessEnvironment environment = device->service().processEnvironment();
+            environment.insert("DBUS_SYSTEM_BUS_ADDRESS", bus);
+            second.setProcessEnvironment(environment);
+            second.start(QString(PROGRAMS) + "/VYXSaveRestore", QStringList());
+            const bool ended = second.waitForFinished(20000) && second.exitCode() == 1;
+            return ended ? second.readAllStandardError() : QByteArray();
+        };
+        const QByteArray taken = "VYXSaveRestore: the bus name com.corvane.Pelorin.VYXSaveRestore is taken\n";
+        QVERIFY(startAnother(device->busAddress()).contains(taken));
         QCOMPARE(tasks().count("startSaveOnRepository"), 1);
-        environment.insert("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere");
-        second.setProcessEnvironment(environment);
-        second.start(QString(PROGRAMS) + "/VYXSaveRestore", QStringList());
-        QVERIFY(second.waitForFinished(20000));
-        QCOMPARE(second.exitCode(), 1);
-        QVERIFY(second.readAllStandardError().contains("no connection to the system bus"));
+        QVERIFY(startAnother("unix:path=/nowhere").contains("no connection to the system bus"));
     }
 };
 

@@ -4,13 +4,8 @@
 #include "restore/DatabaseRestore.h"
 #include "restore/DownloadList.h"
 #include "restore/LiveData.h"
+#include "tests/support/DataTable.h"
 #include "tests/support/TestDevice.h"
-
-#include <QDir>
-#include <QDirIterator>
-#include <QFile>
-#include <QTemporaryDir>
-#include <QTest>
 
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -25,30 +20,13 @@ class tst_livedata : public QObject
 
     QString live(const QString &item = {}) const { return root.path() + "/data/VYXApplication/m/" + item; }
 
-    void write(const QString &item, const QByteArray &content) const
-    {
-        QDir().mkpath(QFileInfo(live(item)).path());
-        QFile file(live(item));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(content);
-    }
-
-    QByteArray content(const QString &item) const
-    {
-        QFile file(live(item));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<none>");
-    }
+    void write(const QString &item, const QByteArray &content) const { writeFile(live(item), content); }
+    QByteArray content(const QString &item) const { return readFile(live(item), "<none>"); }
 
     QStringList everything() const
     {
-        QStringList found;
-        QDirIterator entries(live(), QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                             QDirIterator::Subdirectories);
-        while (entries.hasNext()) {
-            found << entries.next().mid(live().size());
-        }
-        found.sort();
-        return found;
+        const QString find = "find '" + live() + "' -mindepth 1 -printf '%P\\n' | LC_ALL=C sort";
+        return QString::fromUtf8(TestDevice::shell(find)).split('\n', Qt::SkipEmptyParts);
     }
 
     /// Run a step in a process of its own that dies in its middle, as a service that is killed.
@@ -72,9 +50,9 @@ private Q_SLOTS:
 
     void failureBringsBack_data()
     {
-        QTest::addColumn<bool>("dies");
-        QTest::newRow("step fails") << false;
-        QTest::newRow("process dies") << true;
+        columns<bool>("dies");
+        row("step fails", false);
+        row("process dies", true);
     }
     void failureBringsBack()
     {
@@ -126,28 +104,18 @@ private Q_SLOTS:
 
     void recoveryCutOff_data()
     {
-        QTest::addColumn<QStringList>("aside");
-        QTest::addColumn<QStringList>("place");
-        QTest::addColumn<QByteArray>("database");
-        QTest::addColumn<QByteArray>("log");
+        columns<QStringList, QStringList, QByteArray>("aside", "place", "log");
         // Content "old" is what was there before, "new" what the restore wrote.
-        QTest::newRow("only the log was moved") << QStringList{"d.data-wal=old"} << QStringList{"d.data=old"}
-                                                << QByteArray("old") << QByteArray("old");
-        QTest::newRow("all moved") << QStringList{"d.data=old", "d.data-wal=old"}
-                                   << QStringList{"d.data=new", "d.data-wal=new"} << QByteArray("old")
-                                   << QByteArray("old");
-        QTest::newRow("no log before")
-            << QStringList{"d.data=old"} << QStringList{"d.data=new", "d.data-wal=new"} << QByteArray("old")
-            << QByteArray("<none>");
-        QTest::newRow("database is back already")
-            << QStringList{"d.data-wal=old"} << QStringList{"d.data=old"} << QByteArray("old")
-            << QByteArray("old");
+        const QStringList restored = {"d.data=new", "d.data-wal=new"};
+        row("only the log is aside", QStringList{"d.data-wal=old"}, QStringList{"d.data=old"},
+            QByteArray("old"));
+        row("all moved", QStringList{"d.data=old", "d.data-wal=old"}, restored, QByteArray("old"));
+        row("no log before", QStringList{"d.data=old"}, restored, QByteArray("<none>"));
     }
     void recoveryCutOff()
     {
         QFETCH(QStringList, aside);
         QFETCH(QStringList, place);
-        QFETCH(QByteArray, database);
         QFETCH(QByteArray, log);
         write(".saverestore-aside.d.data/.database", {});
         write(".saverestore-new.x/y", "never finished");
@@ -159,11 +127,11 @@ private Q_SLOTS:
             write(file.section('=', 0, 0), file.section('=', 1).toUtf8());
         }
         LiveData::recoverAll(DevicePaths::dataRoot());
-        QCOMPARE(content("d.data"), database);
+        QCOMPARE(content("d.data"), "old");
         QCOMPARE(content("d.data-wal"), log);
         QVERIFY(!everything().join(' ').contains(".saverestore"));
         LiveData::recoverAll(DevicePaths::dataRoot());
-        QCOMPARE(content("d.data"), database);
+        QCOMPARE(content("d.data"), "old");
     }
 
     void commitKeepsOwnershipAndMode()
@@ -202,63 +170,53 @@ private Q_SLOTS:
         QCOMPARE(everything(), QStringList{"f"});
     }
 
-    void places_data()
-    {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<bool>("inside");
-        QTest::newRow("plain") << live("a/b") << true;
-        QTest::newRow("other module") << root.path() + "/data/VYXApplication/n/x" << false;
-        QTest::newRow("name with the same start") << root.path() + "/data/VYXApplication/mm/x" << false;
-        QTest::newRow("upwards") << live("../n/x") << false;
-        QTest::newRow("elsewhere") << "/etc/passwd" << false;
-        QTest::newRow("empty") << "" << false;
-        QTest::newRow("through a link") << live("out/x") << false;
-        QTest::newRow("through an inner link") << live("in/x") << true;
-    }
     void places()
     {
-        QFETCH(QString, path);
         QDir().mkpath(live("real"));
         QCOMPARE(symlink("/tmp", live("out").toUtf8().constData()), 0);
         QCOMPARE(symlink("real", live("in").toUtf8().constData()), 0);
-        QTEST(LiveData::belongsToModule(path, "m"), "inside");
+        const QString modules = root.path() + "/data/VYXApplication/";
+        const QStringList inside = {modules + "m/a/b", modules + "m/in/x"};
+        const QStringList outside = {
+            modules + "n/x", modules + "mm/x", modules + "m/../n/x", "/etc/passwd", "", modules + "m/out/x"};
+        for (const QString &path : inside + outside) {
+            QVERIFY2(LiveData::belongsToModule(path, "m") == inside.contains(path),
+                     qPrintable("place: " + path));
+        }
     }
 
-    void archives_data()
-    {
-        QTest::addColumn<QString>("make"); // run in a directory that holds w/data/dir with a file
-        QTest::addColumn<bool>("inside");
-        QTest::newRow("as saved") << "tar -czf a.tar.gz w/data/dir" << true;
-        QTest::newRow("odd names") << "touch 'w/data/dir/a -> b' 'w/data/dir/q\"\\x' w/data/dir/ü; ln -s "
-                                      "'q\"\\x' 'w/data/dir/l -> m'; tar -czf a.tar.gz w/data/dir"
-                                   << true;
-        QTest::newRow("inner links")
-            << "ln -s ../dir/f w/data/dir/l; ln w/data/dir/f w/data/dir/h; tar -czf a.tar.gz w/data/dir"
-            << true;
-        QTest::newRow("beside") << "touch w/data/other; tar -czf a.tar.gz w/data/dir w/data/other" << false;
-        QTest::newRow("above") << "tar -czf a.tar.gz w/data" << false;
-        QTest::newRow("upwards") << "touch w/data/other; tar -czPf a.tar.gz w/data/dir/../other" << false;
-        QTest::newRow("absolute") << "tar -czPf a.tar.gz /etc/hostname" << false;
-        QTest::newRow("link out") << "ln -s /etc w/data/dir/l; tar -czf a.tar.gz w/data/dir" << false;
-        QTest::newRow("relative link out")
-            << "ln -s ../../x w/data/dir/l; tar -czf a.tar.gz w/data/dir" << false;
-        QTest::newRow("hard link out") << "ln w/data/dir/f w/data/g; tar -cf a.tar w/data/g w/data/dir; tar "
-                                          "--delete -f a.tar w/data/g; gzip a.tar"
-                                       << false;
-        QTest::newRow("the directory is a link")
-            << "mv w/data/dir w/data/real; ln -s real w/data/dir; tar -czf a.tar.gz w/data/dir" << false;
-    }
     void archives()
     {
-        QFETCH(QString, make);
-        const QTemporaryDir place;
-        TestDevice::shell("cd " + place.path() + " && mkdir -p w/data/dir && echo x > w/data/dir/f && " +
-                          make);
-        const CommandResult listing = runCommand("tar", archiveListingArguments(place.filePath("a.tar.gz")));
-        QVERIFY(listing.succeeded());
-        const auto members = parseArchiveListing(listing.output);
-        QVERIFY(members && !members->isEmpty());
-        QTEST(staysInside(*members, "/w/data/dir"), "inside");
+        struct Case
+        {
+            const char *name;
+            QString make; // run in a directory that holds w/data/dir with a file
+            bool inside;
+        };
+        const QString pack = "tar -czf a.tar.gz w/data/dir";
+        const QString oddFiles = "touch 'w/data/dir/a -> b' 'w/data/dir/q\"\\x' w/data/dir/ü; ";
+        const QString addAndDelete = "tar -cf a.tar w/data/g w/data/dir; tar --delete -f a.tar w/data/g; ";
+        const QList<Case> cases = {
+            {"as saved", pack, true},
+            {"odd names", oddFiles + "ln -s 'q\"\\x' 'w/data/dir/l -> m'; " + pack, true},
+            {"inner links", "ln -s ../dir/f w/data/dir/l; ln w/data/dir/f w/data/dir/h; " + pack, true},
+            {"beside", "touch w/data/other; " + pack + " w/data/other", false},
+            {"above", "tar -czf a.tar.gz w/data", false},
+            {"upwards", "touch w/data/other; tar -czPf a.tar.gz w/data/dir/../other", false},
+            {"absolute", "tar -czPf a.tar.gz /etc/hostname", false},
+            {"link out", "ln -s /etc w/data/dir/l; " + pack, false},
+            {"relative link out", "ln -s ../../x w/data/dir/l; " + pack, false},
+            {"hard link out", "ln w/data/dir/f w/data/g; " + addAndDelete + "gzip a.tar", false},
+            {"the directory is a link", "mv w/data/dir w/data/real; ln -s real w/data/dir; " + pack, false}};
+        for (const auto &[name, make, inside] : cases) {
+            const QTemporaryDir place;
+            writeFile(place.filePath("w/data/dir/f"), "x");
+            TestDevice::shell("cd " + place.path() + " && " + make);
+            const auto listing = runCommand("tar", archiveListingArguments(place.filePath("a.tar.gz")));
+            const auto members = parseArchiveListing(listing.output);
+            QVERIFY2(listing.succeeded() && members && !members->isEmpty(), name);
+            QVERIFY2(staysInside(*members, "/w/data/dir") == inside, name);
+        }
     }
 
     void downloadLines()
@@ -275,19 +233,17 @@ private Q_SLOTS:
 
     void dumpsThatAreRefused_data()
     {
-        QTest::addColumn<QByteArray>("sql");
-        QTest::addColumn<bool>("loads");
-        QTest::newRow("good") << QByteArray("BEGIN TRANSACTION;\nCREATE TABLE t(v);\nCOMMIT;\n") << true;
-        QTest::newRow("no SQL") << QByteArray("hello\n") << false;
-        QTest::newRow("one bad statement")
-            << QByteArray("BEGIN;\nCREATE TABLE t(v);\nINSERT INTO u VALUES(1);\nCOMMIT;\n") << false;
-        QTest::newRow("shell command") << QByteArray("CREATE TABLE t(v);\n.shell touch TRACE\n") << false;
-        QTest::newRow("another database")
-            << QByteArray("ATTACH 'TRACE' AS x; CREATE TABLE x.t(v);\n") << false;
-        QTest::newRow("full text index")
-            << TestDevice::shell("printf \"CREATE VIRTUAL TABLE f USING fts5(x); INSERT INTO f VALUES('a "
-                                 "b');\\n.dump\\n\" | sqlite3 :memory:")
-            << true;
+        columns<QByteArray, bool>("sql", "loads");
+        row("good", QByteArray("BEGIN TRANSACTION;\nCREATE TABLE t(v);\nCOMMIT;\n"), true);
+        row("no SQL", QByteArray("hello\n"), false);
+        const QByteArray badStatement = "BEGIN;\nCREATE TABLE t(v);\nINSERT INTO u VALUES(1);\nCOMMIT;\n";
+        row("one bad statement", badStatement, false);
+        row("shell command", QByteArray("CREATE TABLE t(v);\n.shell touch TRACE\n"), false);
+        row("another database", QByteArray("ATTACH 'TRACE' AS x; CREATE TABLE x.t(v);\n"), false);
+        const QByteArray fullTextIndex =
+            TestDevice::shell("printf \"CREATE VIRTUAL TABLE f USING fts5(x); INSERT INTO f VALUES('a "
+                              "b');\\n.dump\\n\" | sqlite3");
+        row("full text index", fullTextIndex, true);
     }
     void dumpsThatAreRefused()
     {

@@ -1,9 +1,6 @@
-#include "platform/core/VYXModule.h"
 #include "platform/records/Capability.h"
+#include "tests/support/DataTable.h"
 #include "tests/support/TestDevice.h"
-
-#include <QDBusPendingCall>
-#include <QTest>
 
 #include <csignal>
 
@@ -14,8 +11,6 @@ class tst_pause : public QObject
 
     std::unique_ptr<TestDevice> device;
 
-    QDBusPendingCall startSave() const { return device->callLater("startSaveOnRepository"); }
-
     void addDatabaseModule(const QString &name, const QString &dependency, const QString &arguments = {})
     {
         device->addModule(name,
@@ -23,6 +18,13 @@ class tst_pause : public QObject
                               "</dependency></database></databases>",
                           arguments);
         device->sql(name, "d", "CREATE TABLE t(v)");
+    }
+
+    bool startWithSlowModule()
+    {
+        addDatabaseModule("A", "Slow");
+        device->addModule("Slow", "", "--pause-delay 1500");
+        return device->start();
     }
 
 private Q_SLOTS:
@@ -34,8 +36,7 @@ private Q_SLOTS:
         addDatabaseModule("A", "Plain");
         device->addModule("Plain", "");
         addDatabaseModule("Other", "VYXSaveRestore");
-        QVERIFY(device->start());
-        QVERIFY(device->save());
+        QVERIFY(device->startAndSave());
         const QString log = device->wholeLog();
         const auto position = [&](const QString &text) { return log.indexOf(text); };
         QVERIFY(log.contains("Ask modules to prepare for saving/restoring data: A:Plain:\n"));
@@ -60,10 +61,7 @@ private Q_SLOTS:
         QVERIFY(device->logged("Process A state: ").size() >= 500);
         QVERIFY(device->allRun({"A", "Stubborn"}));
         QVERIFY(device->entries().isEmpty());
-        QCOMPARE(qdbus_cast<Capability>(
-                     device->call("getCapability", {"SAVE_RESTORE_ENABLE"}).arguments().value(0))
-                     .getState(),
-                 Capability::AVAILABLE);
+        QCOMPARE(device->capability(), int(Capability::AVAILABLE));
     }
 
     void moduleThatStopsTooLate()
@@ -72,39 +70,29 @@ private Q_SLOTS:
         device->addModule("Slow", "", "--pause-delay 9000");
         QVERIFY(device->start());
         QVERIFY(!device->save());
-        QVERIFY(TestDevice::waitUntil(
-            [&] { return device->hasLogged("Module 'Slow' has paused too late and is resumed"); }));
+        QVERIFY(device->waitForLog("Module 'Slow' has paused too late and is resumed"));
         QVERIFY(device->allRun({"A", "Slow"}));
     }
 
     void secondOperation()
     {
-        addDatabaseModule("A", "Slow");
-        device->addModule("Slow", "", "--pause-delay 1500");
-        QVERIFY(device->start());
-        QDBusPendingCall first = startSave();
-        QVERIFY(TestDevice::waitUntil([&] { return device->hasLogged("Wait for modules to be paused"); }));
+        QVERIFY(startWithSlowModule());
+        const QDBusPendingCall first = device->callLater("startSaveOnRepository");
+        QVERIFY(device->waitForLog("Wait for modules to be paused"));
         QVERIFY(!device->save());
         QVERIFY(device->hasLogged("Another save, restore or reset is running: abort."));
-        QCOMPARE(qdbus_cast<Capability>(
-                     device->call("getCapability", {"SAVE_RESTORE_ENABLE"}).arguments().value(0))
-                     .getState(),
-                 Capability::TEMPORARY_UNAVAILABLE);
-        first.waitForFinished();
-        QVERIFY(first.reply().arguments().value(0).toBool());
+        QCOMPARE(device->capability(), int(Capability::TEMPORARY_UNAVAILABLE));
+        QVERIFY(TestDevice::resultOf(first).toBool());
         QVERIFY(device->save());
     }
 
     void moduleKilledWhilePaused()
     {
-        addDatabaseModule("A", "Slow");
-        device->addModule("Slow", "", "--pause-delay 1500");
-        QVERIFY(device->start());
-        QDBusPendingCall running = startSave();
+        QVERIFY(startWithSlowModule());
+        const QDBusPendingCall running = device->callLater("startSaveOnRepository");
         QVERIFY(TestDevice::waitUntil([&] { return device->moduleState("A") == "T"; }));
         kill(static_cast<pid_t>(device->modulePid("A")), SIGKILL);
-        running.waitForFinished();
-        QVERIFY(running.reply().arguments().value(0).toBool());
+        QVERIFY(TestDevice::resultOf(running).toBool());
         QVERIFY(device->hasLogged("for module A"));
         QCOMPARE(device->logged("Retry unstop module").size(), 4);
         QVERIFY(device->hasLogged("Could not resume module A ("));
@@ -113,14 +101,11 @@ private Q_SLOTS:
 
     void repositoryChangedMeanwhile()
     {
-        addDatabaseModule("A", "Slow");
-        device->addModule("Slow", "", "--pause-delay 1500");
-        QVERIFY(device->start());
-        QDBusPendingCall running = startSave();
-        QVERIFY(TestDevice::waitUntil([&] { return device->hasLogged("Wait for modules to be paused"); }));
+        QVERIFY(startWithSlowModule());
+        const QDBusPendingCall running = device->callLater("startSaveOnRepository");
+        QVERIFY(device->waitForLog("Wait for modules to be paused"));
         device->call("setRepositoryUrl", {"http://localhost/x"});
-        running.waitForFinished();
-        QVERIFY(!running.reply().arguments().value(0).toBool());
+        QVERIFY(!TestDevice::resultOf(running).toBool());
         QVERIFY(device->hasLogged("The repository was changed: abort backup operations."));
         QVERIFY(device->allRun({"A", "Slow"}));
         QVERIFY(device->entries().isEmpty());
@@ -128,25 +113,22 @@ private Q_SLOTS:
 
     void serviceEnds_data()
     {
-        QTest::addColumn<QString>("method");
-        QTest::addColumn<QString>("sign");
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<int>("pauseDelay");
-        QTest::addColumn<bool>("busGoes");
-        const auto row = [](const char *name, const char *method, const char *sign, const char *line,
-                            int pauseDelay) {
+        columns<QString, QString, QString, int, bool>("method", "sign", "line", "pauseDelay", "busGoes");
+        const auto twoRows = [](const char *name, const char *method, const char *sign, const char *line,
+                                int pauseDelay) {
             for (const bool busGoes : {false, true}) {
                 QTest::addRow("%s, %s", name, busGoes ? "bus gone" : "SIGTERM")
                     << method << sign << line << pauseDelay << busGoes;
             }
         };
+        const char *const save = "startSaveOnRepository";
         const char *const paused = "Module 'A' said it is ready";
         const char *const waiting = "module Slow has not reset yet";
-        row("save, one on its way", "startSaveOnRepository", paused, "abort backup operations", 1500);
-        row("save, one that never stops", "startSaveOnRepository", paused, "abort backup operations", 60000);
-        row("restore", "startRestoreFromRepository", paused, "abort restore operations", 1500);
-        row("reset to default", "resetToDefault", waiting, "abort reset operations", 0);
-        row("reset to factory", "resetToFactory", waiting, "abort reset operations", 0);
+        twoRows("save, one on its way", save, paused, "abort backup operations", 1500);
+        twoRows("save, one that never stops", save, paused, "abort backup operations", 60000);
+        twoRows("restore", "startRestoreFromRepository", paused, "abort restore operations", 1500);
+        twoRows("reset to default", "resetToDefault", waiting, "abort reset operations", 0);
+        twoRows("reset to factory", "resetToFactory", waiting, "abort reset operations", 0);
     }
     void serviceEnds()
     {
@@ -167,8 +149,8 @@ private Q_SLOTS:
         const qint64 pid = device->modulePid("A");
         const QStringList entries = device->entries();
         const QByteArray rows = device->sql("A", "d", "SELECT count(*) FROM t");
-        QDBusPendingCall running = device->callLater(method);
-        QVERIFY(TestDevice::waitUntil([&] { return device->hasLogged(sign); }));
+        const QDBusPendingCall running = device->callLater(method);
+        QVERIFY(device->waitForLog(sign));
         QElapsedTimer timer;
         timer.start();
         if (busGoes) {
@@ -179,8 +161,7 @@ private Q_SLOTS:
                 device->hasLogged("error VYXSaveRestore: The connection to the system bus is lost: ending"));
         } else {
             QCOMPARE(device->stopService(), 0);
-            running.waitForFinished();
-            QVERIFY(!running.reply().arguments().value(0).toBool());
+            QVERIFY(!TestDevice::resultOf(running).toBool());
             QVERIFY(device->allRun({"A", "Slow"}));
         }
         QVERIFY(timer.elapsed() < 10000);

@@ -1,53 +1,22 @@
 #include "repository/DistantRepository.h"
 #include "repository/LocalRepository.h"
+#include "tests/support/DataTable.h"
 #include "tests/support/NginxServer.h"
-#include "tests/support/TestDevice.h"
+#include "tests/support/RepositoryTest.h"
 
-#include <QDir>
-#include <QFile>
 #include <QRegularExpression>
-#include <QTemporaryDir>
-#include <QTest>
-
-#include <memory>
 
 /// What every kind of repository has to do, and what is the directory's own.
-class tst_repository : public QObject
+class tst_repository : public RepositoryTest
 {
     Q_OBJECT
 
-    std::unique_ptr<QTemporaryDir> root;
+    const QTemporaryDir root;
     std::unique_ptr<QTemporaryDir> place;
-    std::unique_ptr<QTemporaryDir> local;
     std::unique_ptr<NginxServer> http;
     std::unique_ptr<NginxServer> https;
     std::unique_ptr<RepositoryManager> any;
     std::unique_ptr<LocalRepository> repository;
-    QStringList signalled;
-
-    QString file(const QString &name, const QByteArray &content = "content") const
-    {
-        QFile target(local->filePath(name));
-        if (!target.open(QIODevice::WriteOnly)) {
-            qFatal("no file");
-        }
-        target.write(content);
-        return target.fileName();
-    }
-
-    static QByteArray content(const QString &path)
-    {
-        QFile target(path);
-        return target.open(QIODevice::ReadOnly) ? target.readAll() : QByteArray("<none>");
-    }
-
-    void watch(RepositoryManager &watched)
-    {
-        connect(&watched, &RepositoryManager::repositoryManagerReady, this, [this] { signalled << "ready"; });
-        connect(&watched, &RepositoryManager::repositoryAllOperationsDone, this,
-                [this] { signalled << "all"; });
-        connect(&watched, &RepositoryManager::repositoryOperationDone, this, [this] { signalled << "one"; });
-    }
 
     QStringList takeSignals() { return std::exchange(signalled, {}); }
 
@@ -59,8 +28,8 @@ class tst_repository : public QObject
             any = std::make_unique<LocalRepository>(place->path());
         } else {
             any = std::make_unique<DistantRepository>((kind == "HTTP" ? http : https)->url());
-            QDir((kind == "HTTP" ? http : https)->store()).removeRecursively();
-            QDir().mkpath((kind == "HTTP" ? http : https)->store());
+            store().removeRecursively();
+            QDir().mkpath(store().path());
         }
         watch(*any);
     }
@@ -71,69 +40,41 @@ class tst_repository : public QObject
         return QDir(kind == "directory" ? place->path() : (kind == "HTTP" ? http : https)->store());
     }
 
-    bool finished() const
-    {
-        return TestDevice::waitUntil([this] { return !any->hasPendingRequests(); });
-    }
-
 private Q_SLOTS:
     void initTestCase_data()
     {
-        QTest::addColumn<QString>("kind");
+        columns<QString>("kind");
         for (const char *kind : {"directory", "HTTP", "HTTPS"}) {
-            QTest::newRow(kind) << kind;
+            row(kind, kind);
         }
     }
 
     void initTestCase()
     {
-        root = std::make_unique<QTemporaryDir>();
-        qputenv("VYX_DEVICE_ROOT", root->path().toUtf8());
-        NginxServer::installTool(root->path());
+        qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());
+        NginxServer::installTool(root.path());
         http = std::make_unique<NginxServer>();
         https = std::make_unique<NginxServer>("server");
         QVERIFY(http->isRunning() && https->isRunning());
     }
 
-    void cleanupTestCase()
-    {
-        http.reset();
-        https.reset();
-    }
-
     void init()
     {
         place = std::make_unique<QTemporaryDir>();
-        local = std::make_unique<QTemporaryDir>();
         repository = std::make_unique<LocalRepository>(place->path());
         watch(*repository);
         makeAny();
-        signalled.clear();
+        startAfresh();
     }
 
     void namesGoThere_data()
     {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("prefix");
-        QTest::addColumn<QString>("entry");
-        QTest::newRow("prefix") << "a.cksum"
-                                << "mod"
-                                << "mod++a.cksum";
-        QTest::newRow("no prefix") << "a.cksum"
-                                   << ""
-                                   << "a.cksum";
-        QTest::newRow("odd") << "it's [1] ü 日本 \"x\" $HOME %41 #1?.jpg"
-                             << "My Pictures"
-                             << "My Pictures++it's [1] ü 日本 \"x\" $HOME %41 #1?.jpg";
-        QTest::newRow("dash") << "-rf"
-                              << ""
-                              << "-rf";
-        QTest::newRow("placeholder") << "%1%2"
-                                     << "%3"
-                                     << "%3++%1%2";
-        QTest::newRow("backslash") << "a\\b;c&d|e"
-                                   << ""
-                                   << "a\\b;c&d|e";
+        columns<QString, QString, QString>("name", "prefix", "entry");
+        row("prefix", "a.cksum", "mod", "mod++a.cksum");
+        row("no prefix", "a.cksum", "", "a.cksum");
+        row("dash", "-rf", "", "-rf");
+        const QString odd = "it's [1] ü 日本 \"x\" $HOME %41 #1?.jpg";
+        row("odd", odd, "My Pictures", "My Pictures++" + odd);
     }
     void namesGoThere()
     {
@@ -141,58 +82,46 @@ private Q_SLOTS:
         QFETCH(QString, prefix);
         QFETCH(QString, entry);
         const QString path = file(name);
-        QVERIFY(any->sendFileToRepository(path, prefix));
-        QVERIFY(finished());
+        QVERIFY(any->sendFileToRepository(path, prefix) && finished(*any));
         QCOMPARE(takeSignals().filter(QRegularExpression("all|one")), QStringList({"all", "one"}));
         QCOMPARE(store().entryList(QDir::Files | QDir::Hidden), QStringList{entry});
         file(name, "longer content");
-        QVERIFY(any->sendFileToRepository(path, prefix));
-        QVERIFY(finished());
+        QVERIFY(any->sendFileToRepository(path, prefix) && finished(*any));
         const QString back = local->filePath("back");
         takeSignals();
-        QVERIFY(any->getFileFromRepository(entry, back));
-        QVERIFY(finished());
+        QVERIFY(any->getFileFromRepository(entry, back) && finished(*any));
         QCOMPARE(takeSignals().count("all"), 1);
-        QCOMPARE(content(back), "longer content");
-        QVERIFY(any->removeFileFromRepository(path, prefix));
-        QVERIFY(finished());
+        QCOMPARE(content("back"), "longer content");
+        QVERIFY(any->removeFileFromRepository(path, prefix) && finished(*any));
         QVERIFY(takeSignals().contains("ready"));
         QVERIFY(store().isEmpty());
         QCOMPARE(any->getErrorStatus(), RequestSucceeded);
     }
 
-    void contents_data()
-    {
-        QTest::addColumn<int>("size");
-        QTest::newRow("empty") << 0;
-        QTest::newRow("one byte") << 1;
-        QTest::newRow("large") << 30000000;
-    }
     void contents()
     {
-        QFETCH(int, size);
-        QByteArray bytes(size, 'x');
-        for (qsizetype index = 0; index < bytes.size(); index += 4099) {
-            bytes[index] = static_cast<char>(index);
+        for (const int size : {0, 1, 30000000}) {
+            QByteArray bytes(size, 'x');
+            for (qsizetype index = 0; index < bytes.size(); index += 4099) {
+                bytes[index] = static_cast<char>(index);
+            }
+            QVERIFY(any->checkRepository());
+            QVERIFY(any->sendFileToRepository(file("a", bytes)));
+            QVERIFY(any->getFileFromRepository("a", local->filePath("back")) && finished(*any));
+            QVERIFY2(content("back") == bytes, qPrintable(QString("%1 bytes").arg(size)));
+            QCOMPARE(any->getErrorStatus(), RequestSucceeded);
         }
-        QVERIFY(any->checkRepository());
-        QVERIFY(any->sendFileToRepository(file("a", bytes)));
-        QVERIFY(any->getFileFromRepository("a", local->filePath("back")));
-        QVERIFY(finished());
-        QVERIFY(content(local->filePath("back")) == bytes);
-        QCOMPARE(any->getErrorStatus(), RequestSucceeded);
     }
 
     void entriesThatAreMissing()
     {
         const QString back = file("back");
         any->getFileFromRepository("missing", back);
-        QVERIFY(finished());
+        QVERIFY(finished(*any));
         QVERIFY(!QFile::exists(back));
-        QVERIFY(any->removeFileFromRepository("never there"));
-        QVERIFY(finished());
+        QVERIFY(any->removeFileFromRepository("never there") && finished(*any));
         any->sendFileToRepository(file("a"));
-        QVERIFY(finished());
+        QVERIFY(finished(*any));
         QCOMPARE(store().entryList(QDir::Files), QStringList{"a"});
     }
 
@@ -213,12 +142,10 @@ private Q_SLOTS:
         for (int number = 0; number < 60; ++number) {
             names << file(QString("f%1").arg(number), QByteArray::number(number));
         }
-        QVERIFY(any->sendFilesToRepository(names, "p"));
-        QVERIFY(finished());
+        QVERIFY(any->sendFilesToRepository(names, "p") && finished(*any));
         QCOMPARE(takeSignals().count("one"), names.size());
         QCOMPARE(store().entryList(QDir::Files).size(), names.size());
-        QVERIFY(any->removeFilesFromRepository(names, "p"));
-        QVERIFY(finished());
+        QVERIFY(any->removeFilesFromRepository(names, "p") && finished(*any));
         QVERIFY(store().isEmpty());
     }
 

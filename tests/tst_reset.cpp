@@ -1,8 +1,6 @@
 #include "platform/core/VYXModule.h"
 #include "tests/support/TestDevice.h"
 
-#include <QDBusPendingCall>
-#include <QDir>
 #include <QTest>
 
 /// Resets over the bus, with modules that reset themselves and report, and some that do not.
@@ -90,7 +88,7 @@ private Q_SLOTS:
         QFile::link(other, device->dataPath("A", "link.data"));
         QVERIFY(device->start());
         device->markLog();
-        QCOMPARE(device->call("resetToDefault").arguments().value(0), QVariant(false));
+        QCOMPARE(device->result("resetToDefault"), QVariant(false));
 
         QCOMPARE(device->logged("error ").replaceInStrings("error VYXSaveRestore: ", ""),
                  QStringList(
@@ -116,10 +114,10 @@ private Q_SLOTS:
         addModule("Ended");
         QVERIFY(device->start("VYXSaveRestore"));
         listen();
-        QVERIFY(device->call("stopModule", {"Ended"}, "ApplicationManager").arguments().value(0).toBool());
+        QVERIFY(device->result("stopModule", {"Ended"}, "ApplicationManager").toBool());
         QElapsedTimer timer;
         timer.start();
-        QCOMPARE(device->call("resetToDefault").arguments().value(0), QVariant(true));
+        QCOMPARE(device->result("resetToDefault"), QVariant(true));
         QVERIFY(timer.elapsed() < 10000);
         QVERIFY(waitFor("reset_data_default_complete") && waitFor("reset_default_done VYXSaveRestore"));
         QCOMPARE(events.constFirst(), "reset_data_default");
@@ -127,7 +125,7 @@ private Q_SLOTS:
             const qsizetype reported = events.indexOf(QString("reset_default_done ") + module);
             QVERIFY(reported > 0 && reported < events.indexOf("reset_data_default_complete"));
             QCOMPARE(rows(module), "2");
-            QCOMPARE(device->read("data/VYXApplication/" + QString(module) + "/settings.ini"), "volume=5");
+            QCOMPARE(device->readData(module, "settings.ini"), "volume=5");
             QVERIFY(QFile::exists(device->dataPath(module, "added.txt")));
         }
         QVERIFY(device->hasLogged("isModuleResetDone: all modules have successfully reset."));
@@ -154,20 +152,18 @@ private Q_SLOTS:
         QVERIFY(device->start());
         device->markLog();
         QDBusPendingCall running = device->callLater("resetToDefault");
-        QVERIFY(TestDevice::waitUntil([&] { return device->hasLogged("module Silent has not reset yet"); }));
+        QVERIFY(device->waitForLog("module Silent has not reset yet"));
         report("reset_factory_done", "Silent", true);
         QVERIFY(!device->save());
         QVERIFY(device->hasLogged("Another save, restore or reset is running: abort."));
-        running.waitForFinished();
-        QCOMPARE(running.reply().arguments().value(0), QVariant(false));
+        QCOMPARE(TestDevice::resultOf(running), QVariant(false));
         QVERIFY(device->hasLogged("warning VYXSaveRestore: Not reset within 1 s: Silent"));
 
         running = device->callLater("resetToDefault");
         QVERIFY(TestDevice::waitUntil([&] { return device->logged("about to refresh").size() == 2; }));
         report("reset_default_done", "Silent", true);
         report("reset_default_done", "Silent", false);
-        running.waitForFinished();
-        QCOMPARE(running.reply().arguments().value(0), QVariant(true));
+        QCOMPARE(TestDevice::resultOf(running), QVariant(true));
         QCOMPARE(device->logged("Not reset within").size(), 1);
 
         device->call("resetToFactory");
@@ -181,7 +177,7 @@ private Q_SLOTS:
         addModule("A");
         QVERIFY(device->startService("VYXSaveRestore"));
         device->markLog();
-        QCOMPARE(device->call("resetToDefault").arguments().value(0), QVariant(false));
+        QCOMPARE(device->result("resetToDefault"), QVariant(false));
         QVERIFY(device->hasLogged("error VYXSaveRestore: Error in refreshListOfModulesToReset: "));
         QVERIFY(device->startManagers());
         device->call("resetToFactory");

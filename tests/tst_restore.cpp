@@ -1,9 +1,5 @@
+#include "tests/support/DataTable.h"
 #include "tests/support/TestDevice.h"
-
-#include <QDBusPendingCall>
-#include <QDir>
-#include <QDirIterator>
-#include <QTest>
 
 #include <csignal>
 
@@ -39,22 +35,11 @@ class tst_restore : public QObject
     /// What a module holds, as text.
     QByteArray state(const QString &module) const
     {
-        QByteArray text =
-            device->sql(module, "whole", "SELECT quote(v) FROM t ORDER BY 1; PRAGMA user_version;") +
-            device->sql(module, "part", "SELECT * FROM kept ORDER BY id; SELECT v FROM own;");
-        QStringList files;
-        QDirIterator entries(device->dataPath(module, ""), QDir::Files | QDir::Hidden,
-                             QDirIterator::Subdirectories);
-        while (entries.hasNext()) {
-            files << entries.next();
-        }
-        files.sort();
-        for (const QString &file : std::as_const(files)) {
-            if (!file.contains(".data")) {
-                text += file.toUtf8() + ": " + device->read(file.mid(device->path("").size())) + "\n";
-            }
-        }
-        return text;
+        const QString printFiles =
+            "find . -type f ! -name '*.data*' | sort | xargs -r -d '\\n' tail -v -n +1";
+        return device->sql(module, "whole", "SELECT quote(v) FROM t ORDER BY 1; PRAGMA user_version;") +
+               device->sql(module, "part", "SELECT * FROM kept ORDER BY id; SELECT v FROM own;") +
+               TestDevice::shell("cd '" + device->dataPath(module, "") + "' && " + printFiles);
     }
 
     void damage(const QString &module) const
@@ -70,7 +55,7 @@ class tst_restore : public QObject
 
     bool restore() const
     {
-        const_cast<tst_restore *>(this)->device->markLog();
+        device->markLog();
         return device->call("startRestoreFromRepository").type() == QDBusMessage::ReplyMessage;
     }
 
@@ -80,13 +65,16 @@ class tst_restore : public QObject
     }
 
 private Q_SLOTS:
-    void init() { device = std::make_unique<TestDevice>(); }
+    void init()
+    {
+        device = std::make_unique<TestDevice>();
+        addModule("A");
+    }
     void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
 
     void moduleThatStartsAfterTheService()
     {
-        addModule("A");
-        QVERIFY(device->start() && device->save());
+        QVERIFY(device->startAndSave());
         const QByteArray before = state("A");
         QCOMPARE(device->stopService(), 0);
         device->call("stopModule", {"A"}, "ApplicationManager");
@@ -100,10 +88,8 @@ private Q_SLOTS:
 
     void everythingComesBack()
     {
-        addModule("A");
         addModule("B"); // every name collides with A's
-        QVERIFY(device->start());
-        QVERIFY(device->save());
+        QVERIFY(device->startAndSave());
         const QByteArray a = state("A");
         const QByteArray b = state("B");
         damage("A");
@@ -127,21 +113,18 @@ private Q_SLOTS:
 
     void priorityThatIsOff()
     {
-        addModule("A");
-        QVERIFY(device->start());
-        QVERIFY(device->save());
+        QVERIFY(device->startAndSave());
         damage("A");
         device->call("setSaveRestorePriority", {false, true, false});
         QVERIFY(restore());
         QVERIFY(!QFile::exists(device->dataPath("A", "whole.data")));
-        QCOMPARE(device->read("data/VYXApplication/A/f.txt"), "changed");
-        QCOMPARE(device->read("data/VYXApplication/A/a/zipped/y"), "Aa/zipped/y");
+        QCOMPARE(device->readData("A", "f.txt"), "changed");
+        QCOMPARE(device->readData("A", "a/zipped/y"), "Aa/zipped/y");
         QVERIFY(!QFile::exists(device->dataPath("A", "conf/deep")));
     }
 
     void refusals()
     {
-        addModule("A");
         QVERIFY(device->start());
         QVERIFY(restore());
         QVERIFY(
@@ -158,31 +141,24 @@ private Q_SLOTS:
 
     void modulesThatAreNotOnBothSides()
     {
-        addModule("A");
         addModule("OnlyHere");
-        QVERIFY(device->start());
-        QVERIFY(device->save());
+        QVERIFY(device->startAndSave());
         // A module of the list that this device does not have, and one of the device that is not on the list.
-        QFile list(device->repositoryPath("modules-list.sav"));
-        QVERIFY(list.open(QIODevice::WriteOnly));
-        list.write("Elsewhere\nA\n");
-        list.close();
+        device->write("media/repository/modules-list.sav", "Elsewhere\nA\n");
         damage("A");
         QVERIFY(restore());
         QVERIFY(device->hasLogged("Could not open module 'OnlyHere' version file"));
         QVERIFY(!QFile::exists(device->dataPath("A", "whole.data"))); // high: nothing
-        QCOMPARE(device->read("data/VYXApplication/A/a/zipped/y"), "Aa/zipped/y");
+        QCOMPARE(device->readData("A", "a/zipped/y"), "Aa/zipped/y");
         QVERIFY(device->hasLogged("Could not open download list for module 'OnlyHere'"));
     }
 
     void migration()
     {
-        addModule("A");
         device->write("usr/lib/VYXApplication/migration/AMigration",
                       "#!/bin/sh\necho \"$@\" >> '" + device->path("migrated").toUtf8() + "'\n");
         TestDevice::shell("chmod +x " + device->path("usr/lib/VYXApplication/migration/AMigration"));
-        QVERIFY(device->start());
-        QVERIFY(device->save());
+        QVERIFY(device->startAndSave());
         QVERIFY(restore());
         QVERIFY(!device->hasLogged("migration list"));
         device->call("setModuleRelease", {"A", "2027", "1.0"}, "ApplicationManager");
@@ -195,11 +171,8 @@ private Q_SLOTS:
 
     void faultyRepositories_data()
     {
-        QTest::addColumn<QString>("fault"); // run in the repository
-        QTest::addColumn<QString>("item");  // that stays as damaged
-        QTest::addColumn<QString>("message");
-        const auto row = [](const char *name, const QString &fault, const QString &item,
-                            const QString &message) { QTest::newRow(name) << fault << item << message; };
+        // what is run in the repository, what stays as it is damaged, what the service says
+        columns<QString, QString, QString>("fault", "item", "message");
         const QString broken = "is missing or broken";
         const QString cutOff = "head -c 60 %1 > x; mv x %1";
         row("dump missing", "rm A++whole.dump.gz", "whole",
@@ -221,9 +194,7 @@ private Q_SLOTS:
         QFETCH(QString, fault);
         QFETCH(QString, item);
         QFETCH(QString, message);
-        addModule("A");
-        QVERIFY(device->start());
-        QVERIFY(device->save());
+        QVERIFY(device->startAndSave());
         const QByteArray saved = state("A");
         damage("A");
         device->sql("A", "whole", "CREATE TABLE t(v); INSERT INTO t VALUES('damaged')");
@@ -236,7 +207,7 @@ private Q_SLOTS:
             device->sql("A", "whole",
                         "DELETE FROM t; INSERT INTO t VALUES('A'), ('it''s\nü'); PRAGMA user_version=3;");
         } else {
-            QCOMPARE(device->read("data/VYXApplication/A/" + item), "changed");
+            QCOMPARE(device->readData("A", item), "changed");
             device->writeData("A", item, "A" + item.toUtf8());
         }
         QCOMPARE(state("A"), saved); // everything else came back
@@ -246,60 +217,47 @@ private Q_SLOTS:
 
     void hostileRepository()
     {
-        addModule("A");
-        QVERIFY(device->start());
-        QVERIFY(device->save());
+        QVERIFY(device->startAndSave());
         const QByteArray saved = state("A");
         damage("A");
         const QString digest(32, '0');
-        QFile checksums(device->repositoryPath("A.cksum"));
-        QVERIFY(checksums.open(QIODevice::Append));
-        for (const QString &key :
-             {QString("../B/f"), QString("/etc/x"), QString("a/../../f"), device->path("stolen")}) {
-            checksums.write((key + "\t" + digest + "\tfile\tfalse\thigh\n").toUtf8());
+        QString lines;
+        for (const QString &key : {QString("../B/f"), QString("/etc/x"), QString("a/../../f"),
+                                   device->path("stolen"), QString("backup.tar")}) {
+            lines += key + "\t" + digest + "\tfile\tfalse\thigh\n";
         }
-        checksums.write(
-            ("B/whole.data\t" + digest + "\tdatabase\thigh\nA/../x.data\t" + digest + "\tdatabase\thigh\n")
-                .toUtf8());
-        checksums.write(("A/../../etc.tar\t" + digest + "\tdirectory\t1\thigh\nbackup.tar\t" + digest +
-                         "\tfile\tfalse\thigh\n")
-                            .toUtf8());
-        checksums.close();
+        lines +=
+            "B/whole.data\t" + digest + "\tdatabase\thigh\nA/../x.data\t" + digest + "\tdatabase\thigh\n";
+        lines += "A/../../etc.tar\t" + digest + "\tdirectory\t1\thigh\n";
+        device->write("media/repository/A.cksum", device->entry("A.cksum") + lines.toUtf8());
         device->write("media/repository/backup.tar", "just a file");
         device->write("media/repository/..++B++f", "x");
-        QFile list(device->repositoryPath("modules-list.sav"));
-        QVERIFY(list.open(QIODevice::Append));
-        list.write("../../etc\n.\na/b\n");
-        list.close();
-        const QByteArray outside = TestDevice::shell("cd '" + device->path("") +
-                                                     "' && find . -path ./data/VYXApplication/A -prune -o "
-                                                     "-path ./tmp -prune -o -type f -print | sort");
+        const QByteArray list = device->entry("modules-list.sav");
+        device->write("media/repository/modules-list.sav", list + "../../etc\n.\na/b\n");
+        const QString listOutside = "cd '" + device->path("") +
+                                    "' && find . -path ./data/VYXApplication/A -prune "
+                                    "-o -path ./tmp -prune -o -type f -print | sort";
+        const QByteArray outside = TestDevice::shell(listOutside);
         QVERIFY(restore());
         QCOMPARE(device->logged("in the repository is refused: it is none of this module's").size(), 7);
         QCOMPARE(device->logged("of the repository is refused: it has no usable name").size(), 3);
-        QCOMPARE(device->read("data/VYXApplication/A/backup.tar"), "just a file");
+        QCOMPARE(device->readData("A", "backup.tar"), "just a file");
         QFile::remove(device->dataPath("A", "backup.tar"));
         QCOMPARE(state("A"), saved);
-        QCOMPARE(TestDevice::shell("cd '" + device->path("") +
-                                   "' && find . -path ./data/VYXApplication/A -prune -o -path ./tmp -prune "
-                                   "-o -type f -print | sort"),
-                 outside);
+        QCOMPARE(TestDevice::shell(listOutside), outside);
     }
 
     void repositoryThatVanishes()
     {
-        addModule("A");
         device->addModule("Slow", "<databases><database name='d'/></databases>", "--pause-delay 1500");
         device->sql("Slow", "d", "CREATE TABLE t(v)");
-        QVERIFY(device->start());
-        QVERIFY(device->save());
+        QVERIFY(device->startAndSave());
         damage("A");
         const QByteArray damaged = state("A");
         device->markLog();
         device->call("setSaveRestorePriority", {true, false, true});
         QDBusPendingCall running = device->callLater("startRestoreFromRepository");
-        QVERIFY(
-            TestDevice::waitUntil([&] { return device->hasLogged("Wait for modules to be paused (Slow)"); }));
+        QVERIFY(device->waitForLog("Wait for modules to be paused (Slow)"));
         QDir(device->repositoryPath()).removeRecursively();
         running.waitForFinished();
         // A's high data were put back before; what came after could not be fetched.
@@ -312,9 +270,7 @@ private Q_SLOTS:
 
     void partialDatabaseThatIsGone()
     {
-        addModule("A");
-        QVERIFY(device->start());
-        QVERIFY(device->save());
+        QVERIFY(device->startAndSave());
         QFile::remove(device->dataPath("A", "part.data"));
         QVERIFY(restore());
         QVERIFY(device->hasLogged("there is nothing to put the saved rows into"));
@@ -323,10 +279,8 @@ private Q_SLOTS:
 
     void killedAnywhere()
     {
-        addModule("A");
         addModule("B");
-        QVERIFY(device->start());
-        QVERIFY(device->save());
+        QVERIFY(device->startAndSave());
         const QByteArray a = state("A");
         const QByteArray b = state("B");
         damage("A");
@@ -340,7 +294,6 @@ private Q_SLOTS:
         for (int point = 1; point <= points; ++point) {
             damage("A");
             device->sql("A", "whole", "CREATE TABLE t(v); INSERT INTO t VALUES('damaged')");
-            const QByteArray damaged = device->sql("A", "whole", "SELECT v FROM t");
             device->callLater("startRestoreFromRepository");
             QTest::qWait(static_cast<int>(duration * point / points));
             device->service().kill();
@@ -350,9 +303,9 @@ private Q_SLOTS:
             const QByteArray rows =
                 device->sql("A", "whole", "SELECT quote(v) FROM t ORDER BY 1; PRAGMA user_version;");
             QVERIFY2(rows == "'damaged'\n0\n" || a.startsWith(rows), rows.constData());
-            const QByteArray file = device->read("data/VYXApplication/A/f.txt");
+            const QByteArray file = device->readData("A", "f.txt");
             QVERIFY2(file == "changed" || file == "Af.txt", file.constData());
-            const QByteArray member = device->read("data/VYXApplication/A/a/zipped/y");
+            const QByteArray member = device->readData("A", "a/zipped/y");
             QVERIFY2(member == "changed" || member == "Aa/zipped/y", member.constData());
             QCOMPARE(device->sql("A", "part", "SELECT v FROM own"), "own\n");
             QVERIFY(nothingLeftBehind());
@@ -365,13 +318,11 @@ private Q_SLOTS:
 
     void serviceEndsWhileModulesArePaused()
     {
-        addModule("A");
-        device->addModule("Slow",
-                          "<databases><database name='d'><dependency>A</dependency></database></databases>",
-                          "--pause-delay 1500");
+        const QString dependent =
+            "<databases><database name='d'><dependency>A</dependency></database></databases>";
+        device->addModule("Slow", dependent, "--pause-delay 1500");
         device->sql("Slow", "d", "CREATE TABLE t(v)");
-        QVERIFY(device->start());
-        QVERIFY(device->save());
+        QVERIFY(device->startAndSave());
         damage("A");
         const QByteArray damaged = state("A");
         for (const int signal : {SIGTERM, SIGKILL}) {

@@ -1,9 +1,7 @@
+#include "tests/support/DataTable.h"
 #include "tests/support/NginxServer.h"
 #include "tests/support/StoreServer.h"
 #include "tests/support/TestDevice.h"
-
-#include <QDir>
-#include <QTest>
 
 /// The service with its repository on a server.
 class tst_server : public QObject
@@ -11,22 +9,12 @@ class tst_server : public QObject
     Q_OBJECT
 
     std::unique_ptr<TestDevice> device;
-
-    void addModule()
-    {
-        device->addModule("A",
-                          "<databases><database name='d'/></databases><files><file>f</file><file>odd</file>"
-                          "<file zip='true'>conf/logs</file></files>");
-        device->sql("A", "d", "CREATE TABLE t(v); INSERT INTO t VALUES('saved')");
-        device->writeData("A", "f", "saved");
-        device->writeData("A", "odd/ü #1?%41.jpg", "saved");
-        device->writeData("A", "conf/logs/x", "saved");
-    }
+    const QStringList files = {"f", "odd/ü #1?%41.jpg", "conf/logs/x"};
 
     void change(const QByteArray &text) const
     {
         device->sql("A", "d", QString("UPDATE t SET v='%1'").arg(QString::fromUtf8(text)));
-        for (const char *item : {"f", "odd/ü #1?%41.jpg", "conf/logs/x"}) {
+        for (const QString &item : files) {
             device->writeData("A", item, text);
         }
     }
@@ -34,18 +22,15 @@ class tst_server : public QObject
     bool holds(const QByteArray &text) const
     {
         return device->sql("A", "d", "SELECT v FROM t") == text + "\n" &&
-               device->read("data/VYXApplication/A/f") == text &&
-               device->read("data/VYXApplication/A/odd/ü #1?%41.jpg") == text &&
-               device->read("data/VYXApplication/A/conf/logs/x") == text;
+               std::all_of(files.cbegin(), files.cend(),
+                           [&](const QString &file) { return device->readData("A", file) == text; });
     }
 
     /// Run an operation while events of this process, and so its servers, go on.
     QVariant run(const QString &method) const
     {
         device->markLog();
-        QDBusPendingCall call = device->callLater(method);
-        TestDevice::waitUntil([&] { return call.isFinished(); }, 120000);
-        return call.reply().arguments().value(0);
+        return TestDevice::resultOf(device->callLater(method));
     }
 
     bool start(const QString &url)
@@ -58,7 +43,11 @@ private Q_SLOTS:
     void init()
     {
         device = std::make_unique<TestDevice>();
-        addModule();
+        device->addModule("A",
+                          "<databases><database name='d'/></databases><files><file>f</file><file>odd</file>"
+                          "<file zip='true'>conf/logs</file></files>");
+        device->sql("A", "d", "CREATE TABLE t(v); INSERT INTO t VALUES('')");
+        change("saved");
     }
     void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
 
@@ -95,19 +84,15 @@ private Q_SLOTS:
 
     void certificates_data()
     {
-        QTest::addColumn<QString>("different"); // what is not as it should be
-        QTest::addColumn<QString>("value");
-        QTest::addColumn<QString>("message");
-        const QString refused = "Connection to repository failed (";
-        const auto row = [](const char *name, const QString &what, const QString &value,
-                            const QString &message) { QTest::newRow(name) << what << value << message; };
+        // what is not as it should be, in which way, and what the service says
+        columns<QString, QString, QString>("different", "value", "message");
         row("expired device", "cert", "device-expired.pem", "Invalid local certificate (");
         row("device of the future", "cert", "device-future.pem", "Invalid local certificate (");
         row("missing certificate", "cert", "none.pem", "Could not open Ssl Certificate (");
         row("key of another kind", "key", "device-ec.key", "Invalid local private key");
         row("missing key", "key", "none.key", "Could not open Ssl Certificate PKEY (");
         row("one expired authority", "authorities", "ca-mixed.pem", "Invalid CA Certificate");
-        row("foreign device", "cert", "foreign-device.pem", refused);
+        row("foreign device", "cert", "foreign-device.pem", "Connection to repository failed (");
         row("foreign server", "server", "server-foreign", "Request got");
         row("expired server", "server", "server-expired", "Request got");
         row("wrong name", "server", "server-wrongname", "Request got");
@@ -146,20 +131,21 @@ private Q_SLOTS:
 
     void tools_data()
     {
-        QTest::addColumn<QString>("script");
-        QTest::newRow("missing") << "";
-        QTest::newRow("fails") << "exit 3";
-        QTest::newRow("prints a line feed") << "echo SECURED";
+        columns<QString>("script");
+        row("missing", "");
+        row("fails", "exit 3");
+        row("prints a line feed", "echo SECURED");
     }
     void tools()
     {
         QFETCH(QString, script);
-        QFile::remove(device->path("data/dev_mode"));
         if (!script.isEmpty()) {
             device->write("usr/bin/getVYXinfo", ("#!/bin/sh\n" + script + "\n").toUtf8());
             QFile::setPermissions(device->path("usr/bin/getVYXinfo"), QFile::Permissions(0x7755));
         }
         QVERIFY(start("https://127.0.0.1:1/save"));
+        // The developer mode ends when the URL has been set already.
+        QFile::remove(device->path("data/dev_mode"));
         QVERIFY(!run("startSaveOnRepository").toBool());
         QVERIFY(device->hasLogged("CTL is not deployed: abort backup operations."));
     }
@@ -169,15 +155,16 @@ private Q_SLOTS:
         StoreServer store;
         QVERIFY(start(store.url()));
         QVERIFY(run("startSaveOnRepository").toBool());
-        QByteArray saved = "saved";
-        for (int nth = 1; nth < 40; nth += nth < 8 ? 1 : 4) {
-            qsizetype first = store.requests.size();
-            store.behaviour = [&](int number, const QString &, const QString &) {
-                const bool hit = (number - first) % nth == 0;
-                return !hit ? StoreServer::Proper : nth % 2 == 0 ? StoreServer::Close : StoreServer::Fail;
+        const auto failEvery = [&](int nth, StoreServer::Behaviour failure) {
+            const qsizetype first = store.requests.size();
+            store.behaviour = [=](int number, const QString &, const QString &) {
+                return (number - first) % nth == 0 ? failure : StoreServer::Proper;
             };
-            saved = "round " + QByteArray::number(nth);
+        };
+        for (int nth = 1; nth < 40; nth += nth < 8 ? 1 : 4) {
+            const QByteArray saved = "round " + QByteArray::number(nth);
             change(saved);
+            failEvery(nth, nth % 2 == 0 ? StoreServer::Close : StoreServer::Fail);
             run("startSaveOnRepository");
             QVERIFY(holds(saved));
             store.behaviour = nullptr;
@@ -185,10 +172,7 @@ private Q_SLOTS:
             QVERIFY(store.entries.value("f") == saved);
 
             change("damaged");
-            first = store.requests.size();
-            store.behaviour = [&](int number, const QString &, const QString &) {
-                return (number - first) % nth == 0 ? StoreServer::Fail : StoreServer::Proper;
-            };
+            failEvery(nth, StoreServer::Fail);
             run("startRestoreFromRepository");
             store.behaviour = nullptr;
             run("startRestoreFromRepository");

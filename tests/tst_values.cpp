@@ -5,23 +5,15 @@
 #include "save/SavedEntries.h"
 #include "save/SaveSchedule.h"
 #include "save/UploadPlan.h"
+#include "tests/support/TestDevice.h"
 
-#include <QProcess>
 #include <QTest>
 
 namespace {
 
-ChecksumLines lines(const char *text)
+ChecksumLines lines(const QByteArray &text)
 {
     return parseChecksumLines(text);
-}
-
-QString shellOutput(const QString &line)
-{
-    QProcess process;
-    process.start("/bin/sh", {"-c", line});
-    process.waitForFinished();
-    return QString::fromUtf8(process.readAllStandardOutput());
 }
 
 } // namespace
@@ -31,29 +23,18 @@ class tst_values : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void shellWords_data()
-    {
-        QTest::addColumn<QString>("value");
-        QTest::addColumn<bool>("ordinary");
-        QTest::newRow("path") << "/data/VYX/m++a.b-c_d" << true;
-        QTest::newRow("space") << "a b" << false;
-        QTest::newRow("single quote") << "it's" << false;
-        QTest::newRow("substitution") << "$(echo x)`id`$HOME" << false;
-        QTest::newRow("backslash") << "a\\nb\\" << false;
-        QTest::newRow("dash") << "-n" << false;
-        QTest::newRow("line feed") << "a\nb; id" << false;
-        QTest::newRow("tilde") << "~root" << false;
-        QTest::newRow("unicode") << "für 日本" << false;
-        QTest::newRow("empty") << "" << false;
-    }
     void shellWords()
     {
-        QFETCH(QString, value);
-        QFETCH(bool, ordinary);
-        QCOMPARE(ShellText::quoted(value) == value, ordinary);
-        QCOMPARE(shellOutput("printf '[%s]' " + ShellText::quoted(value)), "[" + value + "]");
-        QCOMPARE(shellOutput(ShellText::printCommand(value)), value + "\n");
-        QCOMPARE(shellOutput(ShellText::printQuotedCommand(value)), value + "\n");
+        const QString ordinary = "/data/VYX/m++a.b-c_d";
+        const QStringList values = {ordinary, "a b",      "it's",  "$(echo x)`id`$HOME", "a\\nb\\",
+                                    "-n",     "a\nb; id", "~root", "für 日本",           ""};
+        for (const QString &value : values) {
+            QVERIFY2((ShellText::quoted(value) == value) == (value == ordinary), qPrintable(value));
+            QCOMPARE(TestDevice::shell("printf '[%s]' " + ShellText::quoted(value)),
+                     ("[" + value + "]").toUtf8());
+            QCOMPARE(TestDevice::shell(ShellText::printCommand(value)), (value + "\n").toUtf8());
+            QCOMPARE(TestDevice::shell(ShellText::printQuotedCommand(value)), (value + "\n").toUtf8());
+        }
     }
 
     void digests()
@@ -90,13 +71,14 @@ private Q_SLOTS:
 
     void plainFileEntries()
     {
-        const LinesByModule modules = {{"a", lines("x\t1\tfile\thigh\nconf/s\t1\tfile\thigh\nonly/deep/"
-                                                   "f\t1\tfile\thigh\nmodules-list.sav\t1\tfile\tlow\n")},
-                                       {"b", lines("x\t2\tfile\thigh\nconf/s\t2\tfile\thigh\nb/"
-                                                   "d\t3\tfile\thigh\nb/d.data\t3\tdatabase\thigh\n")},
-                                       // what module b's file is renamed to, claimed by another
-                                       {"c", lines("b/x\t3\tfile\thigh\nc++own\t3\tfile\thigh\n")},
-                                       {"d", lines("b++d.dump.gz\t3\tfile\thigh\n")}};
+        LinesByModule modules;
+        modules["a"] = lines("x\t1\tfile\thigh\nconf/s\t1\tfile\thigh\nonly/deep/f\t1\tfile\thigh\n"
+                             "modules-list.sav\t1\tfile\tlow\n");
+        modules["b"] = lines("x\t2\tfile\thigh\nconf/s\t2\tfile\thigh\nb/d\t3\tfile\thigh\n"
+                             "b/d.data\t3\tdatabase\thigh\n");
+        // what module b's file is renamed to, claimed by another
+        modules["c"] = lines("b/x\t3\tfile\thigh\nc++own\t3\tfile\thigh\n");
+        modules["d"] = lines("b++d.dump.gz\t3\tfile\thigh\n");
         const SavedEntries entries(modules);
         const auto name = [&](const char *module, const char *key) {
             for (const ChecksumLine &line : modules.value(module)) {
@@ -146,38 +128,32 @@ private Q_SLOTS:
         }
     }
 
-    void completion_data()
-    {
-        QTest::addColumn<QByteArray>("staged");
-        QTest::addColumn<QByteArray>("previous");
-        QTest::addColumn<QByteArray>("completed");
-        QTest::newRow("unreadable tonight")
-            << QByteArray("a\t\tfile\tfalse\thigh\n") << QByteArray("a\t7\tfile\tfalse\thigh\n")
-            << QByteArray("a\t7\tfile\tfalse\thigh\n");
-        QTest::newRow("never seen") << QByteArray("a\t\tfile\tfalse\thigh\nb\t1\tfile\tfalse\thigh\n")
-                                    << QByteArray() << QByteArray("b\t1\tfile\tfalse\thigh\n");
-        QTest::newRow("removed") << QByteArray() << QByteArray("a\t7\tfile\tfalse\thigh\n") << QByteArray();
-        QTest::newRow("its pass did not run") << QByteArray() << QByteArray("a\t7\tfile\tfalse\tlow\n")
-                                              << QByteArray("a\t7\tfile\tfalse\tlow\n");
-        QTest::newRow("now of another priority")
-            << QByteArray("a\t8\tfile\tfalse\thigh\n") << QByteArray("a\t7\tfile\tfalse\tlow\n")
-            << QByteArray("a\t8\tfile\tfalse\thigh\n");
-        QTest::newRow("directory gone")
-            << QByteArray("d\t\tfile\tfalse\thigh\n")
-            << QByteArray("d/x\t7\tfile\tfalse\thigh\nd2/x\t7\tfile\tfalse\thigh\n")
-            << QByteArray("d/x\t7\tfile\tfalse\thigh\n");
-        QTest::newRow("zipped directory gone")
-            << QByteArray("d\t\tfile\ttrue\thigh\n") << QByteArray("m/d.tar\t7\tdirectory\t1\thigh\n")
-            << QByteArray("m/d.tar\t7\tdirectory\t1\thigh\n");
-    }
     void completion()
     {
-        QFETCH(QByteArray, staged);
-        QFETCH(QByteArray, previous);
-        QFETCH(QByteArray, completed);
-        const auto result =
-            completeLines("m", parseChecksumLines(staged), parseChecksumLines(previous), {"high"});
-        QCOMPARE(result.lines, parseChecksumLines(completed));
+        const QByteArray unreadable = "a\t\tfile\tfalse\thigh\n";
+        const QByteArray other = "b\t1\tfile\tfalse\thigh\n";
+        const QByteArray old = "a\t7\tfile\tfalse\thigh\n";
+        const QByteArray oldAndLow = "a\t7\tfile\tfalse\tlow\n";
+        const QByteArray changed = "a\t8\tfile\tfalse\thigh\n";
+        const QByteArray archive = "m/d.tar\t7\tdirectory\t1\thigh\n";
+        const QByteArray inside = "d/x\t7\tfile\tfalse\thigh\n";
+        struct Case
+        {
+            const char *name;
+            QByteArray staged, previous, completed;
+        };
+        const QList<Case> cases = {
+            {"unreadable tonight", unreadable, old, old},
+            {"never seen", unreadable + other, "", other},
+            {"removed", "", old, ""},
+            {"its pass did not run", "", oldAndLow, oldAndLow},
+            {"now of another priority", changed, oldAndLow, changed},
+            {"directory gone", "d\t\tfile\tfalse\thigh\n", inside + "d2/x\t7\tfile\tfalse\thigh\n", inside},
+            {"zipped directory gone", "d\t\tfile\ttrue\thigh\n", archive, archive}};
+        for (const auto &[name, staged, previous, completed] : cases) {
+            const auto result = completeLines("m", lines(staged), lines(previous), {"high"});
+            QVERIFY2(result.lines == lines(completed), name);
+        }
     }
 
     void removalsLeaveWhatOthersUse()
@@ -193,30 +169,14 @@ private Q_SLOTS:
         QCOMPARE(names, QStringList({"a++d.dump.gz", "a++z.tar.gz"}));
     }
 
-    void hours_data()
-    {
-        QTest::addColumn<int>("hour");
-        QTest::addColumn<bool>("frequency");
-        QTest::addColumn<int>("now");
-        QTest::addColumn<QList<int>>("hours");
-        QTest::newRow("time") << 3 << false << 10 << QList<int>{3};
-        QTest::newRow("every six") << 6 << true << 10 << QList<int>{11, 17, 23, 5};
-        QTest::newRow("daily at 23") << 24 << true << 23 << QList<int>{24, 0};
-        QTest::newRow("daily at 0") << 24 << true << 0 << QList<int>{1};
-        QTest::newRow("huge period") << INT_MAX << true << 5 << QList<int>{6};
-        QTest::newRow("no period") << 0 << true << 5 << QList<int>{};
-        QTest::newRow("negative period") << -1 << true << 5 << QList<int>{};
-    }
-    void hours()
-    {
-        QFETCH(int, hour);
-        QFETCH(bool, frequency);
-        QFETCH(int, now);
-        QTEST(scheduledHours(hour, frequency, now).value_or(QList<int>()), "hours");
-    }
-
     void hoursOfEveryPeriod()
     {
+        QCOMPARE(scheduledHours(3, false, 10).value(), QList<int>{3});
+        QCOMPARE(scheduledHours(6, true, 10).value(), QList<int>({11, 17, 23, 5}));
+        QCOMPARE(scheduledHours(INT_MAX, true, 5).value(), QList<int>{6});
+        for (const int noPeriod : {0, -1}) {
+            QCOMPARE(scheduledHours(noPeriod, true, 5).value_or(QList<int>()), QList<int>());
+        }
         for (int period = 1; period <= 24; ++period) {
             for (int now = 0; now < 24; ++now) {
                 QList<int> expected;

@@ -1,9 +1,5 @@
 #include "tests/support/NginxServer.h"
 
-#include "tests/support/TestDevice.h"
-
-#include <QDir>
-#include <QFile>
 #include <QTcpServer>
 #include <QTcpSocket>
 
@@ -52,15 +48,6 @@ NginxServer::NginxServer(const QString &certificate) : port(freePort()), secure(
         process.state() == QProcess::Running;
 }
 
-NginxServer::~NginxServer()
-{
-    process.terminate();
-    if (!process.waitForFinished(5000)) {
-        process.kill();
-        process.waitForFinished();
-    }
-}
-
 QString NginxServer::url() const
 {
     return QString("%1://127.0.0.1:%2/save").arg(secure ? "https" : "http", QString::number(port));
@@ -68,23 +55,16 @@ QString NginxServer::url() const
 
 QStringList NginxServer::accessLog() const
 {
-    QFile log(directory.path() + "/server/log/access.log");
-    return log.open(QIODevice::ReadOnly) ? QString::fromUtf8(log.readAll()).split('\n', Qt::SkipEmptyParts)
-                                         : QStringList();
+    const QByteArray log = readFile(directory.path() + "/server/log/access.log");
+    return QString::fromUtf8(log).split('\n', Qt::SkipEmptyParts);
 }
 
 void NginxServer::installTool(const QString &deviceRoot, const QString &certificate, const QString &key,
                               const QString &authorities, const QString &status)
 {
-    const QString tool = deviceRoot + "/usr/bin/getVYXinfo";
     QDir().mkpath(deviceRoot + "/usr/bin");
-    QDir().mkpath(deviceRoot + "/etc/VYXApplication");
-    QFile::copy(QString(SOURCES) + "/device/server/getVYXinfo", tool);
-    QFile configuration(deviceRoot + "/etc/VYXApplication/pki.conf");
-    if (!configuration.open(QIODevice::WriteOnly)) {
-        qFatal("no PKI configuration");
-    }
-    configuration.write(QString("CERT=%1\nCERT_PKEY=%2\nCA=%3\nSTATUS=%4\n")
-                            .arg(pki(certificate), pki(key), pki(authorities), status)
-                            .toUtf8());
+    QFile::copy(QString(SOURCES) + "/device/server/getVYXinfo", deviceRoot + "/usr/bin/getVYXinfo");
+    const QString configuration = QString("CERT=%1\nCERT_PKEY=%2\nCA=%3\nSTATUS=%4\n")
+                                      .arg(pki(certificate), pki(key), pki(authorities), status);
+    writeFile(deviceRoot + "/etc/VYXApplication/pki.conf", configuration.toUtf8());
 }

@@ -1,17 +1,14 @@
 #pragma once
 
-#include <QProcess>
-#include <QString>
-#include <QTemporaryDir>
+#include "tests/support/TestDevice.h"
 
-/// The repository server of the stand-in device: a real nginx below a temporary directory, with a PKI of its
-/// own.
+/// The stand-in device's repository server: a real nginx below a temporary directory, with its own PKI.
 class NginxServer
 {
 public:
     /// `certificate` is the name of the server's certificate in the PKI; empty for plain HTTP.
     explicit NginxServer(const QString &certificate = {});
-    ~NginxServer();
+    ~NginxServer() { TestDevice::end(process); }
 
     NginxServer(const NginxServer &) = delete;
     NginxServer &operator=(const NginxServer &) = delete;

@@ -10,9 +10,7 @@
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
-#include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QTest>
 
 namespace {
@@ -20,6 +18,12 @@ namespace {
 constexpr int callLimitMs = 120000;
 
 int connections = 0;
+
+QDBusMessage methodCall(const QString &module, const QString &method)
+{
+    return QDBusMessage::createMethodCall(VYXModule::busName(module), VYXModule::objectPath(module),
+                                          VYXModule::interfaceName(), method);
+}
 
 } // namespace
 
@@ -63,11 +67,6 @@ TestDevice::~TestDevice()
     end(*busProcess);
 }
 
-QDBusConnection TestDevice::bus() const
-{
-    return QDBusConnection(connectionName);
-}
-
 void TestDevice::killBus() const
 {
     busProcess->kill();
@@ -89,30 +88,14 @@ QString TestDevice::dataPath(const QString &module, const QString &item) const
     return path("data/VYXApplication/" + module + "/" + item);
 }
 
-QString TestDevice::repositoryPath(const QString &entry) const
-{
-    return path("media/repository/" + entry);
-}
-
-void TestDevice::write(const QString &relative, const QByteArray &content) const
-{
-    const QString file = path(relative);
-    QDir().mkpath(QFileInfo(file).path());
-    QFile target(file);
-    if (!target.open(QIODevice::WriteOnly) || target.write(content) != content.size()) {
-        qFatal("cannot write %s", qPrintable(file));
-    }
-}
-
 void TestDevice::writeData(const QString &module, const QString &item, const QByteArray &content) const
 {
-    write("data/VYXApplication/" + module + "/" + item, content);
+    writeFile(dataPath(module, item), content);
 }
 
-QByteArray TestDevice::read(const QString &relative) const
+QByteArray TestDevice::readData(const QString &module, const QString &item) const
 {
-    QFile file(path(relative));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return readFile(dataPath(module, item));
 }
 
 void TestDevice::describe(const QString &name, const QString &description) const
@@ -237,34 +220,36 @@ QString TestDevice::retire(std::unique_ptr<TestDevice> &device)
 
 QDBusPendingCall TestDevice::callLater(const QString &method) const
 {
-    const QDBusMessage message = QDBusMessage::createMethodCall(VYXModule::busName("VYXSaveRestore"),
-                                                                VYXModule::objectPath("VYXSaveRestore"),
-                                                                VYXModule::interfaceName(), method);
-    return bus().asyncCall(message, callLimitMs);
+    return bus().asyncCall(methodCall("VYXSaveRestore", method), callLimitMs);
+}
+
+QVariant TestDevice::resultOf(const QDBusPendingCall &call)
+{
+    waitUntil([&] { return call.isFinished(); }, callLimitMs);
+    return call.reply().arguments().value(0);
 }
 
 QDBusMessage TestDevice::call(const QString &method, const QVariantList &arguments,
                               const QString &module) const
 {
-    QDBusMessage message = QDBusMessage::createMethodCall(
-        VYXModule::busName(module), VYXModule::objectPath(module), VYXModule::interfaceName(), method);
+    QDBusMessage message = methodCall(module, method);
     message.setArguments(arguments);
     return bus().call(message, QDBus::Block, callLimitMs);
 }
 
-bool TestDevice::save() const
+QVariant TestDevice::result(const QString &method, const QVariantList &arguments, const QString &module) const
 {
-    return call("startSaveOnRepository").arguments().value(0).toBool();
+    return call(method, arguments, module).arguments().value(0);
+}
+
+int TestDevice::capability() const
+{
+    return qdbus_cast<Capability>(result("getCapability", {"SAVE_RESTORE_ENABLE"})).getState();
 }
 
 QStringList TestDevice::entries() const
 {
     return QDir(repositoryPath()).entryList(QDir::Files | QDir::Hidden, QDir::Name);
-}
-
-QByteArray TestDevice::entry(const QString &name) const
-{
-    return read("media/repository/" + name);
 }
 
 QMap<QString, QStringList> TestDevice::savedLines(const QString &module) const
@@ -276,26 +261,10 @@ QMap<QString, QStringList> TestDevice::savedLines(const QString &module) const
     return lines;
 }
 
-QString TestDevice::wholeLog() const
-{
-    return QString::fromUtf8(read("service.log"));
-}
-
-void TestDevice::markLog()
-{
-    logMark = wholeLog().size();
-}
-
-QStringList TestDevice::logged(const QString &text) const
-{
-    return wholeLog().mid(logMark).split('\n').filter(text);
-}
-
 qint64 TestDevice::modulePid(const QString &module) const
 {
-    const auto list = qdbus_cast<ListApplicationConfig>(
-        call("getModulesList", {}, "ApplicationManager").arguments().value(0));
-    for (const ApplicationConfig &config : list) {
+    const QVariant list = result("getModulesList", {}, "ApplicationManager");
+    for (const ApplicationConfig &config : qdbus_cast<ListApplicationConfig>(list)) {
         if (config.getName() == module) {
             return config.getID().toLongLong();
         }
@@ -305,9 +274,7 @@ qint64 TestDevice::modulePid(const QString &module) const
 
 QString TestDevice::processState(qint64 pid)
 {
-    QFile file(QString("/proc/%1/stat").arg(pid));
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readLine()).split(' ').value(2)
-                                          : QString();
+    return QString::fromUtf8(readFile(QString("/proc/%1/stat").arg(pid))).split(' ').value(2);
 }
 
 bool TestDevice::allRun(const QStringList &names) const

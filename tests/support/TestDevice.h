@@ -1,16 +1,14 @@
 #pragma once
 
 #include "platform/core/VYXEvent.h"
+#include "tests/support/Files.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCall>
 #include <QMap>
 #include <QProcess>
-#include <QString>
-#include <QStringList>
 #include <QTemporaryDir>
-#include <QVariantList>
 
 #include <functional>
 #include <memory>
@@ -29,14 +27,17 @@ public:
 
     QString path(const QString &relative) const { return directory.path() + "/" + relative; }
     QString dataPath(const QString &module, const QString &item) const;
-    QString repositoryPath(const QString &entry = {}) const;
+    QString repositoryPath(const QString &entry = {}) const { return path("media/repository/" + entry); }
 
-    void write(const QString &relative, const QByteArray &content) const;
+    void write(const QString &relative, const QByteArray &content) const
+    {
+        writeFile(path(relative), content);
+    }
     void writeData(const QString &module, const QString &item, const QByteArray &content) const;
-    QByteArray read(const QString &relative) const;
+    QByteArray read(const QString &relative) const { return readFile(path(relative)); }
+    QByteArray readData(const QString &module, const QString &item) const;
 
-    /// Install a module with the inside of its restorable.xml (none when empty) and arguments for its
-    /// process.
+    /// Install a module: the inside of its restorable.xml (none when empty), the arguments of its process.
     void addModule(const QString &name, const QString &description, const QString &arguments = {});
     void describe(const QString &name, const QString &description) const;
     void writeSettings(const QString &level = "2", const QString &url = {}) const;
@@ -49,6 +50,7 @@ public:
     bool startManagers();
     bool startService(const QString &program = "VYXSaveRestore");
     bool start(const QString &program = "FastService") { return startManagers() && startService(program); }
+    bool startAndSave() { return start() && save(); }
     /// End the service as the system does; its exit status, -1 when it had to be killed.
     int stopService();
     QProcess &service() { return *serviceProcess; }
@@ -57,11 +59,18 @@ public:
 
     QDBusMessage call(const QString &method, const QVariantList &arguments = {},
                       const QString &module = "VYXSaveRestore") const;
+    /// The value that a method returns.
+    QVariant result(const QString &method, const QVariantList &arguments = {},
+                    const QString &module = "VYXSaveRestore") const;
     /// Call a method of the service without waiting for its reply.
     QDBusPendingCall callLater(const QString &method) const;
+    /// The value that such a call returns in the end; events of this process go on meanwhile.
+    static QVariant resultOf(const QDBusPendingCall &call);
     /// True when the service says that the save ran to its end.
-    bool save() const;
-    QDBusConnection bus() const;
+    bool save() const { return result("startSaveOnRepository").toBool(); }
+    /// The state of the service's capability.
+    int capability() const;
+    QDBusConnection bus() const { return QDBusConnection(connectionName); }
     QString busAddress() const { return address; }
     /// End the bus under everything that is on it.
     void killBus() const;
@@ -71,15 +80,19 @@ public:
     bool waitForName(const QString &module) const;
 
     QStringList entries() const;
-    QByteArray entry(const QString &name) const;
+    QByteArray entry(const QString &name) const { return read("media/repository/" + name); }
     /// The lines of a checksum file in the repository by their keys.
     QMap<QString, QStringList> savedLines(const QString &module) const;
 
     /// Log lines of the service since the last mark that contain the text.
-    QStringList logged(const QString &text) const;
+    QStringList logged(const QString &text) const { return wholeLog().mid(logMark).split('\n').filter(text); }
     bool hasLogged(const QString &text) const { return !logged(text).isEmpty(); }
-    void markLog();
-    QString wholeLog() const;
+    bool waitForLog(const QString &text) const
+    {
+        return waitUntil([&] { return hasLogged(text); });
+    }
+    void markLog() { logMark = wholeLog().size(); }
+    QString wholeLog() const { return QString::fromUtf8(read("service.log")); }
 
     /// The state letter of a process; empty when there is none.
     static QString processState(qint64 pid);
@@ -88,12 +101,12 @@ public:
     bool allRun(const QStringList &names) const;
     qint64 modulePid(const QString &module) const;
 
+    static void end(QProcess &process);
     static bool waitUntil(const std::function<bool()> &condition, int limitMs = 20000);
 
 private:
     std::unique_ptr<QProcess> launch(const QString &program, const QStringList &arguments,
                                      const QString &log) const;
-    static void end(QProcess &process);
 
     QTemporaryDir directory;
     QString address;

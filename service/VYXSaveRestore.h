@@ -218,6 +218,7 @@ private:
     void startMigrations(const QStringList &modules, const QList<Migration> &migrations);
 
     // reset
+    /// Ask for the modules and read their descriptions where none are known, as after a start without them.
     void findModulesToReset();
     static void runResetCommands(const QString &module, const SqlCommands &commands);
     /// Publish the request and wait for the reports; false when the process is asked to end.

@@ -19,7 +19,12 @@ constexpr int httpsPort = 443;
 
 QString ask(const QStringList &question)
 {
-    const QByteArray output = runCommand(DevicePaths::getVYXinfo(), question, {.limit = toolLimit}).output;
+    const CommandResult result = runCommand(DevicePaths::getVYXinfo(), question, {.limit = toolLimit});
+    if (!result.succeeded()) {
+        logWarning("The question '%1' to %2 failed: %3", question.join(' '), DevicePaths::getVYXinfo(),
+                   result.errorText.trimmed());
+    }
+    const QByteArray &output = result.output;
     const qsizetype end = output.indexOf('\0');
     return QString::fromLocal8Bit(end < 0 ? output : output.left(end));
 }

@@ -148,6 +148,8 @@ private Q_SLOTS:
         QFile::remove(device->path("data/dev_mode"));
         QVERIFY(!run("startSaveOnRepository").toBool());
         QVERIFY(device->hasLogged("CTL is not deployed: abort backup operations."));
+        QCOMPARE(device->hasLogged("warning VYXSaveRestore: The question 'PKI STATUS DM' to "),
+                 script != "echo SECURED");
     }
 
     void everyNthRequestFails()

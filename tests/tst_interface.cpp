@@ -204,6 +204,23 @@ private Q_SLOTS:
         QVERIFY(device->save());
     }
 
+    void absurdSettingsAtTheStart()
+    {
+        QCOMPARE(TestDevice::retire(device), QString());
+        device = std::make_unique<TestDevice>();
+        device->write("etc/VYXApplication/settings.conf",
+                      "SaveRestoreUrl=https://\nSaveRestoreLevel=all\nSaveRestoreSchedule=-5\n"
+                      "SaveRestoreScheduleType=1\n");
+        QVERIFY(device->start("VYXSaveRestore"));
+        QVERIFY(device->hasLogged("error VYXSaveRestore: A period of -5 hours is refused"));
+        QCOMPARE(settings(), QString("Save/Restore enabled: false\nSave/Restore url: https://\n"
+                                     "Schedule hour: -5\nSchedule type: Frequency\n"));
+        QCOMPARE(tasks(), "");
+        device->call("setSaveRestoreLevel", {2});
+        QVERIFY(!device->save());
+        QVERIFY(device->hasLogged("Connection to repository failed (https://)"));
+    }
+
     void schedule()
     {
         set("ScheduleType", "2");

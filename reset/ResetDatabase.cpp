@@ -80,7 +80,7 @@ bool ResetDatabase::open(const QString &module, const QString &name)
         close();
         return false;
     }
-    sqlite3_set_authorizer(static_cast<sqlite3 *>(handle), authorize, nullptr);
+    sqlite3_set_authorizer(handle, authorize, nullptr);
     return true;
 }
 
@@ -98,12 +98,11 @@ QString ResetDatabase::execute(const QString &sql)
     if (handle == nullptr) {
         return {};
     }
-    auto *database = static_cast<sqlite3 *>(handle);
     QDeadlineTimer deadline(commandLimitMs);
-    sqlite3_progress_handler(database, stepsBetweenLooks, mustStop, &deadline);
+    sqlite3_progress_handler(handle, stepsBetweenLooks, mustStop, &deadline);
     char *message = nullptr;
-    const int result = sqlite3_exec(database, sql.toUtf8().constData(), nullptr, nullptr, &message);
-    sqlite3_progress_handler(database, 0, nullptr, nullptr);
+    const int result = sqlite3_exec(handle, sql.toUtf8().constData(), nullptr, nullptr, &message);
+    sqlite3_progress_handler(handle, 0, nullptr, nullptr);
     const QString text = QString::fromUtf8(message != nullptr ? message : sqlite3_errstr(result));
     sqlite3_free(message);
     return result == SQLITE_OK ? QString() : text;

@@ -2,6 +2,8 @@
 
 #include <QString>
 
+struct sqlite3;
+
 /// The database of a module that reset commands run on, over Qt's default SQL connection. One object at a
 /// time may have a database open.
 class ResetDatabase
@@ -27,5 +29,5 @@ public:
     QString execute(const QString &sql);
 
 private:
-    void *handle = nullptr; ///< SQLite's own handle; owned by the connection
+    sqlite3 *handle = nullptr; ///< owned by the connection
 };

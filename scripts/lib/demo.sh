@@ -66,22 +66,33 @@ all_modules_run() {
     }
 }
 
-run_save() {
-    local started reply
+# What every operation is compared with afterwards; `service_log` shows the log from here on.
+note_state_before() {
     snapshot >"$root/log/before"
     log_start=$(($(wc -l <"$root/log/VYXSaveRestore.log") + 1))
     rows_before=$(sqlite3 -batch "$live/Recorder/samples.data" 'SELECT count(*) FROM samples')
+}
+
+# timed_call METHOD : calls the service and sets `reply` and `call_time`, in seconds.
+timed_call() {
+    local started=$EPOCHREALTIME status
+    reply=$(call VYXSaveRestore "$1" 2>&1)
+    status=$?
+    call_time=$(awk -v a="$started" -v b="$EPOCHREALTIME" 'BEGIN { printf "%.1f", b - a }')
+    return "$status"
+}
+
+run_save() {
+    note_state_before
     start_watching
-    started=$EPOCHREALTIME
-    reply=$(call VYXSaveRestore startSaveOnRepository 2>&1)
-    save_time=$(awk -v a="$started" -v b="$EPOCHREALTIME" 'BEGIN { printf "%.1f", b - a }')
+    timed_call startSaveOnRepository
     stop_watching
     snapshot >"$root/log/after"
     if [ "$reply" != "b true" ]; then
         service_log | grep -E "^(warning|error)" | tail -n 10
         die "the save failed: $reply"
     fi
-    echo "   The save took $save_time s."
+    echo "   The save took $call_time s."
     check "all modules run again" "" all_modules_run
 }
 

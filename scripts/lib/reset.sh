@@ -37,9 +37,7 @@ run_scheduled_save() {
     call VYXSaveRestore printSettings | sed 's/^s "//; s/\\n"$//; s/\\n/\n/g' | sed 's/^/      /'
     printf '\n   The Scheduler calls it next at %s.\n' "$(date -d "@$(next_save)" '+%F %T')"
     sqlite3 -batch "$live/PhoneBook/contacts.data" "UPDATE contact SET note = 'called' WHERE id = 2"
-    snapshot >"$root/log/before"
-    log_start=$(($(wc -l <"$root/log/VYXSaveRestore.log") + 1))
-    rows_before=$(sqlite3 -batch "$live/Recorder/samples.data" 'SELECT count(*) FROM samples')
+    note_state_before
     check "the save starts when its time comes" "the Scheduler's clock is put ahead" runs_scheduled_save
     snapshot >"$root/log/after"
     echo "   What a restore has put back is another file than the saved one, so it is sent again."
@@ -146,14 +144,10 @@ every_module_reported() {
 
 # run_reset METHOD EXPECTED-REPLY
 run_reset() {
-    local started reply
-    log_start=$(($(wc -l <"$root/log/VYXSaveRestore.log") + 1))
-    snapshot >"$root/log/before"
+    note_state_before
     start_listening || die "the bus cannot be listened to"
-    started=$EPOCHREALTIME
-    reply=$(call VYXSaveRestore "$1" 2>&1)
-    reset_time=$(awk -v a="$started" -v b="$EPOCHREALTIME" 'BEGIN { printf "%.1f", b - a }')
-    echo "   The reset took $reset_time s."
+    timed_call "$1"
+    echo "   The reset took $call_time s."
     check "the call's answer" "${2:-none}" test "$reply" = "$2"
 }
 

@@ -101,19 +101,15 @@ pauses_in_one_line() {
 }
 
 run_restore() {
-    local started reply
-    snapshot >"$root/log/before"
     modules_before=$(list_modules)
-    log_start=$(($(wc -l <"$root/log/VYXSaveRestore.log") + 1))
+    note_state_before
     start_watching
-    started=$EPOCHREALTIME
-    if ! reply=$(call VYXSaveRestore startRestoreFromRepository 2>&1); then
+    if ! timed_call startRestoreFromRepository; then
         stop_watching
         die "the restore failed: $reply"
     fi
-    restore_time=$(awk -v a="$started" -v b="$EPOCHREALTIME" 'BEGIN { printf "%.1f", b - a }')
     stop_watching
-    echo "   The restore took $restore_time s. Pause of each save group: $(pauses_in_one_line)"
+    echo "   The restore took $call_time s. Pause of each save group: $(pauses_in_one_line)"
     echo "   Items fetched: $(fetched_items | wc -l), the same and left alone: $(kept_items | wc -l)"
     echo
 }

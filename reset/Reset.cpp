@@ -13,11 +13,7 @@ bool VYXSaveRestore::resetToDefault()
         return false;
     }
     resetNeedsReboot = false;
-    findModulesToReset();
-    for (const RestorableObject &object : std::as_const(restorableObjects)) {
-        logDebug("Reset to default for module: %1", object.getName());
-        runResetCommands(object.getName(), object.getResetToDefaultCommands());
-    }
+    runAllResetCommands("Reset to default for module: %1", &RestorableObject::getResetToDefaultCommands);
     resetModules.clear();
     refreshListOfModulesToReset();
     for (const ApplicationConfig &module : std::as_const(modulesList)) {
@@ -37,11 +33,7 @@ void VYXSaveRestore::resetToFactory()
     if (refuseSecondOperation(guard.acquired())) {
         return;
     }
-    findModulesToReset();
-    for (const RestorableObject &object : std::as_const(restorableObjects)) {
-        logDebug("Reset to factory for module: %1", object.getName());
-        runResetCommands(object.getName(), object.getResetToFactoryCommands());
-    }
+    runAllResetCommands("Reset to factory for module: %1", &RestorableObject::getResetToFactoryCommands);
     resetModules.clear();
     for (const ApplicationConfig &module : std::as_const(modulesList)) {
         resetModules.insert(module.getName(), false);
@@ -51,13 +43,19 @@ void VYXSaveRestore::resetToFactory()
     }
 }
 
-void VYXSaveRestore::findModulesToReset()
+void VYXSaveRestore::runAllResetCommands(const char *announcement,
+                                         SqlCommands (RestorableObject::*commands)() const)
 {
+    // Nothing is known after a start without modules, and no description after a save that found none.
     if (modulesList.isEmpty()) {
         refreshListOfModulesToReset();
     }
     if (restorableObjects.isEmpty()) {
         describeModules();
+    }
+    for (const RestorableObject &object : std::as_const(restorableObjects)) {
+        logDebug(announcement, object.getName());
+        runResetCommands(object.getName(), (object.*commands)());
     }
 }
 

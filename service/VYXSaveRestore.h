@@ -218,8 +218,7 @@ private:
     void startMigrations(const QStringList &modules, const QList<Migration> &migrations);
 
     // reset
-    /// Ask for the modules and read their descriptions where none are known, as after a start without them.
-    void findModulesToReset();
+    void runAllResetCommands(const char *announcement, SqlCommands (RestorableObject::*commands)() const);
     static void runResetCommands(const QString &module, const SqlCommands &commands);
     /// Publish the request and wait for the reports; false when the process is asked to end.
     bool requestResets(const QString &request, const QString &report, std::chrono::milliseconds limit);

@@ -78,14 +78,12 @@ bool VYXSaveRestore::getFromRepository()
     return true;
 }
 
-bool VYXSaveRestore::fetch(RestorePlan &plan, const QString &entry, const QString &path)
+void VYXSaveRestore::fetch(RestorePlan &plan, const QString &entry, const QString &path)
 {
-    if (getFileAndWait(entry, path, true)) {
-        return true;
+    if (!getFileAndWait(entry, path, true)) {
+        plan.failure = QString("Could not fetch '%1' from the repository").arg(entry);
+        logError("%1", plan.failure);
     }
-    plan.failure = QString("Could not fetch '%1' from the repository").arg(entry);
-    logError("%1", plan.failure);
-    return false;
 }
 
 void VYXSaveRestore::noteFailedRequests(RestorePlan &plan)

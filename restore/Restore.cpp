@@ -26,8 +26,7 @@ void VYXSaveRestore::startRestoreFromRepository()
         return;
     }
     if (!modulesKnown) {
-        logError("The modules to restore are not known: abort restore operations.");
-        showFailure("The modules to restore are not known: abort restore operations.");
+        reportFailure("The modules to restore are not known: abort restore operations.");
         return;
     }
     completeSaveGroups();
@@ -65,8 +64,7 @@ bool VYXSaveRestore::restoreIsPossible()
         return false;
     }
     if (repository == nullptr) {
-        logError("Repository URL not provided!");
-        showFailure("Repository URL not provided!");
+        reportFailure("Repository URL not provided!");
         return false;
     }
     return repositoryIsUsable("restore");
@@ -79,8 +77,7 @@ bool VYXSaveRestore::isRestoreBrokenOff()
         return true;
     }
     if (operationGeneration != repositoryGeneration) {
-        logError("The repository was changed: abort restore operations.");
-        showFailure("The repository was changed: abort restore operations.");
+        reportFailure("The repository was changed: abort restore operations.");
         return true;
     }
     return false;

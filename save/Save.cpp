@@ -42,10 +42,8 @@ bool VYXSaveRestore::startSaveOnRepository()
         return false;
     }
     if (stagingFailed || generation != repositoryGeneration) {
-        const QString text = stagingFailed ? "Data could not be staged: abort backup operations."
-                                           : "The repository was changed: abort backup operations.";
-        logError("%1", text);
-        showFailure(text);
+        reportFailure(stagingFailed ? "Data could not be staged: abort backup operations."
+                                    : "The repository was changed: abort backup operations.");
         return false;
     }
     logDebug("Send data to repository");
@@ -77,8 +75,7 @@ bool VYXSaveRestore::prepareSave()
 {
     stagingFailed = false;
     if (!parseRestorableConfigFiles() || (restorableObjects.isEmpty() && !saveGroups.isEmpty())) {
-        logError("The modules to save are not known: abort backup operations.");
-        showFailure("The modules to save are not known: abort backup operations.");
+        reportFailure("The modules to save are not known: abort backup operations.");
         return false;
     }
     completeSaveGroups();

@@ -172,3 +172,9 @@ void VYXSaveRestore::showFailure(const QString &text, const QString &detail)
 {
     showPopup(text, 4, -1, {}, detail, {}, {});
 }
+
+void VYXSaveRestore::reportFailure(const QString &text)
+{
+    logError("%1", text);
+    showFailure(text);
+}

@@ -132,6 +132,8 @@ private:
     std::optional<QString> readSetting(const QString &name);
     void applyScheduleType(int type);
     void showFailure(const QString &text, const QString &detail = {});
+    /// Log an error and show it.
+    void reportFailure(const QString &text);
     bool refuseSecondOperation(bool acquired);
     bool isDevMode();
     void useLocalRepository(const QString &url);
@@ -195,7 +197,7 @@ private:
     // restore: planning
     void cleanRestoreDirectory();
     void fetchSavedState(RestorePlan &plan, const QStringList &modules);
-    bool fetch(RestorePlan &plan, const QString &entry, const QString &path);
+    void fetch(RestorePlan &plan, const QString &entry, const QString &path);
     void noteFailedRequests(RestorePlan &plan);
     void planModule(RestorePlan &plan, const QString &module);
     std::optional<DownloadLine> planItem(RestorePlan &plan, const QString &module, const QString &key,

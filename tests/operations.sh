@@ -21,7 +21,7 @@ sources() {
 
 # What is written or shown, as opposed to SQL, printed listings and parts of other texts.
 messages() {
-    local call='(log(Warning|Error)|showFailure|refuse|fail|createWorkingDirectory)\('
+    local call='(log(Warning|Error)|(show|report)Failure|refuse|fail|createWorkingDirectory)\('
     grep -oE "($call|\b(failure|text|errorText) = |return (QString\()?\"[A-Z])[^;]*;" | grep -oE '"([^"\\]|\\.)*"' |
         tr -d '"' | grep -E '[^ ] [^ ]' | grep '[a-z]' | grep -vE '\\n|^Reset to '
 }

@@ -1,8 +1,8 @@
 #include "repository/DistantRepository.h"
 
+#include "catalogue/ItemNames.h"
 #include "platform/core/BoundedWait.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/ItemNames.h"
 #include "repository/RepositoryUrl.h"
 #include "repository/SecureConnection.h"
 

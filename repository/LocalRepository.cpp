@@ -1,7 +1,7 @@
 #include "repository/LocalRepository.h"
 
+#include "catalogue/ItemNames.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/ItemNames.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -1,9 +1,9 @@
 #include "reset/ResetDatabase.h"
 
+#include "catalogue/ItemNames.h"
 #include "platform/core/VYXApplication.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/ItemNames.h"
 
 #include <QDeadlineTimer>
 #include <QFileInfo>

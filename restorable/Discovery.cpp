@@ -1,6 +1,6 @@
+#include "catalogue/ItemNames.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/ItemNames.h"
 #include "restorable/RestorableListing.h"
 #include "service/RemoteCall.h"
 #include "service/VYXSaveRestore.h"

@@ -1,8 +1,8 @@
 #include "restorable/RestorableDescription.h"
 
+#include "catalogue/ItemNames.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/ItemNames.h"
 
 #include <QDomDocument>
 #include <QFile>

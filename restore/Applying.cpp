@@ -5,8 +5,8 @@
 #include "restore/DatabaseRestore.h"
 #include "restore/DownloadList.h"
 #include "restore/LiveData.h"
-#include "save/DatabaseDump.h"
 #include "service/VYXSaveRestore.h"
+#include "staging/DatabaseDump.h"
 
 #include <QFile>
 #include <QFileInfo>

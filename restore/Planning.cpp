@@ -1,10 +1,10 @@
+#include "catalogue/ItemNames.h"
+#include "catalogue/SavedEntries.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/ItemNames.h"
 #include "restore/DownloadList.h"
-#include "save/SavedEntries.h"
-#include "save/Staging.h"
 #include "service/VYXSaveRestore.h"
+#include "staging/Staging.h"
 
 #include <QDir>
 #include <QFile>

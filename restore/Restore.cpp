@@ -1,10 +1,10 @@
+#include "catalogue/ItemNames.h"
+#include "catalogue/SavedVersion.h"
 #include "platform/core/VYXApplication.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/ItemNames.h"
 #include "restore/DownloadList.h"
 #include "restore/LiveData.h"
-#include "restore/MigrationList.h"
 #include "service/OperationGuard.h"
 #include "service/VYXSaveRestore.h"
 

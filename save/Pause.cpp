@@ -1,10 +1,10 @@
 #include "commands/Command.h"
 #include "commands/ShellText.h"
+#include "pause/PauseRecord.h"
+#include "pause/PauseState.h"
 #include "platform/core/BoundedWait.h"
 #include "platform/core/VYXApplication.h"
 #include "platform/logger/VYXLogger.h"
-#include "save/PauseRecord.h"
-#include "save/PauseState.h"
 #include "service/VYXSaveRestore.h"
 
 #include <QDeadlineTimer>

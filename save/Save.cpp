@@ -1,9 +1,9 @@
+#include "catalogue/ItemNames.h"
 #include "commands/Command.h"
 #include "commands/ShellText.h"
 #include "platform/core/VYXApplication.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/ItemNames.h"
 #include "service/OperationGuard.h"
 #include "service/VYXSaveRestore.h"
 

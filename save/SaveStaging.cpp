@@ -2,10 +2,10 @@
 #include "commands/ShellText.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "save/DatabaseStaging.h"
-#include "save/FileStaging.h"
-#include "save/Staging.h"
 #include "service/VYXSaveRestore.h"
+#include "staging/DatabaseStaging.h"
+#include "staging/FileStaging.h"
+#include "staging/Staging.h"
 
 void VYXSaveRestore::cleanSaveDirectory()
 {

@@ -1,8 +1,8 @@
+#include "catalogue/ItemNames.h"
+#include "catalogue/SavedEntries.h"
 #include "platform/core/BoundedWait.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/ItemNames.h"
-#include "save/SavedEntries.h"
 #include "save/UploadPlan.h"
 #include "service/VYXSaveRestore.h"
 

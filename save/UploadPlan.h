@@ -1,7 +1,7 @@
 #pragma once
 
-#include "restore/ChecksumComparison.h"
-#include "save/SavedEntries.h"
+#include "catalogue/ChecksumComparison.h"
+#include "catalogue/SavedEntries.h"
 
 #include <QMap>
 #include <QSet>

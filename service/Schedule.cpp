@@ -1,7 +1,7 @@
 #include "platform/logger/VYXLogger.h"
 #include "platform/records/TimePattern.h"
-#include "save/SaveSchedule.h"
 #include "service/RemoteCall.h"
+#include "service/SaveSchedule.h"
 #include "service/VYXSaveRestore.h"
 
 #include <QDateTime>

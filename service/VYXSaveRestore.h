@@ -1,15 +1,15 @@
 #pragma once
 
+#include "catalogue/ChecksumComparison.h"
+#include "catalogue/SavedVersion.h"
 #include "platform/core/VYXModule.h"
 #include "platform/records/ApplicationConfig.h"
 #include "platform/records/Setting.h"
 #include "platform/records/UpdateReport.h"
 #include "repository/RepositoryManager.h"
 #include "restorable/RestorableObject.h"
-#include "restore/ChecksumComparison.h"
+#include "restorable/SaveGroups.h"
 #include "restore/DownloadList.h"
-#include "restore/MigrationList.h"
-#include "save/SaveGroups.h"
 
 #include <QList>
 #include <QMap>

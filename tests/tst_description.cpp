@@ -1,5 +1,5 @@
 #include "restorable/RestorableListing.h"
-#include "save/SaveGroups.h"
+#include "restorable/SaveGroups.h"
 #include "tests/support/Files.h"
 
 #include <QRandomGenerator>

@@ -1,8 +1,8 @@
+#include "catalogue/ItemNames.h"
 #include "platform/DevicePaths.h"
-#include "repository/ItemNames.h"
-#include "save/DatabaseDump.h"
-#include "save/DatabaseStaging.h"
-#include "save/Staging.h"
+#include "staging/DatabaseDump.h"
+#include "staging/DatabaseStaging.h"
+#include "staging/Staging.h"
 #include "tests/support/TestDevice.h"
 
 #include <QTemporaryDir>

@@ -1,10 +1,10 @@
+#include "catalogue/ItemNames.h"
+#include "catalogue/SavedEntries.h"
 #include "commands/Digest.h"
 #include "commands/ShellText.h"
-#include "repository/ItemNames.h"
-#include "save/PauseState.h"
-#include "save/SavedEntries.h"
-#include "save/SaveSchedule.h"
+#include "pause/PauseState.h"
 #include "save/UploadPlan.h"
+#include "service/SaveSchedule.h"
 #include "tests/support/TestDevice.h"
 
 #include <QTest>

@@ -1,4 +1,4 @@
-#include "repository/ItemNames.h"
+#include "catalogue/ItemNames.h"
 
 #include <QHash>
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "catalogue/ChecksumFile.h"
 #include "restorable/RestorableObject.h"
-#include "save/ChecksumFile.h"
 
 #include <QString>
 

@@ -1,4 +1,4 @@
-#include "save/DatabaseDump.h"
+#include "staging/DatabaseDump.h"
 
 #include "commands/ShellText.h"
 

@@ -1,4 +1,4 @@
-#include "restore/MigrationList.h"
+#include "catalogue/SavedVersion.h"
 
 #include <QStringList>
 

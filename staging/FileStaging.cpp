@@ -1,12 +1,12 @@
-#include "save/FileStaging.h"
+#include "staging/FileStaging.h"
 
+#include "catalogue/ItemNames.h"
 #include "commands/Command.h"
 #include "commands/Digest.h"
 #include "commands/ShellText.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/ItemNames.h"
-#include "save/Staging.h"
+#include "staging/Staging.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,4 +1,4 @@
-#include "save/SaveSchedule.h"
+#include "service/SaveSchedule.h"
 
 std::optional<QList<int>> scheduledHours(int hour, bool frequency, int currentHour)
 {

@@ -1,4 +1,4 @@
-#include "save/ChecksumFile.h"
+#include "catalogue/ChecksumFile.h"
 
 #include "platform/logger/VYXLogger.h"
 

@@ -1,4 +1,4 @@
-#include "save/SaveGroups.h"
+#include "restorable/SaveGroups.h"
 
 #include "platform/logger/VYXLogger.h"
 

@@ -1,10 +1,10 @@
-#include "save/Staging.h"
+#include "staging/Staging.h"
 
+#include "catalogue/ItemNames.h"
 #include "commands/Command.h"
 #include "commands/ShellText.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/ItemNames.h"
 
 #include <QDir>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "save/ChecksumFile.h"
+#include "catalogue/ChecksumFile.h"
 
 #include <QMap>
 #include <QString>

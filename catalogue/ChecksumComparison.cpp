@@ -1,4 +1,4 @@
-#include "restore/ChecksumComparison.h"
+#include "catalogue/ChecksumComparison.h"
 
 #include <QHash>
 

@@ -1,8 +1,8 @@
-#include "save/PauseRecord.h"
+#include "pause/PauseRecord.h"
 
+#include "pause/PauseState.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "save/PauseState.h"
 
 #include <QFile>
 #include <QSaveFile>

@@ -1,4 +1,4 @@
-#include "save/PauseState.h"
+#include "pause/PauseState.h"
 
 #include <QFile>
 #include <QStringList>

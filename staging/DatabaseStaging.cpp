@@ -1,13 +1,13 @@
-#include "save/DatabaseStaging.h"
+#include "staging/DatabaseStaging.h"
 
+#include "catalogue/ItemNames.h"
 #include "commands/Command.h"
 #include "commands/Digest.h"
 #include "commands/ShellText.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/ItemNames.h"
-#include "save/DatabaseDump.h"
-#include "save/Staging.h"
+#include "staging/DatabaseDump.h"
+#include "staging/Staging.h"
 
 #include <QFile>
 #include <QFileInfo>

@@ -1,4 +1,4 @@
-#include "save/SavedEntries.h"
+#include "catalogue/SavedEntries.h"
 
 #include <utility>
 

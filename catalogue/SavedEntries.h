@@ -1,7 +1,7 @@
 #pragma once
 
-#include "repository/ItemNames.h"
-#include "save/ChecksumFile.h"
+#include "catalogue/ChecksumFile.h"
+#include "catalogue/ItemNames.h"
 
 #include <QMap>
 #include <QSet>

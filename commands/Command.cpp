@@ -1,9 +1,7 @@
 #include "commands/Command.h"
 
-#include "platform/core/VYXApplication.h"
-#include "platform/logger/VYXLogger.h"
+#include "platform/core/Waiter.h"
 
-#include <QDeadlineTimer>
 #include <QProcess>
 #include <QProcessEnvironment>
 
@@ -13,7 +11,6 @@
 
 namespace {
 
-constexpr int sliceMs = 100;
 constexpr int killLimitMs = 5000;
 
 void prepare(QProcess &process)
@@ -38,42 +35,30 @@ void killGroup(QProcess &process)
     process.waitForFinished(killLimitMs);
 }
 
-/// Empty when the child ended by itself, else the reason why it was ended.
-QString waitForEnd(QProcess &process, const CommandOptions &options)
-{
-    const QDeadlineTimer deadline(options.limit);
-    while (process.state() != QProcess::NotRunning) {
-        if (deadline.hasExpired()) {
-            return "time limit reached";
-        }
-        if (!options.evenWhenEnding && VYXApplication::isEnding()) {
-            return "the process is asked to end";
-        }
-        process.waitForFinished(static_cast<int>(qMin<qint64>(sliceMs, deadline.remainingTime())));
-    }
-    return {};
-}
-
 } // namespace
 
-CommandResult runCommand(const QString &program, const QStringList &arguments, CommandOptions options)
+CommandResult runCommand(Waiter &waiter, const QString &program, const QStringList &arguments,
+                         std::chrono::milliseconds limit)
 {
     CommandResult result;
-    if (!options.evenWhenEnding && VYXApplication::isEnding()) {
-        result.errorText = "the process is asked to end";
+    if (waiter.mustEnd()) {
+        result.errorText = "the operation has to end";
         return result;
     }
     QProcess process;
     prepare(process);
     process.start(program, arguments);
-    if (!process.waitForStarted(killLimitMs)) {
-        result.errorText = process.errorString();
+    const WaitOutcome outcome =
+        waiter.waitUntil([&process] { return process.state() == QProcess::NotRunning; }, limit);
+    if (outcome != WaitOutcome::Met) {
+        killGroup(process);
+        result.errorText =
+            outcome == WaitOutcome::TimedOut ? "time limit reached" : "the operation has to end";
+        result.output = process.readAllStandardOutput();
         return result;
     }
-    result.errorText = waitForEnd(process, options);
-    if (!result.errorText.isEmpty()) {
-        killGroup(process);
-        result.output = process.readAllStandardOutput();
+    if (process.error() == QProcess::FailedToStart) {
+        result.errorText = process.errorString();
         return result;
     }
     result.finished = process.exitStatus() == QProcess::NormalExit;
@@ -83,7 +68,7 @@ CommandResult runCommand(const QString &program, const QStringList &arguments, C
     return result;
 }
 
-CommandResult runShellLine(const QString &line, CommandOptions options)
+CommandResult runShellLine(Waiter &waiter, const QString &line)
 {
-    return runCommand("/bin/sh", {"-c", line}, options);
+    return runCommand(waiter, "/bin/sh", {"-c", line});
 }

@@ -6,6 +6,8 @@
 
 #include <chrono>
 
+class Waiter;
+
 /// What became of a child process.
 struct CommandResult
 {
@@ -17,17 +19,11 @@ struct CommandResult
     bool succeeded() const { return finished && exitCode == 0; }
 };
 
-struct CommandOptions
-{
-    /// The child and its children are killed when they take longer.
-    std::chrono::milliseconds limit = std::chrono::minutes(30);
-    /// False: the child is killed as soon as the process is asked to end, and none is started after that.
-    bool evenWhenEnding = false;
-};
-
-/// Run one program without a shell and wait for it. Standard input is empty, LC_ALL is C, no events are
-/// dispatched meanwhile. The child does not outlive this process.
-CommandResult runCommand(const QString &program, const QStringList &arguments, CommandOptions options = {});
+/// Run one program without a shell and wait for it with events served. Standard input is empty, LC_ALL is C.
+/// The child and its children are killed when they take longer than the limit, or when the waiter has to end;
+/// none is started after that. The child does not outlive this process.
+CommandResult runCommand(Waiter &waiter, const QString &program, const QStringList &arguments,
+                         std::chrono::milliseconds limit = std::chrono::minutes(30));
 
 /// Run one line in a POSIX shell, in the same way. Values in the line must be quoted (see ShellText).
-CommandResult runShellLine(const QString &line, CommandOptions options = {});
+CommandResult runShellLine(Waiter &waiter, const QString &line);

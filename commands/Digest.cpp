@@ -20,12 +20,12 @@ QString digestFromOutput(const QByteArray &output)
     return digest.match(candidate).hasMatch() ? candidate : QString();
 }
 
-QString fileDigest(const QString &path)
+QString fileDigest(Waiter &waiter, const QString &path)
 {
     if (!QFileInfo(path).isFile()) {
         return {};
     }
-    return digestFromOutput(runCommand("openssl", {"md5", path}, {.limit = 30s}).output);
+    return digestFromOutput(runCommand(waiter, "openssl", {"md5", path}, 30s).output);
 }
 
 QString digestCommandLine(const QString &path)

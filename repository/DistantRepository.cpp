@@ -1,7 +1,7 @@
 #include "repository/DistantRepository.h"
 
 #include "catalogue/ItemNames.h"
-#include "platform/core/BoundedWait.h"
+#include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositoryUrl.h"
 #include "repository/SecureConnection.h"
@@ -398,7 +398,8 @@ bool DistantRepository::checkRepository()
         logError("Error: '%2' (%3)", problem, RepositoryUrl::forDisplay(repositoryUrl));
         return false;
     }
-    if (waitUntil([this] { return !hasPendingRequests(); }, checkLimit, [this] { return progress; }) !=
+    Waiter waiter;
+    if (waiter.waitUntil([this] { return !hasPendingRequests(); }, checkLimit, [this] { return progress; }) !=
         WaitOutcome::Met) {
         fail("Transfers are still under way");
         return false;
@@ -412,7 +413,8 @@ bool DistantRepository::checkRepository()
     connect(networkManager.get(), &QNetworkAccessManager::finished, this,
             &DistantRepository::slotCheckConnection);
     const QPointer<QNetworkReply> checking = reply;
-    const WaitOutcome outcome = waitUntil([this, &checking] { return !busy || !checking; }, checkLimit);
+    const WaitOutcome outcome =
+        waiter.waitUntil([this, &checking] { return !busy || !checking; }, checkLimit);
     if (outcome != WaitOutcome::Met && checking) {
         checking->abort(); // ends in slotCheckConnection
     }

@@ -1,6 +1,7 @@
 #include "repository/SecureConnection.h"
 
 #include "commands/Command.h"
+#include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 
@@ -19,7 +20,8 @@ constexpr int httpsPort = 443;
 
 QString ask(const QStringList &question)
 {
-    const CommandResult result = runCommand(DevicePaths::getVYXinfo(), question, {.limit = toolLimit});
+    Waiter waiter;
+    const CommandResult result = runCommand(waiter, DevicePaths::getVYXinfo(), question, toolLimit);
     if (!result.succeeded()) {
         logWarning("The question '%1' to %2 failed: %3", question.join(' '), DevicePaths::getVYXinfo(),
                    result.errorText.trimmed());

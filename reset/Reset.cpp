@@ -1,9 +1,7 @@
-#include "platform/core/BoundedWait.h"
 #include "platform/core/VYXApplication.h"
 #include "platform/logger/VYXLogger.h"
 #include "reset/ResetDatabase.h"
 #include "service/OperationGuard.h"
-#include "service/RemoteCall.h"
 #include "service/VYXSaveRestore.h"
 
 bool VYXSaveRestore::resetToDefault()
@@ -86,13 +84,13 @@ void VYXSaveRestore::runResetCommands(const QString &module, const SqlCommands &
 bool VYXSaveRestore::requestResets(const QString &request, const QString &report,
                                    std::chrono::milliseconds limit)
 {
-    WaitOutcome outcome = WaitOutcome::Ending;
+    WaitOutcome outcome = WaitOutcome::Ended;
     if (!VYXApplication::isEnding()) {
         expectedReport = report;
         notifyEvent(request, {});
-        outcome = waitUntil([this] { return isModuleResetDone(); }, limit);
+        outcome = waiter.waitUntil([this] { return isModuleResetDone(); }, limit);
     }
-    if (outcome == WaitOutcome::Ending) {
+    if (outcome == WaitOutcome::Ended) {
         logWarning("The service is asked to end: abort reset operations.");
     }
     if (outcome == WaitOutcome::TimedOut) {
@@ -100,7 +98,7 @@ bool VYXSaveRestore::requestResets(const QString &request, const QString &report
         logWarning("Not reset within %1 s: %2",
                    std::chrono::duration_cast<std::chrono::seconds>(limit).count(), missing.join(", "));
     }
-    return outcome != WaitOutcome::Ending;
+    return outcome != WaitOutcome::Ended;
 }
 
 bool VYXSaveRestore::isModuleResetDone()
@@ -131,7 +129,7 @@ void VYXSaveRestore::moduleResetDone(VYXEvent evt)
 void VYXSaveRestore::refreshListOfModulesToReset()
 {
     logDebug("refreshListOfModulesToReset: about to refresh the list of modules to reset");
-    const RemoteCallResult result = callModule(*this, "ApplicationManager", "getModulesList");
+    const RemoteCallResult result = callModule("ApplicationManager", "getModulesList", {}, waiter);
     switch (result.outcome) {
     case RemoteCallResult::Answered:
         modulesList = qdbus_cast<ListApplicationConfig>(result.value);
@@ -139,7 +137,7 @@ void VYXSaveRestore::refreshListOfModulesToReset()
     case RemoteCallResult::ErrorReply:
         logError("failed to get a valid reply after call to getModulesList of ApplicationManager");
         break;
-    case RemoteCallResult::Raised:
+    case RemoteCallResult::Unreachable:
         logError("Error in refreshListOfModulesToReset: %1", result.error);
         break;
     }

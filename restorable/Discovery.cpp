@@ -2,7 +2,6 @@
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "restorable/RestorableListing.h"
-#include "service/RemoteCall.h"
 #include "service/VYXSaveRestore.h"
 
 #include <QFileInfo>
@@ -11,7 +10,7 @@ bool VYXSaveRestore::parseRestorableConfigFiles()
 {
     logDebug("Parse restorable config files");
     restorableObjects.clear();
-    const RemoteCallResult result = callModule(*this, "ApplicationManager", "getModulesList");
+    const RemoteCallResult result = callModule("ApplicationManager", "getModulesList", {}, waiter);
     if (result.failed()) {
         logError("Error in parseRestorableConfigFiles: %1", result.error);
         return false;

@@ -14,9 +14,9 @@
 namespace {
 
 /// True when the archive can be read and holds nothing but the directory.
-bool isArchiveOf(const QString &archive, const QString &directory)
+bool isArchiveOf(Waiter &waiter, const QString &archive, const QString &directory)
 {
-    const CommandResult result = runCommand("tar", archiveListingArguments(archive));
+    const CommandResult result = runCommand(waiter, "tar", archiveListingArguments(archive));
     const auto members = parseArchiveListing(result.output);
     if (!result.succeeded() || !members || members->isEmpty()) {
         logError("Archive '%1' is missing or broken", archive);
@@ -53,20 +53,21 @@ bool VYXSaveRestore::restoreDatabase(const PlannedLine &planned)
     if (!isAcceptable(target, planned.module)) {
         return false;
     }
-    if (!QFile::exists(dump) || !runShellLine(DatabaseDump::checkLine(dump)).succeeded()) {
+    if (!QFile::exists(dump) || !runShellLine(waiter, DatabaseDump::checkLine(dump)).succeeded()) {
         logError("Dump '%1' is missing or broken", dump);
         return keep(target);
     }
-    const bool partial = DatabaseRestore::isPartial(dump);
+    const bool partial = DatabaseRestore::isPartial(waiter, dump);
     LiveData live(target, LiveData::Kind::Database);
     if (partial && !live.exists()) {
         logError("Database '%1' does not exist: there is nothing to put the saved rows into", target);
         return false;
     }
-    if (!(partial ? live.copyAside() : live.moveAside()) || !DatabaseRestore::load(dump, target)) {
+    if (!(partial ? live.copyAside(waiter) : live.moveAside()) ||
+        !DatabaseRestore::load(waiter, dump, target)) {
         return keep(target);
     }
-    live.commit();
+    live.commit(waiter);
     return true;
 }
 
@@ -77,16 +78,17 @@ bool VYXSaveRestore::restoreDirectory(const PlannedLine &planned)
     if (!isAcceptable(directory, planned.module)) {
         return false;
     }
-    if (!isArchiveOf(archive, directory)) {
+    if (!isArchiveOf(waiter, archive, directory)) {
         return keep(directory);
     }
     LiveData live(directory, LiveData::Kind::Directory);
     const QStringList arguments = {"-C", "/", "-xzf", archive};
     logDebug("%1", ShellText::commandLine("tar", arguments));
-    if (!live.copyAside() || !runCommand("tar", arguments).succeeded() || !QFileInfo(directory).isDir()) {
+    if (!live.copyAside(waiter) || !runCommand(waiter, "tar", arguments).succeeded() ||
+        !QFileInfo(directory).isDir()) {
         return keep(directory);
     }
-    live.commit();
+    live.commit(waiter);
     return true;
 }
 
@@ -104,6 +106,6 @@ bool VYXSaveRestore::restoreFile(const PlannedLine &planned)
         logError("Could not fetch '%1' from the repository", planned.line.source);
         return keep(target);
     }
-    live.commit();
+    live.commit(waiter);
     return true;
 }

@@ -9,7 +9,7 @@ void VYXSaveRestore::cleanRestoreDirectory()
     createWorkingDirectories();
     const QString command = QString("rm -rf %1/*").arg(ShellText::quoted(DevicePaths::restoreDirectory()));
     logDebug("Cleaning restore directory: %1", command);
-    runShellLine(command);
+    runShellLine(waiter, command);
 }
 
 ChecksumEntries VYXSaveRestore::compareChecksumFiles(const QString &localPath, const QString &repositoryPath,

@@ -6,14 +6,14 @@
 
 namespace DatabaseRestore {
 
-bool isPartial(const QString &dump)
+bool isPartial(Waiter &waiter, const QString &dump)
 {
     const CommandResult first =
-        runShellLine(QString("zcat %1 | awk 'NR == 1 {print}'").arg(ShellText::quoted(dump)));
+        runShellLine(waiter, QString("zcat %1 | awk 'NR == 1 {print}'").arg(ShellText::quoted(dump)));
     return first.output.trimmed() == "BEGIN TRANSACTION;";
 }
 
-bool load(const QString &dump, const QString &database)
+bool load(Waiter &waiter, const QString &dump, const QString &database)
 {
     const QString unpack = "zcat " + ShellText::quoted(dump);
     // The shell's own commands in a dump must not run: they could do anything on the device.
@@ -21,12 +21,12 @@ bool load(const QString &dump, const QString &database)
     logDebug("%1 | %2", unpack, fill);
     // The status of the line is that of its end; the one of its beginning comes out on standard output.
     const CommandResult result =
-        runShellLine(QString("{ { %1; echo $? >&3; } | %2 >&2; } 3>&1").arg(unpack, fill));
+        runShellLine(waiter, QString("{ { %1; echo $? >&3; } | %2 >&2; } 3>&1").arg(unpack, fill));
     if (!result.succeeded() || result.output.trimmed() != "0") {
         logError("Dump '%1' could not be loaded: %2", dump, result.errorText);
         return false;
     }
-    const CommandResult check = runCommand("sqlite3", {database, "PRAGMA quick_check;"});
+    const CommandResult check = runCommand(waiter, "sqlite3", {database, "PRAGMA quick_check;"});
     if (!check.succeeded() || check.output.trimmed() != "ok") {
         logError("Database '%1' made of dump '%2' is not sound", database, dump);
         return false;

@@ -1,6 +1,7 @@
 #include "restore/LiveData.h"
 
 #include "commands/Command.h"
+#include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 
@@ -235,7 +236,7 @@ bool LiveData::moveAside()
     return moved;
 }
 
-bool LiveData::copyAside()
+bool LiveData::copyAside(Waiter &waiter)
 {
     if (!exists() || QFileInfo(path).isSymLink()) {
         return moveAside();
@@ -247,14 +248,14 @@ bool LiveData::copyAside()
     const QString made = beside(path, newPrefix);
     bool copied = prepare(made);
     if (kind == Kind::Directory) {
-        copied = copied && (runCommand("cp", {"-al", path, made}).succeeded() ||
-                            (prepare(made) && runCommand("cp", {"-a", path, made}).succeeded()));
+        copied = copied && (runCommand(waiter, "cp", {"-al", path, made}).succeeded() ||
+                            (prepare(made) && runCommand(waiter, "cp", {"-a", path, made}).succeeded()));
     } else {
-        copied = copied && runCommand("cp", {"-a", path, made}).succeeded();
+        copied = copied && runCommand(waiter, "cp", {"-a", path, made}).succeeded();
     }
     for (const char *suffix : sideSuffixes) {
         if (kind == Kind::Database && present(path + suffix)) {
-            copied = copied && runCommand("cp", {"-a", path + suffix, made}).succeeded();
+            copied = copied && runCommand(waiter, "cp", {"-a", path + suffix, made}).succeeded();
         }
     }
     if (!copied || !move(made, beside(path, asidePrefix))) {
@@ -265,14 +266,19 @@ bool LiveData::copyAside()
     return true;
 }
 
-void LiveData::commit()
+void LiveData::commit(Waiter &waiter)
 {
     if (kind != Kind::Directory) {
         applyOwnership();
-        sync(path);
     }
-    sync(QFileInfo(path).path());
-    dropAside(path);
+    // Writing a large file to the disk takes its time, and so does removing one.
+    waiter.runBeside([this] {
+        if (kind != Kind::Directory) {
+            sync(path);
+        }
+        sync(QFileInfo(path).path());
+        dropAside(path);
+    });
     madeParents.clear();
     aside = false;
 }

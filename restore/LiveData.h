@@ -5,6 +5,8 @@
 
 #include <sys/types.h>
 
+class Waiter;
+
 /// Replaces live data without ever risking them.
 ///
 /// What is there is set aside in a hidden directory beside it; then the new data are put into place. `commit`
@@ -34,11 +36,11 @@ public:
 
     /// Keep a copy of the live data, which stay in place. The files of a directory are kept as hard links
     /// where the file system can: the step that follows must replace files, not write into them.
-    bool copyAside();
+    bool copyAside(Waiter &waiter);
 
     /// The new data are good: give a file the owner, group and mode of the old one (or of its directory) and
     /// drop what was set aside.
-    void commit();
+    void commit(Waiter &waiter);
 
     /// Bring back whatever a process that died had set aside below a directory.
     static void recoverAll(const QString &root);

@@ -1,8 +1,5 @@
-#include "commands/Command.h"
-#include "commands/ShellText.h"
 #include "pause/PauseRecord.h"
 #include "pause/PauseState.h"
-#include "platform/core/BoundedWait.h"
 #include "platform/core/VYXApplication.h"
 #include "platform/logger/VYXLogger.h"
 #include "service/VYXSaveRestore.h"
@@ -10,6 +7,8 @@
 #include <QDeadlineTimer>
 #include <QThread>
 #include <QTimer>
+
+#include <csignal>
 
 using namespace std::chrono_literals;
 
@@ -50,7 +49,7 @@ bool VYXSaveRestore::stopModules(const QStringList &group, bool save)
     notifyEvent(event);
     logInfo("Wait for modules to be paused (%1)", modules.join(", "));
     for (int poll = 0; !areModulesPaused(); ++poll) {
-        if (poll == pausePolls || !dispatchEventsFor(pausePollPeriod)) {
+        if (poll == pausePolls || !waiter.dispatchEventsFor(pausePollPeriod)) {
             logWarning("Failed to stop all modules for save/restore");
             settlePausedModules(modules);
             unstopModules(modules);
@@ -162,7 +161,7 @@ bool VYXSaveRestore::continueModule(const QString &module, const QString &pid)
     const QStringList arguments = {"-SIGCONT", pid};
     logDebug("Unstopping module %1 (%2)", module, "kill " + arguments.join(' '));
     for (int attempt = 1; attempt <= resumeTries; ++attempt) {
-        if (runCommand("kill", arguments, {.limit = 10s, .evenWhenEnding = true}).succeeded()) {
+        if (kill(static_cast<pid_t>(pid.toInt()), SIGCONT) == 0) {
             return true;
         }
         if (attempt < resumeTries) {

@@ -90,7 +90,8 @@ void VYXSaveRestore::stageVersionFiles()
     for (const RestorableObject &object : std::as_const(restorableObjects)) {
         const QString path = DevicePaths::staged(ItemNames::versionFileName(object.getName()));
         const QString text = object.getRelease() + "::" + object.getVersion();
-        if (!runShellLine(ShellText::printCommand(text) + " > " + ShellText::quoted(path)).succeeded()) {
+        if (!runShellLine(waiter, ShellText::printCommand(text) + " > " + ShellText::quoted(path))
+                 .succeeded()) {
             stagingFailed = true;
         }
         logDebug("Saving version of module %1: %2::%3", object.getName(), object.getRelease(),

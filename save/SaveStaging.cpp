@@ -12,7 +12,7 @@ void VYXSaveRestore::cleanSaveDirectory()
     createWorkingDirectories();
     const QString command = QString("rm -rf %1/*").arg(ShellText::quoted(DevicePaths::stagingRoot()));
     logDebug("Cleaning save directory");
-    runShellLine(command);
+    runShellLine(waiter, command);
 }
 
 void VYXSaveRestore::stageFiles(const QStringList &modules, RestorableObject::RestorablePriority priority)
@@ -29,7 +29,7 @@ void VYXSaveRestore::stageFiles(const QStringList &modules, RestorableObject::Re
         if (object == nullptr) {
             continue;
         }
-        FileStaging staging(module, checksums);
+        FileStaging staging(module, checksums, waiter);
         for (const RestorableFile &item : object->getFiles()) {
             if (item.getPriority() == priority) {
                 staging.stage(item);
@@ -48,7 +48,7 @@ void VYXSaveRestore::copyDatabasesIntoTemp(const QStringList &modules)
         if (object == nullptr) {
             continue;
         }
-        DatabaseStaging staging(module);
+        DatabaseStaging staging(module, waiter);
         for (const RestorableDatabase &database : object->getDatabases()) {
             staging.copy(database.getName(), checksums);
         }
@@ -63,7 +63,7 @@ void VYXSaveRestore::dumpDatabases(const QStringList &modules)
 {
     for (const QString &module : modules) {
         if (const RestorableObject *object = findObject(module)) {
-            DatabaseStaging staging(module);
+            DatabaseStaging staging(module, waiter);
             for (const RestorableDatabase &database : object->getDatabases()) {
                 staging.dump(database);
             }

@@ -1,6 +1,5 @@
 #include "catalogue/ItemNames.h"
 #include "catalogue/SavedEntries.h"
-#include "platform/core/BoundedWait.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "save/UploadPlan.h"
@@ -317,8 +316,8 @@ void VYXSaveRestore::waitForSends(UploadRun &run)
     const auto progress = [this] {
         return repository->transferProgress() + static_cast<quint64>(pendingOperations);
     };
-    const WaitOutcome outcome = waitUntil(finished, uploadInactivityLimit, progress);
-    if (outcome == WaitOutcome::Ending) {
+    const WaitOutcome outcome = waiter.waitUntil(finished, uploadInactivityLimit, progress);
+    if (outcome == WaitOutcome::Ended) {
         run.failure = "The service is asked to end";
     } else if (run.generation != repositoryGeneration) {
         run.failure = "The repository was changed";

@@ -1,6 +1,5 @@
 #include "platform/logger/VYXLogger.h"
 #include "platform/records/TimePattern.h"
-#include "service/RemoteCall.h"
 #include "service/SaveSchedule.h"
 #include "service/VYXSaveRestore.h"
 
@@ -40,8 +39,8 @@ void VYXSaveRestore::setSaveFrequency(int hour, int minute, bool frequency, bool
 
 void VYXSaveRestore::cancelScheduledTask()
 {
-    const RemoteCallResult result = callModule(*this, "Scheduler", "removeTask", {scheduledTaskId});
-    if (result.outcome == RemoteCallResult::Raised) {
+    const RemoteCallResult result = callModule("Scheduler", "removeTask", {scheduledTaskId}, waiter);
+    if (result.outcome == RemoteCallResult::Unreachable) {
         logError("Could not cancel scheduled save operations! (%1)", result.error);
     }
 }
@@ -55,16 +54,17 @@ bool VYXSaveRestore::replaceScheduledTask(const QList<int> &hours, int minute)
         logDebug("First schedule of a save/restore operation");
     } else {
         logDebug("Unschedule previous save/restore operation (Scheduler task id: %1)", scheduledTaskId);
-        if (callModule(*this, "Scheduler", "removeTask", {scheduledTaskId}).outcome ==
-            RemoteCallResult::Raised) {
+        if (callModule("Scheduler", "removeTask", {scheduledTaskId}, waiter).outcome ==
+            RemoteCallResult::Unreachable) {
             return false;
         }
     }
     const RemoteCallResult added =
-        callModule(*this, "Scheduler", "addRemoteCallTask",
+        callModule("Scheduler", "addRemoteCallTask",
                    {getModuleName(), "startSaveOnRepository", QVariant::fromValue(pattern),
-                    QVariant::fromValue(QDateTime::currentDateTime())});
-    if (added.outcome == RemoteCallResult::Raised) {
+                    QVariant::fromValue(QDateTime::currentDateTime())},
+                   waiter);
+    if (added.outcome == RemoteCallResult::Unreachable) {
         return false;
     }
     scheduledTaskId = added.value.typeId() == QMetaType::Int ? added.value.toInt() : 0;

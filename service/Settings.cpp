@@ -1,6 +1,5 @@
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositoryUrl.h"
-#include "service/RemoteCall.h"
 #include "service/VYXSaveRestore.h"
 
 namespace {
@@ -11,8 +10,8 @@ const char *const capabilityName = "SAVE_RESTORE_ENABLE";
 
 std::optional<QString> VYXSaveRestore::readSetting(const QString &name)
 {
-    const RemoteCallResult result = callModule(*this, "SettingsManager", "getSettingValue", {name});
-    if (result.outcome == RemoteCallResult::Raised) {
+    const RemoteCallResult result = callModule("SettingsManager", "getSettingValue", {name}, waiter);
+    if (result.outcome == RemoteCallResult::Unreachable) {
         logError("Could not retrieve setting %1", name);
         return std::nullopt;
     }

@@ -1,14 +1,10 @@
 #include "service/VYXSaveRestore.h"
 
-#include "commands/Command.h"
-#include "commands/ShellText.h"
 #include "dbus/VYXSaveRestoreAdaptor.h"
-#include "platform/core/BoundedWait.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "platform/records/TimePattern.h"
 #include "restore/LiveData.h"
-#include "service/RemoteCall.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -82,9 +78,10 @@ bool VYXSaveRestore::Init()
     // Nothing is on the stack any more when the event loop has ended.
     connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
             [this] { delete std::exchange(repository, nullptr); });
-    subscribeEvent("stop_save_restore_OK", this, &VYXSaveRestore::moduleStopForSaveRestore);
-    subscribeEvent("reset_default_done", this, &VYXSaveRestore::moduleResetDone);
-    subscribeEvent("reset_factory_done", this, &VYXSaveRestore::moduleResetDone);
+    subscribeEvent("stop_save_restore_OK", this,
+                   [this](const VYXEvent &event) { moduleStopForSaveRestore(event); });
+    subscribeEvent("reset_default_done", this, [this](const VYXEvent &event) { moduleResetDone(event); });
+    subscribeEvent("reset_factory_done", this, [this](const VYXEvent &event) { moduleResetDone(event); });
 
     MapQStringCapability capabilities = getCapabilities();
     const Capability capability = computedCapability();
@@ -97,8 +94,8 @@ bool VYXSaveRestore::Run()
 {
     logDebug("Run");
     setAdaptor(createSaveRestoreAdaptor(this));
-    if (callModule(*this, "Scheduler", "removeAllTasksByModule", {getModuleName()}).outcome ==
-        RemoteCallResult::Raised) {
+    if (callModule("Scheduler", "removeAllTasksByModule", {getModuleName()}, waiter).outcome ==
+        RemoteCallResult::Unreachable) {
         logError("Could not remove scheduled task");
     }
     readSettings();
@@ -129,7 +126,7 @@ void VYXSaveRestore::createWorkingDirectory(const QString &path, const char *war
         return;
     }
     logWarning(warning, path);
-    runShellLine("mkdir -p " + ShellText::quoted(path));
+    QDir().mkpath(path);
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
@@ -156,7 +153,7 @@ bool VYXSaveRestore::getFileAndWait(const QString &file, const QString &director
     if (!wait) {
         return true;
     }
-    const WaitOutcome outcome = waitUntil(
+    const WaitOutcome outcome = waiter.waitUntil(
         [&] {
             return requestFinished || generation != repositoryGeneration || !repository->hasPendingRequests();
         },
@@ -166,15 +163,4 @@ bool VYXSaveRestore::getFileAndWait(const QString &file, const QString &director
         return false;
     }
     return accepted && QFile::exists(directory);
-}
-
-void VYXSaveRestore::showFailure(const QString &text, const QString &detail)
-{
-    showPopup(text, 4, -1, {}, detail, {}, {});
-}
-
-void VYXSaveRestore::reportFailure(const QString &text)
-{
-    logError("%1", text);
-    showFailure(text);
 }

@@ -3,6 +3,7 @@
 #include "catalogue/ChecksumComparison.h"
 #include "catalogue/SavedVersion.h"
 #include "platform/core/VYXModule.h"
+#include "platform/core/Waiter.h"
 #include "platform/records/ApplicationConfig.h"
 #include "platform/records/Setting.h"
 #include "platform/records/UpdateReport.h"
@@ -131,9 +132,6 @@ private:
     void readSettings();
     std::optional<QString> readSetting(const QString &name);
     void applyScheduleType(int type);
-    void showFailure(const QString &text, const QString &detail = {});
-    /// Log an error and show it.
-    void reportFailure(const QString &text);
     bool refuseSecondOperation(bool acquired);
     bool isDevMode();
     void useLocalRepository(const QString &url);
@@ -227,6 +225,7 @@ private:
     bool isModuleResetDone();
     void refreshListOfModulesToReset();
 
+    Waiter waiter;
     QList<ApplicationConfig> modulesList;
     QList<RestorableObject> restorableObjects;
     SaveGroups saveGroups;

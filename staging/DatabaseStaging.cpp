@@ -38,10 +38,10 @@ struct CopyState
     QString pragmas; ///< part of the content that ".dump" leaves out
 };
 
-CopyState inspectCopy(const QString &copy)
+CopyState inspectCopy(Waiter &waiter, const QString &copy)
 {
-    const CommandResult result =
-        runCommand("sqlite3", {copy, "PRAGMA page_count; PRAGMA user_version; PRAGMA application_id;"});
+    const CommandResult result = runCommand(
+        waiter, "sqlite3", {copy, "PRAGMA page_count; PRAGMA user_version; PRAGMA application_id;"});
     const QStringList values = QString::fromUtf8(result.output).split('\n', Qt::SkipEmptyParts);
     CopyState state;
     // A file that is cut off within its first page passes for an empty database.
@@ -58,7 +58,9 @@ CopyState inspectCopy(const QString &copy)
 
 } // namespace
 
-DatabaseStaging::DatabaseStaging(QString module) : module(std::move(module)) {}
+DatabaseStaging::DatabaseStaging(QString module, Waiter &waiter) : module(std::move(module)), waiter(waiter)
+{
+}
 
 QString DatabaseStaging::copyPath(const QString &database) const
 {
@@ -74,7 +76,7 @@ void DatabaseStaging::copy(const QString &database, ChecksumAppender &checksums)
     if (!copyWithSideFiles(source, target)) {
         Staging::reportError(copyCommand(source, target));
     } else {
-        digest = fileDigest(target);
+        digest = fileDigest(waiter, target);
         if (digest.isEmpty()) {
             Staging::reportError(digestCommandLine(target));
         }
@@ -94,7 +96,7 @@ void DatabaseStaging::noteMissing(const QString &database, ChecksumAppender &che
 
 bool DatabaseStaging::copyWithSideFiles(const QString &source, const QString &target)
 {
-    if (!QFileInfo(source).isFile() || !runCommand("cp", {source, target}).succeeded()) {
+    if (!QFileInfo(source).isFile() || !runCommand(waiter, "cp", {source, target}).succeeded()) {
         return false;
     }
     bool sideFiles = false;
@@ -102,7 +104,7 @@ bool DatabaseStaging::copyWithSideFiles(const QString &source, const QString &ta
         const QFileInfo sideFile(source + suffix);
         if (sideFile.isFile() && sideFile.size() > 0) {
             sideFiles = true;
-            if (!runCommand("cp", {source + suffix, target + suffix}).succeeded()) {
+            if (!runCommand(waiter, "cp", {source + suffix, target + suffix}).succeeded()) {
                 removeSideFiles(target);
                 return false;
             }
@@ -115,7 +117,8 @@ bool DatabaseStaging::copyWithSideFiles(const QString &source, const QString &ta
 bool DatabaseStaging::foldSideFiles(const QString &copy)
 {
     const bool folded =
-        runCommand("sqlite3", {copy, "SELECT count(*) FROM sqlite_master; PRAGMA wal_checkpoint(TRUNCATE);"})
+        runCommand(waiter, "sqlite3",
+                   {copy, "SELECT count(*) FROM sqlite_master; PRAGMA wal_checkpoint(TRUNCATE);"})
             .succeeded();
     removeSideFiles(copy);
     return folded;
@@ -133,7 +136,7 @@ void DatabaseStaging::dump(const RestorableDatabase &database)
                                                             : dumpSelections(database, copy, dumpPath);
     QFile::remove(copy);
     removeSideFiles(copy);
-    if (dumped && runShellLine(DatabaseDump::checkLine(dumpPath)).succeeded()) {
+    if (dumped && runShellLine(waiter, DatabaseDump::checkLine(dumpPath)).succeeded()) {
         return;
     }
     logError("Database '%1' of module '%2' could not be dumped: its last saved copy stays", name, module);
@@ -143,15 +146,15 @@ void DatabaseStaging::dump(const RestorableDatabase &database)
 
 bool DatabaseStaging::dumpWhole(const QString &copy, const QString &dumpPath)
 {
-    const CopyState state = inspectCopy(copy);
+    const CopyState state = inspectCopy(waiter, copy);
     const QString line = DatabaseDump::fullDumpLine(copy, dumpPath);
     logDebug("Dump database '%1' of module '%2'", QFileInfo(copy).completeBaseName(), module);
-    if (!state.usable || !runShellLine(line).finished) {
+    if (!state.usable || !runShellLine(waiter, line).finished) {
         Staging::reportError(line);
         return false;
     }
     return state.pragmas.isEmpty() ||
-           runShellLine(DatabaseDump::appendPragmasLine(state.pragmas, dumpPath)).succeeded();
+           runShellLine(waiter, DatabaseDump::appendPragmasLine(state.pragmas, dumpPath)).succeeded();
 }
 
 bool DatabaseStaging::dumpSelections(const RestorableDatabase &database, const QString &copy,
@@ -161,7 +164,7 @@ bool DatabaseStaging::dumpSelections(const RestorableDatabase &database, const Q
     for (const DatabaseDump::Selection &selection : DatabaseDump::selections(database.getSqlCommands())) {
         const QString line = DatabaseDump::createTableLine(selection, copy);
         logDebug("%1", line);
-        const CommandResult result = runShellLine(line);
+        const CommandResult result = runShellLine(waiter, line);
         if (result.succeeded()) {
             made << selection;
         } else {
@@ -174,7 +177,7 @@ bool DatabaseStaging::dumpSelections(const RestorableDatabase &database, const Q
     }
     const QString line = DatabaseDump::partialDumpLine(made, copy, dumpPath);
     logDebug("%1", line);
-    const bool finished = runShellLine(line).finished;
+    const bool finished = runShellLine(waiter, line).finished;
     logDebug("Dump database '%1' of module '%2'", database.getName(), module);
     return finished;
 }

@@ -5,12 +5,14 @@
 
 #include <QString>
 
+class Waiter;
+
 /// Stages the databases of one module: a consistent copy with its checksum line while the module is paused,
 /// the compressed SQL dump of that copy afterwards.
 class DatabaseStaging
 {
 public:
-    explicit DatabaseStaging(QString module);
+    DatabaseStaging(QString module, Waiter &waiter);
 
     /// Copy the database file with what its journal or write-ahead log still holds.
     void copy(const QString &database, ChecksumAppender &checksums);
@@ -29,4 +31,5 @@ private:
     QString copyPath(const QString &database) const;
 
     QString module;
+    Waiter &waiter;
 };

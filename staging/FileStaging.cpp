@@ -31,8 +31,9 @@ bool fitsChecksumLine(const QString &name)
 
 } // namespace
 
-FileStaging::FileStaging(QString moduleName, ChecksumAppender &checksums)
-    : module(std::move(moduleName)), dataDirectory(DevicePaths::moduleData(module)), checksums(checksums)
+FileStaging::FileStaging(QString moduleName, ChecksumAppender &checksums, Waiter &waiter)
+    : module(std::move(moduleName)), dataDirectory(DevicePaths::moduleData(module)), checksums(checksums),
+      waiter(waiter)
 {
 }
 
@@ -51,7 +52,7 @@ void FileStaging::stageFile(const RestorableFile &item)
 {
     logDebug("Saving file '%1' of module '%2'", item.getPath(), module);
     const QString path = dataDirectory + "/" + item.getPath();
-    const QString digest = fileDigest(path);
+    const QString digest = fileDigest(waiter, path);
     if (digest.isEmpty()) {
         Staging::reportError(digestCommandLine(path));
     } else {
@@ -63,7 +64,7 @@ void FileStaging::stageFile(const RestorableFile &item)
 bool FileStaging::archiveDirectory(const QString &source, const QString &archive)
 {
     const QStringList arguments = {"-cf", archive, source};
-    const CommandResult result = runCommand("tar", arguments);
+    const CommandResult result = runCommand(waiter, "tar", arguments);
     if (result.finished && result.exitCode <= tarFileChanged) {
         return true;
     }
@@ -80,7 +81,7 @@ void FileStaging::stageZippedDirectory(const RestorableFile &item)
     const QString key = ItemNames::archiveKey(module, item.getPath());
     QString digest;
     if (archiveDirectory(dataDirectory + "/" + item.getPath(), archive)) {
-        digest = fileDigest(archive);
+        digest = fileDigest(waiter, archive);
         if (digest.isEmpty()) {
             Staging::reportError(digestCommandLine(archive));
         }
@@ -94,7 +95,7 @@ void FileStaging::stageZippedDirectory(const RestorableFile &item)
 /// Replace the archive by its compressed form; an archive that is not wanted or cannot be compressed goes.
 bool FileStaging::compressArchive(const QString &archive, bool wanted)
 {
-    if (wanted && runCommand("gzip", {archive}).succeeded()) {
+    if (wanted && runCommand(waiter, "gzip", {archive}).succeeded()) {
         return true;
     }
     if (wanted) {
@@ -130,7 +131,7 @@ void FileStaging::stageDirectoryEntry(const RestorableFile &item, const QString 
         Staging::reportError(digestCommandLine(path));
         return;
     }
-    const QString digest = fileDigest(path);
+    const QString digest = fileDigest(waiter, path);
     if (digest.isEmpty()) {
         Staging::reportError(digestCommandLine(path));
     } else {

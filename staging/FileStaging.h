@@ -5,12 +5,14 @@
 
 #include <QString>
 
+class Waiter;
+
 /// Stages the files and directories of one module: writes their checksum lines and makes the archives of
 /// zipped directories. An item that yields no digest gets a line with an empty one.
 class FileStaging
 {
 public:
-    FileStaging(QString module, ChecksumAppender &checksums);
+    FileStaging(QString module, ChecksumAppender &checksums, Waiter &waiter);
 
     void stage(const RestorableFile &item);
 
@@ -25,4 +27,5 @@ private:
     QString module;
     QString dataDirectory;
     ChecksumAppender &checksums;
+    Waiter &waiter;
 };

@@ -1,8 +1,6 @@
 #include "staging/Staging.h"
 
 #include "catalogue/ItemNames.h"
-#include "commands/Command.h"
-#include "commands/ShellText.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 
@@ -26,9 +24,8 @@ void createModuleDirectory(const QString &module)
     if (QDir(directory).exists()) {
         return;
     }
-    const QStringList arguments = {"-p", directory};
-    logDebug("Creating dir into temp: %1", ShellText::commandLine("mkdir", arguments));
-    runCommand("mkdir", arguments);
+    logDebug("Creating dir into temp: %1", directory);
+    QDir().mkpath(directory);
 }
 
 void reportError(const QString &command)

@@ -1,4 +1,5 @@
 #include "catalogue/ItemNames.h"
+#include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "staging/DatabaseDump.h"
 #include "staging/DatabaseStaging.h"
@@ -14,6 +15,7 @@ class tst_dump : public QObject
     Q_OBJECT
 
     QTemporaryDir root;
+    mutable Waiter waiter;
 
     QString live(const QString &database) const
     {
@@ -40,7 +42,7 @@ class tst_dump : public QObject
     QString digestAfterStaging(const RestorableDatabase &database) const
     {
         QFile::remove(Staging::checksumFile("m"));
-        DatabaseStaging staging("m");
+        DatabaseStaging staging("m", waiter);
         {
             ChecksumAppender checksums(Staging::checksumFile("m"));
             staging.copy(database.getName(), checksums);

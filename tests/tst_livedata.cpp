@@ -1,4 +1,5 @@
 #include "commands/Command.h"
+#include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "restore/ArchiveListing.h"
 #include "restore/DatabaseRestore.h"
@@ -17,6 +18,7 @@ class tst_livedata : public QObject
     Q_OBJECT
 
     QTemporaryDir root;
+    Waiter waiter;
 
     QString live(const QString &item = {}) const { return root.path() + "/data/VYXApplication/m/" + item; }
 
@@ -70,7 +72,7 @@ private Q_SLOTS:
             auto *link = new LiveData(live("link"), LiveData::Kind::File);
             auto *absent = new LiveData(live("new/parent/file"), LiveData::Kind::File);
             auto *absentDatabase = new LiveData(live("e.data"), LiveData::Kind::Database);
-            const bool aside = file->moveAside() && database->moveAside() && tree->copyAside() &&
+            const bool aside = file->moveAside() && database->moveAside() && tree->copyAside(waiter) &&
                                link->moveAside() && absent->moveAside() && absentDatabase->moveAside();
             for (const char *item :
                  {"f", "d.data", "d.data-journal", "link", "new/parent/file", "e.data", "e.data-journal"}) {
@@ -145,8 +147,8 @@ private Q_SLOTS:
             QVERIFY(file.moveAside() && fresh.moveAside());
             write("f", "new");
             write("a/b/fresh", "new");
-            file.commit();
-            fresh.commit();
+            file.commit(waiter);
+            fresh.commit(waiter);
         }
         const auto mode = [&](const QString &item) {
             struct stat status = {};
@@ -212,7 +214,8 @@ private Q_SLOTS:
             const QTemporaryDir place;
             writeFile(place.filePath("w/data/dir/f"), "x");
             TestDevice::shell("cd " + place.path() + " && " + make);
-            const auto listing = runCommand("tar", archiveListingArguments(place.filePath("a.tar.gz")));
+            const auto listing =
+                runCommand(waiter, "tar", archiveListingArguments(place.filePath("a.tar.gz")));
             const auto members = parseArchiveListing(listing.output);
             QVERIFY2(listing.succeeded() && members && !members->isEmpty(), name);
             QVERIFY2(staysInside(*members, "/w/data/dir") == inside, name);
@@ -250,7 +253,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, sql);
         write("dump", QByteArray(sql).replace("TRACE", live("trace").toUtf8()));
         TestDevice::shell("gzip " + live("dump"));
-        QTEST(DatabaseRestore::load(live("dump.gz"), live("x.data")), "loads");
+        QTEST(DatabaseRestore::load(waiter, live("dump.gz"), live("x.data")), "loads");
         QVERIFY(!QFile::exists(live("trace")));
     }
 };

@@ -2,11 +2,13 @@
 
 #include "platform/core/VYXApplication.h"
 #include "platform/core/VYXEventSubscription.h"
+#include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMetaType>
+#include <QDBusPendingCallWatcher>
 
 #include <csignal>
 #include <cstdio>
@@ -251,6 +253,26 @@ QDBusMessage VYXModule::syncRemoteCall(const QString &module, const QString &met
         throw new VYXException(this, VYXException::ModuleUnreachable, reply.errorMessage());
     }
     return reply;
+}
+
+RemoteCallResult VYXModule::callModule(const QString &module, const QString &method,
+                                       const QVariantList &arguments, Waiter &waiter)
+{
+    // The bus library itself answers with an error when the limit has passed.
+    const QDBusPendingCallWatcher call(
+        QDBusConnection::systemBus().asyncCall(callMessage(module, method, arguments), remoteCallLimitMs));
+    const std::chrono::milliseconds limit(2 * remoteCallLimitMs);
+    if (waiter.waitUntil([&call] { return call.isFinished(); }, limit) != WaitOutcome::Met) {
+        return {RemoteCallResult::Unreachable, {}, "the wait for the answer had to end"};
+    }
+    const QDBusMessage reply = call.reply();
+    if (isUnreachable(reply)) {
+        return {RemoteCallResult::Unreachable, {}, reply.errorMessage()};
+    }
+    if (reply.type() == QDBusMessage::ErrorMessage) {
+        return {RemoteCallResult::ErrorReply, {}, reply.errorMessage()};
+    }
+    return {RemoteCallResult::Answered, reply.arguments().value(0), {}};
 }
 
 void VYXModule::asyncRemoteCall(const QString &module, const QString &method, const QVariantList &arguments)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/core/Middleware.h"
 #include "platform/core/VYXEvent.h"
 #include "platform/core/VYXException.h"
 #include "platform/records/Capability.h"
@@ -21,7 +22,7 @@
 /// a name that is taken (seen before `Check`), or when one of the four returns false, one line on standard
 /// error says so and the process ends with status 1. When the process is asked to end, `Stop` is called; so
 /// it is when the bus goes away, and the status is 1.
-class VYXModule : public QObject, public QDBusContext
+class VYXModule : public QObject, public QDBusContext, public Middleware
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.corvane.Pelorin.VYXInterface")
@@ -29,7 +30,7 @@ class VYXModule : public QObject, public QDBusContext
 public:
     explicit VYXModule(QString moduleName);
 
-    QString getModuleName() const { return moduleName; }
+    QString getModuleName() const override { return moduleName; }
 
     static QString busName(const QString &module);
     static QString objectPath(const QString &module);
@@ -63,18 +64,10 @@ public:
     /// Replace all capabilities, publishing each that is new or changed.
     void setCapabilities(const MapQStringCapability &newCapabilities);
 
-    /// Call `handler` for each event of that name, whoever publishes it, as long as `receiver` lives.
     void subscribeEvent(const QString &event, QObject *receiver,
-                        std::function<void(const VYXEvent &)> handler);
+                        std::function<void(const VYXEvent &)> handler) override;
 
-    /// The same with a slot of the receiver.
-    template <typename Receiver>
-    void subscribeEvent(const QString &event, Receiver *receiver, void (Receiver::*slot)(VYXEvent))
-    {
-        subscribeEvent(event, receiver, [receiver, slot](const VYXEvent &evt) { (receiver->*slot)(evt); });
-    }
-
-    void notifyEvent(const VYXEvent &event);
+    void notifyEvent(const VYXEvent &event) override;
     void notifyEvent(const QString &name, const QVariantMap &arguments);
 
     /// Call a method of another module and wait for its reply, at most 25 s; no events are dispatched
@@ -82,12 +75,12 @@ public:
     /// the bus.
     QDBusMessage syncRemoteCall(const QString &module, const QString &method, const QVariantList &arguments);
 
-    /// Call a method of another module without waiting; the reply is dropped.
-    void asyncRemoteCall(const QString &module, const QString &method, const QVariantList &arguments);
-
-    /// Ask the user interface for a pop-up: the event "show_popup". `timeout` in milliseconds, -1 for none.
+    RemoteCallResult callModule(const QString &module, const QString &method, const QVariantList &arguments,
+                                Waiter &waiter) override;
+    void asyncRemoteCall(const QString &module, const QString &method,
+                         const QVariantList &arguments) override;
     void showPopup(const QString &text, int type, int timeout, const QStringList &buttons,
-                   const QString &detail, const QStringList &parameters, const QVariantMap &options);
+                   const QString &detail, const QStringList &parameters, const QVariantMap &options) override;
 
 protected:
     /// True when the base pauses this module's process for a save or a restore.

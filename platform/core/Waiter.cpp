@@ -1,0 +1,69 @@
+#include "platform/core/Waiter.h"
+
+#include "platform/core/VYXApplication.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QEventLoop>
+#include <QThread>
+#include <QTimer>
+
+#include <memory>
+
+using namespace std::chrono_literals;
+
+void Waiter::end(End reason)
+{
+    if (latched == End::None) {
+        latched = reason;
+    }
+}
+
+Waiter::End Waiter::endReason() const
+{
+    return VYXApplication::isEnding() ? End::ProcessEnds : latched;
+}
+
+WaitOutcome Waiter::waitUntil(const std::function<bool()> &condition, std::chrono::milliseconds limit,
+                              const std::function<quint64()> &progress)
+{
+    quint64 lastProgress = progress ? progress() : 0;
+    QDeadlineTimer deadline(limit, Qt::PreciseTimer);
+    // Without a timer of its own an idle event loop would sleep past the deadline.
+    QTimer wake;
+    wake.setTimerType(Qt::PreciseTimer);
+    wake.setSingleShot(true);
+    while (!condition()) {
+        if (mustEnd()) {
+            return WaitOutcome::Ended;
+        }
+        if (progress && progress() != lastProgress) {
+            lastProgress = progress();
+            deadline.setRemainingTime(limit, Qt::PreciseTimer);
+        }
+        if (deadline.hasExpired()) {
+            return WaitOutcome::TimedOut;
+        }
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline.remainingTimeAsDuration());
+        wake.start(std::max<std::chrono::milliseconds>(left, 1ms));
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    return WaitOutcome::Met;
+}
+
+bool Waiter::dispatchEventsFor(std::chrono::milliseconds period)
+{
+    return waitUntil([] { return false; }, period) == WaitOutcome::TimedOut;
+}
+
+void Waiter::runBeside(const std::function<void()> &work)
+{
+    const std::unique_ptr<QThread> thread(QThread::create(work));
+    QEventLoop loop;
+    QObject::connect(thread.get(), &QThread::finished, &loop, &QEventLoop::quit);
+    thread->start();
+    // The loop also ends when the process is asked to.
+    loop.exec();
+    thread->wait();
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QtGlobal>
+
+#include <chrono>
+#include <functional>
+
+enum class WaitOutcome { Met, TimedOut, Ended };
+
+/// Waits with the process's events served: the only place that dispatches them.
+///
+/// While somebody waits, calls of other modules, signals and timers are handled; whoever can be re-entered so
+/// takes a `Waiter &`, and what has none cannot be. Each operation has a waiter of its own. It remembers why
+/// the operation has to end early; from then on no wait of it lasts any longer. Main thread only.
+class Waiter
+{
+public:
+    enum class End {
+        None,
+        ProcessEnds,       ///< the process was asked to end
+        RepositoryChanged, ///< the operation's repository is no longer the chosen one
+    };
+
+    Waiter() = default;
+    Waiter(const Waiter &) = delete;
+    Waiter &operator=(const Waiter &) = delete;
+
+    /// End all waits, present and to come. The first reason stays.
+    void end(End reason);
+
+    /// Why waits end; that the process ends comes before every other reason.
+    End endReason() const;
+    bool mustEnd() const { return endReason() != End::None; }
+
+    /// Wait until the condition holds, the limit has passed, or waits have to end; the condition is looked at
+    /// first, and again after every round of events. With `progress`, the limit is one of inactivity: it
+    /// starts anew whenever the value changes.
+    WaitOutcome waitUntil(const std::function<bool()> &condition, std::chrono::milliseconds limit,
+                          const std::function<quint64()> &progress = {});
+
+    /// Serve events for that time; false when waits had to end before.
+    bool dispatchEventsFor(std::chrono::milliseconds period);
+
+    /// Run work in a thread of its own and wait for its end, which is always waited for. The work must touch
+    /// nothing that events can reach.
+    void runBeside(const std::function<void()> &work);
+
+private:
+    End latched = End::None;
+};

@@ -5,18 +5,6 @@
 namespace {
 
 const QString separator = "++";
-const QString databaseSuffix = ".data";
-const QString archiveSuffix = ".tar";
-
-QString flattened(QString path)
-{
-    return path.replace("/", separator);
-}
-
-QString withoutSuffix(const QString &text, const QString &suffix)
-{
-    return text.left(text.size() - suffix.size());
-}
 
 } // namespace
 
@@ -50,60 +38,14 @@ QString normalizedItemPath(const QString &path)
     return parts.contains("..") ? QString() : parts.join('/');
 }
 
-QString databaseKey(const QString &module, const QString &database)
+QString flattened(const QString &path)
 {
-    return module + "/" + database + databaseSuffix;
+    return QString(path).replace("/", separator);
 }
 
-QString stagedDump(const QString &module, const QString &database)
+bool isAmbiguous(const QString &path)
 {
-    return module + separator + flattened(database) + ".dump.gz";
-}
-
-QString archiveKey(const QString &module, const QString &directory)
-{
-    return module + "/" + directory + archiveSuffix;
-}
-
-QString stagedArchive(const QString &module, const QString &directory)
-{
-    return module + separator + flattened(directory) + archiveSuffix;
-}
-
-QString artefactOfKey(const QString &key)
-{
-    if (key.endsWith(databaseSuffix)) {
-        return flattened(withoutSuffix(key, databaseSuffix)) + ".dump.gz";
-    }
-    if (key.endsWith(archiveSuffix)) {
-        return flattened(withoutSuffix(key, archiveSuffix)) + ".tar.gz";
-    }
-    return {};
-}
-
-QString keyOfArtefact(const QString &fileName)
-{
-    QString base = fileName.section('.', 0, 0);
-    base.replace(separator, "/");
-    return base + (fileName.contains("dump") ? databaseSuffix : archiveSuffix);
-}
-
-bool isKeyOf(const QString &module, const QString &key, bool plainFile)
-{
-    if (key.isEmpty() || normalizedItemPath(key) != key) {
-        return false;
-    }
-    if (plainFile) {
-        return true;
-    }
-    const QString item = key.mid(module.size() + 1);
-    return key.startsWith(module + "/") && !item.isEmpty() &&
-           (!key.endsWith(databaseSuffix) || !item.contains('/'));
-}
-
-bool isAmbiguous(const QString &item, bool artefact)
-{
-    return item.contains(separator) || (artefact && item.contains('.'));
+    return path.contains(separator);
 }
 
 QString modulesListName()
@@ -119,6 +61,11 @@ QString versionFileName(const QString &module)
 QString checksumFileName(const QString &module)
 {
     return module + ".cksum";
+}
+
+QString migrationProgramName(const QString &module)
+{
+    return module + "Migration";
 }
 
 PlainFileEntries::PlainFileEntries(const QMap<QString, QStringList> &keysByModule,

@@ -1,5 +1,7 @@
 #include "catalogue/SavedEntries.h"
 
+#include "catalogue/SavedItem.h"
+
 #include <utility>
 
 SavedEntries::SavedEntries(LinesByModule lines) : linesByModule(std::move(lines))
@@ -8,12 +10,12 @@ SavedEntries::SavedEntries(LinesByModule lines) : linesByModule(std::move(lines)
     QSet<QString> reserved = {ItemNames::modulesListName()};
     for (auto module = linesByModule.cbegin(); module != linesByModule.cend(); ++module) {
         reserved << ItemNames::versionFileName(module.key()) << ItemNames::checksumFileName(module.key())
-                 << module.key() + "Migration";
+                 << ItemNames::migrationProgramName(module.key());
         for (const ChecksumLine &line : module.value()) {
             if (line.isPlainFile()) {
                 plainKeys[module.key()] << line.key();
-            } else {
-                reserved << ItemNames::artefactOfKey(line.key());
+            } else if (const auto item = SavedItem::parse(module.key(), line)) {
+                reserved << item->artefact();
             }
         }
     }
@@ -25,7 +27,8 @@ ItemNames::EntryName SavedEntries::entry(const QString &module, const ChecksumLi
     if (line.isPlainFile()) {
         return plainFiles.entry(module, line.key());
     }
-    return {{}, ItemNames::artefactOfKey(line.key())};
+    const auto item = SavedItem::parse(module, line);
+    return {{}, item ? item->artefact() : QString()};
 }
 
 QSet<QString> SavedEntries::names() const

@@ -80,7 +80,7 @@ bool RestorableDescription::acceptDatabaseName(const QString &name) const
         logError("Database name '%1' of module '%2' is refused: it is no plain name", name, object.name);
         return false;
     }
-    if (ItemNames::isAmbiguous(name, true)) {
+    if (ItemNames::isAmbiguous(name)) {
         logWarning("Database '%1' of module '%2' cannot be found again by its name", name, object.name);
     }
     return true;
@@ -160,7 +160,7 @@ void RestorableDescription::readFile(const QDomElement &element)
     } else {
         logDebug("Add file %1 for module %2", path, object.name);
     }
-    if (ItemNames::isAmbiguous(path, kind == DirectoryItem && zip)) {
+    if (ItemNames::isAmbiguous(path)) {
         logWarning("File/directory '%1' of module '%2' cannot be found again by its name", path, object.name);
     }
     object.files << RestorableFile(path, kind, zip, priorityOf(element));

@@ -1,21 +1,16 @@
 #pragma once
 
+#include "catalogue/Priorities.h"
+#include "catalogue/SavedItem.h"
+
 #include <QList>
 #include <QPair>
 #include <QString>
 
 #include <utility>
 
-enum RestorableItemKind { FileItem = 0, DirectoryItem = 1, DatabaseItem = 2 };
-
 /// (table or database name, SQL text), in document order.
 using SqlCommands = QList<QPair<QString, QString>>;
-
-/// The order in which data are saved and restored.
-struct RestorableOrder
-{
-    enum RestorablePriority { high = 0, normal = 1, low = 2 };
-};
 
 /// One thing that a module has saved.
 class RestorableItem

@@ -2,14 +2,6 @@
 
 namespace {
 
-QString priorityText(int priority)
-{
-    if (priority == RestorableObject::normal) {
-        return "normal";
-    }
-    return priority == RestorableObject::low ? "low" : "high";
-}
-
 QString heading(const QString &title, bool empty)
 {
     return QString("%1: %2\n").arg(title, empty ? QString("none") : QString());
@@ -25,7 +17,7 @@ QString databaseLines(const RestorableObject &object)
         }
         text += QString("\t'%1', save command: '%2', priority: '%3'\n")
                     .arg(database.getName(), command.isEmpty() ? QString("full") : command,
-                         priorityText(database.getPriority()));
+                         priorityName(database.getPriority()));
     }
     return text;
 }
@@ -37,7 +29,7 @@ QString fileLines(const RestorableObject &object, RestorableItemKind kind, const
         if (file.getKind() == kind) {
             lines += QString("\t'%1', zipped: '%2', priority: '%3'\n")
                          .arg(file.getPath(), file.isZipped() ? "true" : "false",
-                              priorityText(file.getPriority()));
+                              priorityName(file.getPriority()));
         }
     }
     return heading(title, lines.isEmpty()) + lines;

@@ -13,11 +13,3 @@ bool RestorableObject::hasItems() const
 {
     return !databases.isEmpty() || !files.isEmpty() || !missingDatabases.isEmpty();
 }
-
-QString RestorableObject::priorityName(int priority)
-{
-    if (priority == high) {
-        return "high";
-    }
-    return priority == normal ? "normal" : "low";
-}

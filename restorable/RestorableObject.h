@@ -38,9 +38,6 @@ public:
     /// True when there is anything to save or to restore.
     bool hasItems() const;
 
-    /// "high", "normal" or, for any other value, "low".
-    static QString priorityName(int priority);
-
 private:
     friend class RestorableDescription;
 

@@ -1,5 +1,6 @@
 #include "catalogue/ItemNames.h"
 #include "catalogue/SavedEntries.h"
+#include "catalogue/SavedItem.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "restore/DownloadList.h"
@@ -8,7 +9,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 
 namespace {
 
@@ -48,7 +48,6 @@ void forgetUnknownItems(ChecksumEntries &entries, const QString &module, const C
 struct VYXSaveRestore::RestorePlan
 {
     std::optional<SavedEntries> saved; ///< what the repository holds
-    QSet<QString> localNames;          ///< archives and dumps planned so far
     QString failure;                   ///< text of the last failed request
 };
 
@@ -147,39 +146,27 @@ void VYXSaveRestore::planModule(RestorePlan &plan, const QString &module)
 std::optional<DownloadLine> VYXSaveRestore::planItem(RestorePlan &plan, const QString &module,
                                                      const QString &key, const ChecksumEntry &entry)
 {
-    if (!ItemNames::isKeyOf(module, key, entry.kind == "file")) {
+    const auto item = SavedItem::parse(module, ChecksumLine({key, {}, entry.kind, entry.priority}));
+    if (!item) {
         logError("Item '%1' of module '%2' in the repository is refused: it is none of this module's", key,
                  module);
         return std::nullopt;
     }
     logDebug("New/updated file '%1': download and update", key);
-    const QFileInfo info(key);
-    const QString suffix = entry.kind == "file" ? QString() : info.completeSuffix();
-    if (suffix == "tar" || suffix == "data") {
-        return planArtefact(plan, module, key, entry);
+    if (item->getKind() != FileItem) {
+        return planArtefact(plan, *item);
     }
     const ItemNames::EntryName name = plan.saved->plainFile(module, key);
-    return DownloadLine{DownloadLine::File, name.text(), DevicePaths::moduleData(module) + "/" + key,
-                        entry.priority};
+    return DownloadLine{DownloadLine::File, name.text(), item->livePath(), entry.priority};
 }
 
-DownloadLine VYXSaveRestore::planArtefact(RestorePlan &plan, const QString &module, const QString &key,
-                                          const ChecksumEntry &entry)
+DownloadLine VYXSaveRestore::planArtefact(RestorePlan &plan, const SavedItem &item)
 {
-    const QString base = QFileInfo(key).baseName();
-    const bool directory = key.endsWith(".tar");
-    const QString artefact = ItemNames::artefactOfKey(key);
-    QString local = DevicePaths::fetched(base + (directory ? ".tar.gz" : ".dump.gz"));
-    if (plan.localNames.contains(local)) {
-        local = DevicePaths::fetched(artefact);
+    const QString local = DevicePaths::fetched(item.artefact());
+    fetch(plan, item.artefact(), local);
+    if (item.getKind() == DatabaseItem) {
+        return {DownloadLine::Database, local, item.livePath(), item.getPriority()};
     }
-    plan.localNames << local;
-    fetch(plan, artefact, local);
-    if (!directory) {
-        return {DownloadLine::Database, local, DevicePaths::moduleData(module) + "/" + base + ".data",
-                entry.priority};
-    }
-    const QString item = key.chopped(QString(".tar").size());
-    plannedDirectories.insert(local, DevicePaths::dataRoot() + "/" + item);
-    return {DownloadLine::Directory, local, {}, entry.priority};
+    plannedDirectories.insert(local, item.livePath());
+    return {DownloadLine::Directory, local, {}, item.getPriority()};
 }

@@ -116,7 +116,7 @@ void VYXSaveRestore::startRestoreFromRepositoryForPriority(RestorableObject::Res
         QStringList modules = group;
         modules.removeIf([&](const QString &module) { return done.contains(module); });
         done += QSet<QString>(modules.cbegin(), modules.cend());
-        restoreGroup(group, readDownloadLists(modules, RestorableObject::priorityName(priority)), high);
+        restoreGroup(group, readDownloadLists(modules, priorityName(priority)), high);
         if (high) {
             startMigrations(modules, migrations);
         }

@@ -136,7 +136,7 @@ bool VYXSaveRestore::startSaveOnRepositoryForPriority(RestorableObject::Restorab
         if (priority == RestorableObject::high && !stageGroupDatabases(group, modules)) {
             return false;
         }
-        logDebug("Saving files (%1)", RestorableObject::priorityName(priority));
+        logDebug("Saving files (%1)", priorityName(priority));
         stageFiles(modules, priority);
         logDebug("Saving done");
         if (priority == RestorableObject::high) {

@@ -1,5 +1,6 @@
 #include "catalogue/ItemNames.h"
 #include "catalogue/SavedEntries.h"
+#include "catalogue/SavedItem.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "save/UploadPlan.h"
@@ -154,7 +155,7 @@ void VYXSaveRestore::completeChecksumFiles(UploadRun &run)
                                             {lowPriority, RestorableObject::low}};
     for (const auto &[saved, priority] : passes) {
         if (saved) {
-            savedPriorities << RestorableObject::priorityName(priority);
+            savedPriorities << priorityName(priority);
         }
     }
     LinesByModule all = run.previousLines;
@@ -228,11 +229,13 @@ void VYXSaveRestore::sendArtefacts(UploadRun &run)
         const QDir directory(DevicePaths::staged(module));
         QHash<QString, QString> keyOfName;
         for (const ChecksumLine &line : run.lines.value(module)) {
-            keyOfName.insert(ItemNames::artefactOfKey(line.key()), line.key());
+            if (const auto item = SavedItem::parse(module, line)) {
+                keyOfName.insert(item->artefact(), line.key());
+            }
         }
         for (const QString &file : directory.entryList(QDir::Files | QDir::NoDotAndDotDot, QDir::Unsorted)) {
             logDebug("will upload %1", file);
-            const QString key = ItemNames::keyOfArtefact(file);
+            const QString key = keyOfName.value(file);
             const ChecksumStatus status = run.entries.value(module).value(key).status;
             if (status == Same) {
                 logDebug("Same file: %1", key);
@@ -242,7 +245,7 @@ void VYXSaveRestore::sendArtefacts(UploadRun &run)
             }
             logDebug(status == New ? "New file: %1" : "Update file: %1", key);
             if (!sendCounted(run, directory.absoluteFilePath(file), {})) {
-                run.failedKeys[module] << keyOfName.value(file, key);
+                run.failedKeys[module] << key;
             }
         }
     }

@@ -1,5 +1,7 @@
 #include "save/UploadPlan.h"
 
+#include "catalogue/SavedItem.h"
+
 #include <QHash>
 
 namespace {
@@ -7,14 +9,12 @@ namespace {
 /// What a missing item may have been when it was saved: a directory, zipped or not.
 bool belongsToDirectory(const QString &module, const ChecksumLine &line, const QSet<QString> &missingItems)
 {
-    if (line.kind() == "directory") {
-        for (const QString &item : missingItems) {
-            if (line.key() == ItemNames::archiveKey(module, item)) {
-                return true;
-            }
-        }
+    const auto item = SavedItem::parse(module, line);
+    if (!item || item->getKind() == DatabaseItem) {
+        return false;
     }
-    return line.isPlainFile() && missingItems.contains(line.key().section('/', 0, -2));
+    const bool archive = item->getKind() == DirectoryItem;
+    return missingItems.contains(archive ? item->getPath() : item->getPath().section('/', 0, -2));
 }
 
 } // namespace

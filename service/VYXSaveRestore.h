@@ -200,8 +200,7 @@ private:
     void planModule(RestorePlan &plan, const QString &module);
     std::optional<DownloadLine> planItem(RestorePlan &plan, const QString &module, const QString &key,
                                          const ChecksumEntry &entry);
-    DownloadLine planArtefact(RestorePlan &plan, const QString &module, const QString &key,
-                              const ChecksumEntry &entry);
+    DownloadLine planArtefact(RestorePlan &plan, const SavedItem &item);
     ChecksumEntries compareChecksumFiles(const QString &localPath, const QString &repositoryPath,
                                          bool forSave);
 

@@ -62,6 +62,11 @@ DatabaseStaging::DatabaseStaging(QString module, Waiter &waiter) : module(std::m
 {
 }
 
+SavedItem DatabaseStaging::itemOf(const QString &database) const
+{
+    return {DatabaseItem, module, database, priorityName(RestorableOrder::high)};
+}
+
 QString DatabaseStaging::copyPath(const QString &database) const
 {
     return Staging::moduleDirectory(module) + "/" + database + ".data";
@@ -84,14 +89,14 @@ void DatabaseStaging::copy(const QString &database, ChecksumAppender &checksums)
     if (digest.isEmpty()) {
         QFile::remove(target);
     }
-    checksums.append(ChecksumLine::database(ItemNames::databaseKey(module, database), digest));
+    checksums.append(ChecksumLine::database(itemOf(database).key(), digest));
 }
 
 void DatabaseStaging::noteMissing(const QString &database, ChecksumAppender &checksums)
 {
     Staging::reportError(
         copyCommand(DevicePaths::moduleData(module) + "/" + database + ".data", copyPath(database)));
-    checksums.append(ChecksumLine::database(ItemNames::databaseKey(module, database), {}));
+    checksums.append(ChecksumLine::database(itemOf(database).key(), {}));
 }
 
 bool DatabaseStaging::copyWithSideFiles(const QString &source, const QString &target)
@@ -131,7 +136,7 @@ void DatabaseStaging::dump(const RestorableDatabase &database)
     if (!QFile::exists(copy)) {
         return;
     }
-    const QString dumpPath = Staging::moduleDirectory(module) + "/" + ItemNames::stagedDump(module, name);
+    const QString dumpPath = Staging::moduleDirectory(module) + "/" + itemOf(name).artefact();
     const bool dumped = database.getSqlCommands().isEmpty() ? dumpWhole(copy, dumpPath)
                                                             : dumpSelections(database, copy, dumpPath);
     QFile::remove(copy);
@@ -141,7 +146,7 @@ void DatabaseStaging::dump(const RestorableDatabase &database)
     }
     logError("Database '%1' of module '%2' could not be dumped: its last saved copy stays", name, module);
     QFile::remove(dumpPath);
-    clearDigest(Staging::checksumFile(module), ItemNames::databaseKey(module, name));
+    clearDigest(Staging::checksumFile(module), itemOf(name).key());
 }
 
 bool DatabaseStaging::dumpWhole(const QString &copy, const QString &dumpPath)

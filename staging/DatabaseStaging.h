@@ -28,6 +28,7 @@ private:
     bool foldSideFiles(const QString &copy);
     bool dumpWhole(const QString &copy, const QString &dumpPath);
     bool dumpSelections(const RestorableDatabase &database, const QString &copy, const QString &dumpPath);
+    SavedItem itemOf(const QString &database) const;
     QString copyPath(const QString &database) const;
 
     QString module;

@@ -21,7 +21,7 @@ constexpr int tarFileChanged = 1;
 
 QString priorityOf(const RestorableFile &item)
 {
-    return RestorableObject::priorityName(item.getPriority());
+    return priorityName(item.getPriority());
 }
 
 bool fitsChecksumLine(const QString &name)
@@ -76,9 +76,8 @@ bool FileStaging::archiveDirectory(const QString &source, const QString &archive
 void FileStaging::stageZippedDirectory(const RestorableFile &item)
 {
     logDebug("Saving directory (zipped) '%1' of module '%2'", item.getPath(), module);
-    const QString archive =
-        Staging::moduleDirectory(module) + "/" + ItemNames::stagedArchive(module, item.getPath());
-    const QString key = ItemNames::archiveKey(module, item.getPath());
+    const SavedItem saved(DirectoryItem, module, item.getPath(), priorityOf(item));
+    const QString archive = Staging::moduleDirectory(module) + "/" + saved.artefact().chopped(3);
     QString digest;
     if (archiveDirectory(dataDirectory + "/" + item.getPath(), archive)) {
         digest = fileDigest(waiter, archive);
@@ -89,7 +88,7 @@ void FileStaging::stageZippedDirectory(const RestorableFile &item)
             digest.clear();
         }
     }
-    checksums.append(ChecksumLine::directory(key, digest, priorityOf(item)));
+    checksums.append(ChecksumLine::directory(saved.key(), digest, priorityOf(item)));
 }
 
 /// Replace the archive by its compressed form; an archive that is not wanted or cannot be compressed goes.

@@ -21,9 +21,10 @@ class tst_dump : public QObject
     {
         return root.path() + "/data/VYXApplication/m/" + database + ".data";
     }
+    static QString dumpName(const QString &database) { return "m++" + database + ".dump.gz"; }
     QString stagedDump(const QString &database) const
     {
-        return Staging::moduleDirectory("m") + "/" + ItemNames::stagedDump("m", database);
+        return Staging::moduleDirectory("m") + "/" + dumpName(database);
     }
 
     QByteArray sql(const QString &statements) const { return TestDevice::sqlOnFile(live("d"), statements); }
@@ -90,7 +91,7 @@ private Q_SLOTS:
             "INSERT INTO t VALUES('a''b\nINSERT INTO x', x'00ff'), (NULL, 1.5), ('日本', zeroblob(300000));"
             "PRAGMA user_version=7; PRAGMA application_id=99;");
         QVERIFY(!digestAfterStaging(RestorableDatabase(name)).isEmpty());
-        QCOMPARE(leftInStaging(), QStringList{ItemNames::stagedDump("m", name)});
+        QCOMPARE(leftInStaging(), QStringList{dumpName(name)});
         const QString again = root.path() + "/again.data";
         QFile::remove(again);
         QFile::remove(root.path() + "/dump.gz");
@@ -117,7 +118,7 @@ private Q_SLOTS:
         create += "CREATE TABLE tmp_secret(v); INSERT INTO tmp_secret VALUES('not selected');";
         QCOMPARE(sql(create), QByteArray());
         QVERIFY(!digestAfterStaging(database).isEmpty());
-        QCOMPARE(leftInStaging(), QStringList{ItemNames::stagedDump("m", "d")});
+        QCOMPARE(leftInStaging(), QStringList{dumpName("d")});
 
         const QStringList dump = dumpText("d").split('\n', Qt::SkipEmptyParts);
         QCOMPARE(dump.first(), "BEGIN TRANSACTION;");

@@ -1,5 +1,6 @@
 #include "catalogue/ItemNames.h"
 #include "catalogue/SavedEntries.h"
+#include "catalogue/SavedItem.h"
 #include "commands/Digest.h"
 #include "commands/ShellText.h"
 #include "pause/PauseState.h"
@@ -58,14 +59,37 @@ private Q_SLOTS:
         }
     }
 
-    void artefactsAndKeys()
+    void itemsAndTheirNames()
     {
-        QCOMPARE(ItemNames::databaseKey("m", "d"), "m/d.data");
-        QCOMPARE(ItemNames::stagedDump("m", "d"), "m++d.dump.gz");
-        for (const char *directory : {"logs", "conf/logs", "Ålbum (1)"}) {
-            const QString key = ItemNames::archiveKey("m", directory);
-            QCOMPARE(ItemNames::artefactOfKey(key), ItemNames::stagedArchive("m", directory) + ".gz");
-            QCOMPARE(ItemNames::keyOfArtefact(ItemNames::artefactOfKey(key)), key);
+        struct Case
+        {
+            QByteArray line; // of module m
+            QString path, artefact;
+        };
+        const QByteArray database = "\t1\tdatabase\thigh\n";
+        const QByteArray directory = "\t1\tdirectory\t1\tlow\n";
+        const QByteArray file = "\t1\tfile\tfalse\tnormal\n";
+        const QList<Case> cases = {{"m/a.data" + database, "a", "m++a.dump.gz"},
+                                   {"m/a.b.data" + database, "a.b", "m++a.b.dump.gz"},
+                                   {"m/conf.tar" + directory, "conf", "m++conf.tar.gz"},
+                                   {"m/conf.d.tar" + directory, "conf.d", "m++conf.d.tar.gz"},
+                                   {"m/Å/l (1).tar" + directory, "Å/l (1)", "m++Å++l (1).tar.gz"},
+                                   {"backup.tar" + file, "backup.tar", ""},
+                                   {"m/a.data" + file, "m/a.data", ""}};
+        for (const auto &[text, path, artefact] : cases) {
+            const ChecksumLine line = lines(text).first();
+            const auto item = SavedItem::parse("m", line);
+            QVERIFY2(item, text);
+            QCOMPARE(item->getPath(), path);
+            QCOMPARE(item->artefact(), artefact);
+            QCOMPARE(item->key(), line.key());
+            QCOMPARE(item->getPriority(), line.priority());
+        }
+        for (const QByteArray &none :
+             {"n/a.data" + database, "m/.data" + database, "m/a/b.data" + database, "m/a.tar" + database,
+              "m/../a.tar" + directory, "m/.tar" + directory, "m/a/.tar" + directory, "/etc/x" + file,
+              "../x" + file, "m/a.tar\t1\tlink\thigh\n" + file}) {
+            QVERIFY2(!SavedItem::parse("m", lines(none).first()), none);
         }
     }
 

@@ -14,7 +14,7 @@ bool VYXSaveRestore::resetToDefault()
     runAllResetCommands("Reset to default for module: %1", &RestorableObject::getResetToDefaultCommands);
     resetModules.clear();
     refreshListOfModulesToReset();
-    for (const ApplicationConfig &module : std::as_const(modulesList)) {
+    for (const ApplicationConfig &module : knownModules.modulesList()) {
         if (module.getState() != "STOPPED") {
             resetModules.insert(module.getName(), false);
         }
@@ -33,7 +33,7 @@ void VYXSaveRestore::resetToFactory()
     }
     runAllResetCommands("Reset to factory for module: %1", &RestorableObject::getResetToFactoryCommands);
     resetModules.clear();
-    for (const ApplicationConfig &module : std::as_const(modulesList)) {
+    for (const ApplicationConfig &module : knownModules.modulesList()) {
         resetModules.insert(module.getName(), false);
     }
     if (requestResets("reset_data_factory", "reset_factory_done", factoryResetLimit)) {
@@ -45,13 +45,13 @@ void VYXSaveRestore::runAllResetCommands(const char *announcement,
                                          SqlCommands (RestorableObject::*commands)() const)
 {
     // Nothing is known after a start without modules, and no description after a save that found none.
-    if (modulesList.isEmpty()) {
+    if (knownModules.modulesList().isEmpty()) {
         refreshListOfModulesToReset();
     }
-    if (restorableObjects.isEmpty()) {
-        describeModules();
+    if (knownModules.objects().isEmpty()) {
+        knownModules.describeModules();
     }
-    for (const RestorableObject &object : std::as_const(restorableObjects)) {
+    for (const RestorableObject &object : knownModules.objects()) {
         logDebug(announcement, object.getName());
         runResetCommands(object.getName(), (object.*commands)());
     }
@@ -129,10 +129,9 @@ void VYXSaveRestore::moduleResetDone(VYXEvent evt)
 void VYXSaveRestore::refreshListOfModulesToReset()
 {
     logDebug("refreshListOfModulesToReset: about to refresh the list of modules to reset");
-    const RemoteCallResult result = callModule("ApplicationManager", "getModulesList", {}, waiter);
+    const RemoteCallResult result = knownModules.refreshModulesList(waiter);
     switch (result.outcome) {
     case RemoteCallResult::Answered:
-        modulesList = qdbus_cast<ListApplicationConfig>(result.value);
         break;
     case RemoteCallResult::ErrorReply:
         logError("failed to get a valid reply after call to getModulesList of ApplicationManager");

@@ -101,7 +101,7 @@ void VYXSaveRestore::fetchSavedState(RestorePlan &plan, const QStringList &modul
     QDir(DevicePaths::restoreDirectory()).mkpath("elsewhere");
     for (const QString &module : modules) {
         const QString name = ItemNames::checksumFileName(module);
-        const RestorableObject *object = findObject(module);
+        const RestorableObject *object = knownModules.findObject(module);
         fetch(plan, ItemNames::versionFileName(module),
               DevicePaths::fetched(ItemNames::versionFileName(module)));
         const bool here = object != nullptr && object->hasItems();

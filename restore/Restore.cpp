@@ -21,7 +21,7 @@ void VYXSaveRestore::startRestoreFromRepository()
     logDebug("Start restoring operations");
     setCapability(Capability("SAVE_RESTORE_ENABLE", Capability::TEMPORARY_UNAVAILABLE));
     const auto publish = qScopeGuard([this] { checkCapability(); });
-    const bool modulesKnown = parseRestorableConfigFiles();
+    const bool modulesKnown = knownModules.parseRestorableConfigFiles(waiter);
     if (!restoreIsPossible()) {
         return;
     }
@@ -29,7 +29,7 @@ void VYXSaveRestore::startRestoreFromRepository()
         reportFailure("The modules to restore are not known: abort restore operations.");
         return;
     }
-    completeSaveGroups();
+    knownModules.completeSaveGroups();
     operationGeneration = repositoryGeneration;
     failedItems = 0;
     cleanRestoreDirectory();
@@ -47,7 +47,7 @@ void VYXSaveRestore::startRestoreFromRepository()
                     QString("%1 items could not be restored and stay as they were.").arg(failedItems));
     }
     QString groups;
-    for (const QStringList &group : std::as_const(saveGroups)) {
+    for (const QStringList &group : knownModules.groups()) {
         groups += group.join(':') + ":";
     }
     logInfo("Restore finished (%1)", groups);
@@ -106,7 +106,7 @@ void VYXSaveRestore::startRestoreFromRepositoryForPriority(RestorableObject::Res
     if (high && !checkVersions(migrations)) {
         return;
     }
-    const SaveGroups groups = saveGroups;
+    const SaveGroups groups = knownModules.groups();
     QSet<QString> done;
     for (const QStringList &group : groups) {
         if (VYXApplication::isEnding() || operationGeneration != repositoryGeneration) {
@@ -171,7 +171,7 @@ void VYXSaveRestore::restoreGroup(const QStringList &group, const QList<PlannedL
 
 bool VYXSaveRestore::checkVersions(QList<Migration> &migrations)
 {
-    for (const RestorableObject &object : std::as_const(restorableObjects)) {
+    for (const RestorableObject &object : knownModules.objects()) {
         const QString module = object.getName();
         QFile file(DevicePaths::fetched(ItemNames::versionFileName(module)));
         if (!file.open(QIODevice::ReadOnly)) {

@@ -34,7 +34,7 @@ bool VYXSaveRestore::stopModules(const QStringList &group, bool save)
     QMap<QString, QString> pids;
     for (const QString &module : std::as_const(modules)) {
         names += module + ":";
-        const QString pid = processIdOf(module);
+        const QString pid = knownModules.processIdOf(module);
         logDebug("%1: %2", module, pid);
         pausedModules.insert(module, {pid, false});
         pids.insert(module, pid);
@@ -93,7 +93,7 @@ void VYXSaveRestore::moduleStopForSaveRestore(VYXEvent evt)
         pausedModules[module].ready = true;
     }
     if (!pausing) {
-        resumeLateModule(module, processIdOf(module), lateResumeTries);
+        resumeLateModule(module, knownModules.processIdOf(module), lateResumeTries);
     }
 }
 
@@ -137,7 +137,7 @@ void VYXSaveRestore::settlePausedModules(const QStringList &modules)
     QStringList waiting = modules;
     while (!waiting.isEmpty() && !deadline.hasExpired()) {
         waiting.removeIf([this](const QString &module) {
-            return processState(processIdOf(module)) != ProcessState::Running;
+            return processState(knownModules.processIdOf(module)) != ProcessState::Running;
         });
         QThread::msleep(settlePollPause.count());
     }
@@ -146,7 +146,7 @@ void VYXSaveRestore::settlePausedModules(const QStringList &modules)
 void VYXSaveRestore::unstopModules(const QStringList &modules)
 {
     for (const QString &module : modules) {
-        const QString pid = processIdOf(module);
+        const QString pid = knownModules.processIdOf(module);
         if (module != getModuleName() && isProcessId(pid)) {
             continueModule(module, pid);
         }

@@ -74,11 +74,12 @@ bool VYXSaveRestore::saveIsPossible()
 bool VYXSaveRestore::prepareSave()
 {
     stagingFailed = false;
-    if (!parseRestorableConfigFiles() || (restorableObjects.isEmpty() && !saveGroups.isEmpty())) {
+    if (!knownModules.parseRestorableConfigFiles(waiter) ||
+        (knownModules.objects().isEmpty() && !knownModules.groups().isEmpty())) {
         reportFailure("The modules to save are not known: abort backup operations.");
         return false;
     }
-    completeSaveGroups();
+    knownModules.completeSaveGroups();
     cleanRestoreDirectory();
     cleanSaveDirectory();
     stageVersionFiles();
@@ -87,7 +88,7 @@ bool VYXSaveRestore::prepareSave()
 
 void VYXSaveRestore::stageVersionFiles()
 {
-    for (const RestorableObject &object : std::as_const(restorableObjects)) {
+    for (const RestorableObject &object : knownModules.objects()) {
         const QString path = DevicePaths::staged(ItemNames::versionFileName(object.getName()));
         const QString text = object.getRelease() + "::" + object.getVersion();
         if (!runShellLine(waiter, ShellText::printCommand(text) + " > " + ShellText::quoted(path))
@@ -125,7 +126,7 @@ bool VYXSaveRestore::runSavePasses()
 
 bool VYXSaveRestore::startSaveOnRepositoryForPriority(RestorableObject::RestorablePriority priority)
 {
-    const SaveGroups groups = saveGroups;
+    const SaveGroups groups = knownModules.groups();
     QSet<QString> done;
     logDebug("saving order size: %1", groups.size());
     for (const QStringList &group : groups) {
@@ -167,27 +168,10 @@ bool VYXSaveRestore::stageGroupDatabases(const QStringList &group, const QString
     return true;
 }
 
-/// Modules that have come since the groups were made may depend on others: all groups are made anew.
-void VYXSaveRestore::completeSaveGroups()
-{
-    if (!haveGroups(restorableObjects, saveGroups)) {
-        computeSaveGroups();
-    }
-}
-
-void VYXSaveRestore::computeSaveGroups()
-{
-    saveGroups = computeGroups(restorableObjects);
-    int number = 0;
-    for (const QStringList &group : std::as_const(saveGroups)) {
-        logDebug("Save group #%1: %2", ++number, group.join(' '));
-    }
-}
-
 void VYXSaveRestore::saveMigrationBinaries(const QStringList &modules)
 {
     for (const QString &module : modules) {
-        const RestorableObject *object = findObject(module);
+        const RestorableObject *object = knownModules.findObject(module);
         const QString release = object != nullptr ? object->getRelease() : QString();
         const QString version = object != nullptr ? object->getVersion() : QString();
         const QString path = DevicePaths::fetched(ItemNames::versionFileName(module));

@@ -25,7 +25,7 @@ void VYXSaveRestore::stageFiles(const QStringList &modules, RestorableObject::Re
             stagingFailed = true;
             return;
         }
-        const RestorableObject *object = findObject(module);
+        const RestorableObject *object = knownModules.findObject(module);
         if (object == nullptr) {
             continue;
         }
@@ -44,7 +44,7 @@ void VYXSaveRestore::copyDatabasesIntoTemp(const QStringList &modules)
     for (const QString &module : modules) {
         Staging::createModuleDirectory(module);
         ChecksumAppender checksums(Staging::checksumFile(module));
-        const RestorableObject *object = findObject(module);
+        const RestorableObject *object = knownModules.findObject(module);
         if (object == nullptr) {
             continue;
         }
@@ -62,7 +62,7 @@ void VYXSaveRestore::copyDatabasesIntoTemp(const QStringList &modules)
 void VYXSaveRestore::dumpDatabases(const QStringList &modules)
 {
     for (const QString &module : modules) {
-        if (const RestorableObject *object = findObject(module)) {
+        if (const RestorableObject *object = knownModules.findObject(module)) {
             DatabaseStaging staging(module, waiter);
             for (const RestorableDatabase &database : object->getDatabases()) {
                 staging.dump(database);

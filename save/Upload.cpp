@@ -122,7 +122,7 @@ void VYXSaveRestore::sendVersionFiles(UploadRun &run)
 
 void VYXSaveRestore::fetchPreviousState(UploadRun &run)
 {
-    for (const RestorableObject &object : std::as_const(restorableObjects)) {
+    for (const RestorableObject &object : knownModules.objects()) {
         if (!object.hasItems()) {
             continue;
         }
@@ -161,7 +161,7 @@ void VYXSaveRestore::completeChecksumFiles(UploadRun &run)
     LinesByModule all = run.previousLines;
     for (const QString &file : stagedFiles("*.cksum")) {
         const QString module = file.chopped(QString(".cksum").size());
-        const RestorableObject *object = findObject(module);
+        const RestorableObject *object = knownModules.findObject(module);
         const auto stagedLines = readChecksumFile(DevicePaths::staged(file));
         if (object == nullptr || !object->hasItems() || !stagedLines) {
             continue;

@@ -4,6 +4,7 @@
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "platform/records/TimePattern.h"
+#include "restorable/RestorableListing.h"
 #include "restore/LiveData.h"
 
 #include <QCoreApplication>
@@ -30,7 +31,12 @@ VYXSaveRestore *VYXSaveRestore::instance()
     return singleton;
 }
 
-VYXSaveRestore::VYXSaveRestore() : VYXModule("VYXSaveRestore") {}
+VYXSaveRestore::VYXSaveRestore() : VYXModule("VYXSaveRestore"), knownModules(*this) {}
+
+QString VYXSaveRestore::printRestorableFiles()
+{
+    return restorableListing(knownModules.objects());
+}
 
 VYXSaveRestore::~VYXSaveRestore()
 {
@@ -99,9 +105,9 @@ bool VYXSaveRestore::Run()
         logError("Could not remove scheduled task");
     }
     readSettings();
-    parseRestorableConfigFiles();
-    if (!restorableObjects.isEmpty()) {
-        computeSaveGroups();
+    knownModules.parseRestorableConfigFiles(waiter);
+    if (!knownModules.objects().isEmpty()) {
+        knownModules.computeSaveGroups();
     }
     checkCapability();
     return true;

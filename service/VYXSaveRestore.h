@@ -8,7 +8,7 @@
 #include "platform/records/Setting.h"
 #include "platform/records/UpdateReport.h"
 #include "repository/RepositoryManager.h"
-#include "restorable/RestorableObject.h"
+#include "restorable/KnownModules.h"
 #include "restorable/SaveGroups.h"
 #include "restore/DownloadList.h"
 
@@ -143,12 +143,6 @@ private:
     void cancelScheduledTask();
     bool replaceScheduledTask(const QList<int> &hours, int minute);
 
-    // restorable: discovery
-    bool parseRestorableConfigFiles();
-    void describeModules();
-    const RestorableObject *findObject(const QString &module) const;
-    QString processIdOf(const QString &module) const;
-
     // save: pause and resume
     bool stopModules(const QStringList &modules, bool save);
     bool areModulesPaused();
@@ -165,8 +159,6 @@ private:
     void dumpDatabases(const QStringList &modules);
 
     // save: orchestration
-    void computeSaveGroups();
-    void completeSaveGroups();
     bool saveIsPossible();
     bool prepareSave();
     bool runSavePasses();
@@ -225,9 +217,7 @@ private:
     void refreshListOfModulesToReset();
 
     Waiter waiter;
-    QList<ApplicationConfig> modulesList;
-    QList<RestorableObject> restorableObjects;
-    SaveGroups saveGroups;
+    KnownModules knownModules;
     RepositoryManager *repository = nullptr;
     QMap<QString, PausedModule> pausedModules;
     QMap<QString, bool> resetModules;

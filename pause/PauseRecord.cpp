@@ -32,16 +32,15 @@ bool PausingProcess::isAlive() const
 
 namespace PauseRecord {
 
-void write(const QMap<QString, QString> &pidByModule)
+void write(const QList<std::pair<QString, QString>> &group)
 {
     QSaveFile file(DevicePaths::pauseRecord());
     bool written = file.open(QIODevice::WriteOnly);
-    for (auto module = pidByModule.cbegin(); written && module != pidByModule.cend(); ++module) {
-        const QString startTime = startTimeOf(module.value());
+    for (const auto &[module, pid] : group) {
+        const QString startTime = startTimeOf(pid);
         if (!startTime.isEmpty()) {
-            const QByteArray line =
-                QStringList{module.key(), module.value(), startTime}.join('\t').toUtf8() + "\n";
-            written = file.write(line) == line.size();
+            const QByteArray line = QStringList{module, pid, startTime}.join('\t').toUtf8() + "\n";
+            written = written && file.write(line) == line.size();
         }
     }
     if (!written || !file.commit()) {

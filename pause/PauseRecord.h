@@ -1,8 +1,9 @@
 #pragma once
 
 #include <QList>
-#include <QMap>
 #include <QString>
+
+#include <utility>
 
 /// A process that was asked to pause, told apart from a later one of the same number by its start time.
 struct PausingProcess
@@ -19,8 +20,8 @@ struct PausingProcess
 /// start.
 namespace PauseRecord {
 
-/// Note the processes; those that do not exist are left out.
-void write(const QMap<QString, QString> &pidByModule);
+/// Note modules with their process ids; processes that do not exist are left out.
+void write(const QList<std::pair<QString, QString>> &group);
 QList<PausingProcess> read();
 void remove();
 

@@ -19,7 +19,7 @@ bool VYXSaveRestore::resetToDefault()
             resetModules.insert(module.getName(), false);
         }
     }
-    if (requestResets("reset_data_default", "reset_default_done", defaultResetLimit)) {
+    if (requestResets("reset_data_default", "reset_default_done", limits.defaultReset)) {
         notifyEvent(VYXEvent("reset_data_default_complete"));
     }
     return resetNeedsReboot;
@@ -36,7 +36,7 @@ void VYXSaveRestore::resetToFactory()
     for (const ApplicationConfig &module : knownModules.modulesList()) {
         resetModules.insert(module.getName(), false);
     }
-    if (requestResets("reset_data_factory", "reset_factory_done", factoryResetLimit)) {
+    if (requestResets("reset_data_factory", "reset_factory_done", limits.factoryReset)) {
         asyncRemoteCall("ApplicationManager", "stopAll", {});
     }
 }

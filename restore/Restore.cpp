@@ -159,11 +159,11 @@ void VYXSaveRestore::restoreGroup(const QStringList &group, const QList<PlannedL
         }
     };
     if (high) {
-        if (!stopModules(group, false) && !VYXApplication::isEnding()) {
+        const Pause pause = pauses.stopModules(knownModules.processesOf(group), false, waiter);
+        if (!pause.holds() && !VYXApplication::isEnding()) {
             logWarning("The data of module(s) %1 are restored while they run", group.join(' '));
         }
         forEach(DownloadLine::Database, &VYXSaveRestore::restoreDatabase);
-        unstopModules(group);
     }
     forEach(DownloadLine::Directory, &VYXSaveRestore::restoreDirectory);
     forEach(DownloadLine::File, &VYXSaveRestore::restoreFile);

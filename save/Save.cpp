@@ -151,16 +151,18 @@ bool VYXSaveRestore::startSaveOnRepositoryForPriority(RestorableObject::Restorab
 
 bool VYXSaveRestore::stageGroupDatabases(const QStringList &group, const QStringList &modules)
 {
-    if (!stopModules(group, true)) {
-        logDebug("Stopping modules failed: abort save/restore");
-        return false;
+    {
+        const Pause pause = pauses.stopModules(knownModules.processesOf(group), true, waiter);
+        if (!pause.holds()) {
+            logDebug("Stopping modules failed: abort save/restore");
+            return false;
+        }
+        logDebug("Stopping modules done");
+        logDebug("Presaving databases");
+        copyDatabasesIntoTemp(modules);
+        logDebug("Presaving done");
+        logDebug("Unstopping modules");
     }
-    logDebug("Stopping modules done");
-    logDebug("Presaving databases");
-    copyDatabasesIntoTemp(modules);
-    logDebug("Presaving done");
-    logDebug("Unstopping modules");
-    unstopModules(group);
     logDebug("Unstopping done");
     logDebug("Saving databases");
     dumpDatabases(modules);

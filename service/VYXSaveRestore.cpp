@@ -23,15 +23,18 @@ constexpr auto transferInactivityLimit = 60s;
 
 } // namespace
 
-VYXSaveRestore *VYXSaveRestore::instance()
+VYXSaveRestore *VYXSaveRestore::instance(const ServiceLimits &limits)
 {
     if (singleton == nullptr) {
-        singleton = new VYXSaveRestore;
+        singleton = new VYXSaveRestore(limits);
     }
     return singleton;
 }
 
-VYXSaveRestore::VYXSaveRestore() : VYXModule("VYXSaveRestore"), knownModules(*this) {}
+VYXSaveRestore::VYXSaveRestore(const ServiceLimits &limits)
+    : VYXModule("VYXSaveRestore"), knownModules(*this), pauses(*this, limits.pause), limits(limits)
+{
+}
 
 QString VYXSaveRestore::printRestorableFiles()
 {
@@ -65,7 +68,7 @@ bool VYXSaveRestore::Init()
     registerDBusUpdateReport();
     createWorkingDirectories();
     LiveData::recoverAll(DevicePaths::dataRoot());
-    resumeAfterKill();
+    pauses.start();
 
     lowPriority = true;
     normalPriority = true;
@@ -84,8 +87,6 @@ bool VYXSaveRestore::Init()
     // Nothing is on the stack any more when the event loop has ended.
     connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
             [this] { delete std::exchange(repository, nullptr); });
-    subscribeEvent("stop_save_restore_OK", this,
-                   [this](const VYXEvent &event) { moduleStopForSaveRestore(event); });
     subscribeEvent("reset_default_done", this, [this](const VYXEvent &event) { moduleResetDone(event); });
     subscribeEvent("reset_factory_done", this, [this](const VYXEvent &event) { moduleResetDone(event); });
 

@@ -2,6 +2,7 @@
 
 #include "catalogue/ChecksumComparison.h"
 #include "catalogue/SavedVersion.h"
+#include "pause/PauseKeeper.h"
 #include "platform/core/VYXModule.h"
 #include "platform/core/Waiter.h"
 #include "platform/records/ApplicationConfig.h"
@@ -21,6 +22,15 @@
 #include <chrono>
 #include <optional>
 
+/// How long the service waits for other modules.
+struct ServiceLimits
+{
+    PauseLimits pause;
+    std::chrono::milliseconds defaultReset =
+        std::chrono::seconds(20); ///< for the reports of a reset to default
+    std::chrono::milliseconds factoryReset = std::chrono::seconds(120); ///< and of one to factory
+};
+
 /// The module object of the save/restore service.
 ///
 /// Everything runs on the main thread, in slots. A save or restore is one synchronous slot call that
@@ -32,8 +42,8 @@ class VYXSaveRestore : public VYXModule
     Q_CLASSINFO("D-Bus Interface", "com.corvane.Pelorin.VYXInterface")
 
 public:
-    /// The one object of the process, created on first use.
-    static VYXSaveRestore *instance();
+    /// The one object of the process, created on first use, with the limits of that call.
+    static VYXSaveRestore *instance(const ServiceLimits &limits = {});
     ~VYXSaveRestore() override;
 
     bool Check() override;
@@ -41,16 +51,6 @@ public:
     bool Init() override;
     bool Run() override;
     bool Stop() override;
-
-    /// Time between two looks at the modules that were asked to pause (500 ms).
-    void setPausePollPeriod(std::chrono::milliseconds period) { pausePollPeriod = period; }
-
-    /// How long a reset to default (20 s) and one to factory (120 s) wait for the modules' reports.
-    void setResetLimits(std::chrono::milliseconds toDefault, std::chrono::milliseconds toFactory)
-    {
-        defaultResetLimit = toDefault;
-        factoryResetLimit = toFactory;
-    }
 
 Q_SIGNALS:
     void start_priority_save(RestorableObject::RestorablePriority priority);
@@ -98,7 +98,6 @@ protected:
 private Q_SLOTS:
     void setSaveRestoreEnabled(bool enable);
     void checkCapability();
-    void moduleStopForSaveRestore(VYXEvent evt);
     void moduleResetDone(VYXEvent evt);
     bool startSaveOnRepositoryForPriority(RestorableObject::RestorablePriority priority);
     void startRestoreFromRepositoryForPriority(RestorableObject::RestorablePriority priority);
@@ -108,11 +107,6 @@ private Q_SLOTS:
     void httpOperationDone();
 
 private:
-    struct PausedModule
-    {
-        QString pid;
-        bool ready = false; ///< the module said that it is about to pause
-    };
     /// A line of the download list of a module.
     struct PlannedLine
     {
@@ -122,7 +116,7 @@ private:
     struct UploadRun;
     struct RestorePlan;
 
-    VYXSaveRestore();
+    explicit VYXSaveRestore(const ServiceLimits &limits);
 
     // service: life cycle, settings, schedule, choice of repository
     static void createWorkingDirectory(const QString &path, const char *warning);
@@ -142,15 +136,6 @@ private:
     bool getFileAndWait(const QString &file, const QString &directory, bool wait);
     void cancelScheduledTask();
     bool replaceScheduledTask(const QList<int> &hours, int minute);
-
-    // save: pause and resume
-    bool stopModules(const QStringList &modules, bool save);
-    bool areModulesPaused();
-    void unstopModules(const QStringList &modules);
-    bool continueModule(const QString &module, const QString &pid);
-    void settlePausedModules(const QStringList &modules);
-    void resumeLateModule(const QString &module, const QString &pid, int triesLeft);
-    void resumeAfterKill();
 
     // save: staging
     void cleanSaveDirectory();
@@ -218,8 +203,8 @@ private:
 
     Waiter waiter;
     KnownModules knownModules;
+    PauseKeeper pauses;
     RepositoryManager *repository = nullptr;
-    QMap<QString, PausedModule> pausedModules;
     QMap<QString, bool> resetModules;
     bool resetNeedsReboot = false;
     bool saveRestoreEnabled = false;
@@ -235,15 +220,11 @@ private:
 
     bool operationRunning = false;
     bool stagingFailed = false;   ///< what was staged is not whole and must not replace what is saved
-    bool pausing = false;         ///< modules are being paused or are paused
-    QSet<QString> askedModules;   ///< modules that were ever asked to pause
     int uncountedSends = 0;       ///< sends under way that `pendingOperations` leaves out
     int repositoryGeneration = 0; ///< changes whenever `repository` stands for another place
     int operationGeneration = 0;  ///< the generation with which the running restore began
     int failedItems = 0;          ///< items that the running restore could not put back
     QMap<QString, QString> plannedDirectories; ///< fetched archive to the directory that it is unpacked into
     QString expectedReport; ///< name of the only event that counts as a report; empty before any reset
-    std::chrono::milliseconds pausePollPeriod = std::chrono::milliseconds(500);
-    std::chrono::milliseconds defaultResetLimit = std::chrono::seconds(20);
-    std::chrono::milliseconds factoryResetLimit = std::chrono::seconds(120);
+    ServiceLimits limits;
 };

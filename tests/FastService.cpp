@@ -7,8 +7,7 @@ int main(int argc, char **argv)
 {
     VYXApplication application(argc, argv);
     VYXApplication::setApplicationName("VYXSaveRestore");
-    VYXSaveRestore::instance()->setPausePollPeriod(10ms);
-    VYXSaveRestore::instance()->setResetLimits(1s, 2s);
+    VYXSaveRestore::instance({.pause = {.pollPeriod = 10ms}, .defaultReset = 1s, .factoryReset = 2s});
     const int status = VYXApplication::exec();
     delete VYXSaveRestore::instance();
     return status;

@@ -1,0 +1,203 @@
+#include "pause/PauseKeeper.h"
+
+#include "pause/PauseRecord.h"
+#include "platform/core/Middleware.h"
+#include "platform/core/VYXEvent.h"
+#include "platform/core/Waiter.h"
+#include "platform/logger/VYXLogger.h"
+
+#include <QDeadlineTimer>
+#include <QStringList>
+#include <QThread>
+#include <QTimer>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto settleLimit = 5s;
+constexpr auto settlePollPause = 20ms;
+constexpr int lateResumeTries = 20;
+constexpr auto lateResumePause = 250ms;
+
+QStringList namesOf(const PauseGroup &group)
+{
+    QStringList names;
+    for (const auto &process : group) {
+        names << process.first;
+    }
+    return names;
+}
+
+/// True when the process runs again, or has ended.
+bool continueModule(const QString &module, const QString &pid)
+{
+    logDebug("Unstopping module %1 (%2)", module, "kill -SIGCONT " + pid);
+    if (kill(static_cast<pid_t>(pid.toInt()), SIGCONT) == 0) {
+        return true;
+    }
+    const bool ended = errno == ESRCH;
+    logError("Could not resume module %1 (%2)", module, pid);
+    return ended;
+}
+
+} // namespace
+
+Pause::~Pause()
+{
+    if (keeper != nullptr) {
+        keeper->unstopModules();
+    }
+}
+
+PauseKeeper::PauseKeeper(Middleware &middleware, PauseLimits limits) : middleware(middleware), limits(limits)
+{
+}
+
+void PauseKeeper::start()
+{
+    middleware.subscribeEvent("stop_save_restore_OK", this,
+                              [this](const VYXEvent &event) { moduleStopForSaveRestore(event); });
+    for (const PausingProcess &process : PauseRecord::read()) {
+        if (process.isAlive()) {
+            asked.insert(process.module, process.pid);
+            resumeLateModule(process.module, process.pid, lateResumeTries);
+        }
+    }
+    QTimer::singleShot(lateResumeTries * lateResumePause, this, [this] {
+        if (current.isEmpty()) {
+            PauseRecord::remove();
+        }
+    });
+}
+
+Pause PauseKeeper::stopModules(const PauseGroup &group, bool save, Waiter &waiter)
+{
+    current = group;
+    current.removeIf([this](const auto &process) { return process.first == middleware.getModuleName(); });
+    ask(save);
+    const QString names = namesOf(current).join(", ");
+    logInfo("Wait for modules to be paused (%1)", names);
+    for (int poll = 0; !areModulesPaused(); ++poll) {
+        if (poll == limits.polls || !waiter.dispatchEventsFor(limits.pollPeriod)) {
+            logWarning("Failed to stop all modules for save/restore");
+            if (waiter.endReason() == Waiter::End::ProcessEnds) {
+                settlePausedModules();
+            }
+            unstopModules();
+            return Pause(nullptr);
+        }
+    }
+    logInfo("All modules paused, ready to save/restore");
+    return Pause(this);
+}
+
+void PauseKeeper::ask(bool save)
+{
+    logDebug("Stop modules: %1", namesOf(current).join(", "));
+    QString names;
+    for (const auto &[module, pid] : std::as_const(current)) {
+        names += module + ":";
+        logDebug("%1: %2", module, pid);
+        asked.insert(module, pid);
+    }
+    PauseRecord::write(current);
+    VYXEvent event("stop_save_restore");
+    event.addArgument(names, "ModulesPidsList", true);
+    event.addArgument(save, "Save", true);
+    logDebug("Ask modules to prepare for saving/restoring data: %1", names);
+    middleware.notifyEvent(event);
+}
+
+bool PauseKeeper::areModulesPaused() const
+{
+    for (const auto &[module, pid] : current) {
+        if (!isProcessId(pid)) {
+            logError("Wrong module pid: %1:%2", module, pid);
+            continue;
+        }
+        logDebug("%1", statFileName(pid));
+        const auto state = processStateLetter(pid);
+        if (!state) {
+            logWarning("Can not open /proc/%1/stat for module %2", pid, module);
+            continue;
+        }
+        logDebug("Process %1 state: %2", module, *state);
+        if (!isPausedState(*state)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// When the process ends, nobody will be there to resume a module that is still on its way to pause: give
+/// each a moment to arrive.
+void PauseKeeper::settlePausedModules() const
+{
+    const QDeadlineTimer deadline(settleLimit);
+    PauseGroup waiting = current;
+    while (!waiting.isEmpty() && !deadline.hasExpired()) {
+        waiting.removeIf(
+            [](const auto &process) { return processState(process.second) != ProcessState::Running; });
+        QThread::msleep(settlePollPause.count());
+    }
+}
+
+void PauseKeeper::unstopModules()
+{
+    const PauseGroup group = std::exchange(current, {});
+    PauseGroup stopped;
+    for (const auto &process : group) {
+        const auto &[module, pid] = process;
+        if (!isProcessId(pid)) {
+            continue;
+        }
+        const bool onItsWay = processState(pid) == ProcessState::Running;
+        if (!continueModule(module, pid)) {
+            stopped << process;
+        } else if (onItsWay) {
+            resumeLateModule(module, pid, lateResumeTries);
+        }
+    }
+    // Whoever could not be resumed is left to the next start.
+    if (stopped.isEmpty()) {
+        PauseRecord::remove();
+    } else {
+        PauseRecord::write(stopped);
+    }
+}
+
+bool PauseKeeper::isInGroup(const QString &module) const
+{
+    return std::any_of(current.cbegin(), current.cend(),
+                       [&](const auto &process) { return process.first == module; });
+}
+
+void PauseKeeper::moduleStopForSaveRestore(const VYXEvent &evt)
+{
+    const QString module = evt.getArgument("ModuleName").toString();
+    logDebug("Module '%1' said it is ready for Save/Restore", module);
+    if (!isInGroup(module) && asked.contains(module)) {
+        resumeLateModule(module, asked.value(module), lateResumeTries);
+    }
+}
+
+/// A module that pauses after the wait for it has ended would stay paused.
+void PauseKeeper::resumeLateModule(const QString &module, const QString &pid, int triesLeft)
+{
+    const bool wanted = isInGroup(module);
+    if (!wanted && processState(pid) == ProcessState::Paused) {
+        logWarning("Module '%1' has paused too late and is resumed", module);
+        continueModule(module, pid);
+        return;
+    }
+    if (triesLeft > 0) {
+        QTimer::singleShot(lateResumePause, this, [this, module, pid, wanted, triesLeft] {
+            resumeLateModule(module, pid, wanted ? triesLeft : triesLeft - 1);
+        });
+    }
+}

@@ -31,6 +31,7 @@ void VYXSaveRestore::startRestoreFromRepository()
     }
     knownModules.completeSaveGroups();
     operationGeneration = repositoryGeneration;
+    priorities = settings.priorities;
     failedItems = 0;
     cleanRestoreDirectory();
     cleanSaveDirectory();
@@ -58,7 +59,7 @@ void VYXSaveRestore::startRestoreFromRepository()
 
 bool VYXSaveRestore::restoreIsPossible()
 {
-    if (!saveRestoreEnabled) {
+    if (!settings.enabled) {
         logDebug("Save/Restore is disabled: abort restore operations.");
         showFailure("Save/Restore is disabled: abort restore operations.");
         return false;
@@ -85,15 +86,15 @@ bool VYXSaveRestore::isRestoreBrokenOff()
 
 void VYXSaveRestore::runRestorePasses()
 {
-    if (highPriority) {
+    if (priorities.high) {
         logDebug("Start restoring High Priority data");
         startRestoreFromRepositoryForPriority(RestorableObject::high);
     }
-    if (normalPriority) {
+    if (priorities.normal) {
         logDebug("Start restoring Normal Priority data");
         startRestoreFromRepositoryForPriority(RestorableObject::normal);
     }
-    if (lowPriority) {
+    if (priorities.low) {
         logDebug("Start restoring Low Priority data");
         startRestoreFromRepositoryForPriority(RestorableObject::low);
     }

@@ -37,6 +37,7 @@ bool VYXSaveRestore::startSaveOnRepository()
         return false;
     }
     const int generation = repositoryGeneration;
+    priorities = settings.priorities;
     logInfo("Start saving operations");
     if (!prepareSave() || !runSavePasses()) {
         return false;
@@ -58,7 +59,7 @@ bool VYXSaveRestore::startSaveOnRepository()
 
 bool VYXSaveRestore::saveIsPossible()
 {
-    if (!saveRestoreEnabled) {
+    if (!settings.enabled) {
         logWarning("Save/Restore is disabled: abort backup operations.");
         showFailure("Save/Restore is disabled: abort.");
         return false;
@@ -102,18 +103,18 @@ void VYXSaveRestore::stageVersionFiles()
 
 bool VYXSaveRestore::runSavePasses()
 {
-    if (highPriority) {
+    if (priorities.high) {
         logDebug("Start saving High Priority data");
         if (!startSaveOnRepositoryForPriority(RestorableObject::high) && !VYXApplication::isEnding()) {
             logError("Saving High Priority data failed: aborting save/restore");
             return false;
         }
     }
-    if (normalPriority && !VYXApplication::isEnding()) {
+    if (priorities.normal && !VYXApplication::isEnding()) {
         logDebug("Start saving Normal Priority data");
         startSaveOnRepositoryForPriority(RestorableObject::normal);
     }
-    if (lowPriority && !VYXApplication::isEnding()) {
+    if (priorities.low && !VYXApplication::isEnding()) {
         logDebug("Start saving Low Priority data");
         startSaveOnRepositoryForPriority(RestorableObject::low);
     }

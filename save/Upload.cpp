@@ -149,15 +149,7 @@ void VYXSaveRestore::fetchPreviousState(UploadRun &run)
 
 void VYXSaveRestore::completeChecksumFiles(UploadRun &run)
 {
-    QSet<QString> savedPriorities;
-    const QList<QPair<bool, int>> passes = {{highPriority, RestorableObject::high},
-                                            {normalPriority, RestorableObject::normal},
-                                            {lowPriority, RestorableObject::low}};
-    for (const auto &[saved, priority] : passes) {
-        if (saved) {
-            savedPriorities << priorityName(priority);
-        }
-    }
+    const QSet<QString> savedPriorities = priorities.names();
     LinesByModule all = run.previousLines;
     for (const QString &file : stagedFiles("*.cksum")) {
         const QString module = file.chopped(QString(".cksum").size());

@@ -80,23 +80,6 @@ void VYXSaveRestore::replaceRepository(RepositoryManager *replacement)
     uncountedSends = 0;
 }
 
-ListSetting VYXSaveRestore::repositoryUrlChanged(Setting setting)
-{
-    const QString url = setting.getValue();
-    if (url.isEmpty()) {
-        logInfo("Change Save/Restore url: none");
-        saveRestoreEnabled = false;
-        checkCapability();
-        return {};
-    }
-    logInfo("Change Save/Restore url: %1", RepositoryUrl::forDisplay(url));
-    if (setRepositoryUrl(url) && (highPriority || normalPriority || lowPriority)) {
-        saveRestoreEnabled = true;
-    }
-    checkCapability();
-    return {};
-}
-
 bool VYXSaveRestore::repositoryIsUsable(const QString &operation)
 {
     const QString url = repository->getRepositoryUrl();

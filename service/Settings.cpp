@@ -1,187 +1,89 @@
-#include "platform/logger/VYXLogger.h"
-#include "repository/RepositoryUrl.h"
-#include "service/VYXSaveRestore.h"
+#include "service/Settings.h"
 
 namespace {
 
-const char *const capabilityName = "SAVE_RESTORE_ENABLE";
+constexpr int mandatory = 1;
+constexpr int all = 2;
 
 } // namespace
 
-std::optional<QString> VYXSaveRestore::readSetting(const QString &name)
+Settings Settings::withLevel(int level, bool hasRepository) const
 {
-    const RemoteCallResult result = callModule("SettingsManager", "getSettingValue", {name}, waiter);
-    if (result.outcome == RemoteCallResult::Unreachable) {
-        logError("Could not retrieve setting %1", name);
-        return std::nullopt;
+    Settings changed = *this;
+    const bool some = level == mandatory || level == all;
+    changed.enabled = some && (enabled || hasRepository);
+    changed.priorities = {.high = some, .normal = level == all, .low = level == all};
+    return changed;
+}
+
+Settings Settings::withRepository(bool hasRepository) const
+{
+    Settings changed = *this;
+    changed.enabled = hasRepository && (enabled || priorities.any());
+    return changed;
+}
+
+Settings Settings::withPriorities(const Priorities &newPriorities) const
+{
+    Settings changed = *this;
+    changed.priorities = newPriorities;
+    return changed;
+}
+
+Settings Settings::withSchedule(int hours) const
+{
+    Settings changed = *this;
+    changed.schedule = hours;
+    return changed;
+}
+
+Settings Settings::withScheduleType(int type) const
+{
+    Settings changed = *this;
+    if (type == Disabled || type == Frequency || type == Time) {
+        changed.scheduleType = static_cast<ScheduleType>(type);
     }
-    return result.value.toString();
+    return changed;
 }
 
-void VYXSaveRestore::readSettings()
+QString Settings::text(const QString &url) const
 {
-    if (const auto url = readSetting("SaveRestoreUrl")) {
-        if (*url != "UNDEFINED") {
-            logInfo("SaveRestore url: '%1'", RepositoryUrl::forDisplay(*url));
-            setRepositoryUrl(*url);
-        } else {
-            logInfo("Undefined default value for SaveRestoreUrl Setting");
-        }
+    QString text = QString("Save/Restore enabled: %1\n").arg(enabled ? "true" : "false");
+    if (priorities.high) {
+        const bool everything = priorities.normal && priorities.low;
+        text += QString("Save/Restore level: %1\n").arg(everything ? "all" : "mandatory");
     }
-    if (const auto level = readSetting("SaveRestoreLevel")) {
-        setSaveRestoreLevel(level->toInt());
+    text += QString("Save/Restore url: %1\n").arg(url);
+    text += QString("Schedule hour: %1\n").arg(schedule);
+    switch (scheduleType) {
+    case Disabled:
+        return text + "Schedule type: Disabled\n";
+    case Frequency:
+        return text + "Schedule type: Frequency\n";
+    case Time:
+        return text + "Schedule type: Time\n";
     }
-    if (const auto schedule = readSetting("SaveRestoreSchedule")) {
-        saveSchedule = schedule->toInt();
-        refreshSaveFrequency();
-        logInfo("Change Save/Restore schedule time/frequency: %1", saveSchedule);
+    return text;
+}
+
+QString levelName(int level)
+{
+    if (level == mandatory) {
+        return "mandatory";
     }
-    if (const auto type = readSetting("SaveRestoreScheduleType")) {
-        applyScheduleType(type->toInt());
-        refreshSaveFrequency();
-    }
+    return level == all ? "all" : "none";
 }
 
-bool VYXSaveRestore::hasRepositoryUrl()
-{
-    return repository != nullptr && !repository->getRepositoryUrl().isEmpty();
-}
-
-Capability VYXSaveRestore::computedCapability()
-{
-    return {capabilityName,
-            saveRestoreEnabled && hasRepositoryUrl() ? Capability::AVAILABLE : Capability::UNAVAILABLE};
-}
-
-void VYXSaveRestore::checkCapability()
-{
-    const Capability current = getCapability(capabilityName);
-    const Capability computed = computedCapability();
-    const bool available = computed.getState() == Capability::AVAILABLE;
-    if (available) {
-        logDebug("Capability AVAILABLE (%1)", RepositoryUrl::forDisplay(repository->getRepositoryUrl()));
-    }
-    const char *const state = available ? "AVAILABLE" : "UNAVAILABLE";
-    if (current.getState() == computed.getState()) {
-        logDebug("Capability unchange: %1", state);
-    } else {
-        logInfo("Capability change: %1", state);
-    }
-    setCapability(computed);
-}
-
-void VYXSaveRestore::setSaveRestoreEnabled(bool enable)
-{
-    saveRestoreEnabled = enable;
-    checkCapability();
-}
-
-void VYXSaveRestore::setSaveRestoreLevel(int level)
-{
-    const bool mandatory = level == 1;
-    const bool all = level == 2;
-    logInfo("Change Save/Restore level: %1", mandatory ? "mandatory" : all ? "all" : "none");
-    if (!mandatory && !all) {
-        setSaveRestoreEnabled(false);
-    } else if (hasRepositoryUrl()) {
-        setSaveRestoreEnabled(true);
-    }
-    setSaveRestorePriority(mandatory || all, all, all);
-    checkCapability();
-}
-
-void VYXSaveRestore::setSaveRestorePriority(bool high, bool normal, bool low)
-{
-    highPriority = high;
-    normalPriority = normal;
-    lowPriority = low;
-}
-
-void VYXSaveRestore::setSaveRestoreHighPriority(bool high)
-{
-    highPriority = high;
-}
-
-void VYXSaveRestore::setSaveRestoreNormalPriority(bool normal)
-{
-    normalPriority = normal;
-}
-
-void VYXSaveRestore::setSaveRestoreLowPriority(bool low)
-{
-    lowPriority = low;
-}
-
-ListSetting VYXSaveRestore::saveRestoreLevelChanged(Setting setting)
-{
-    setSaveRestoreLevel(setting.getValue().toInt());
-    return {};
-}
-
-ListSetting VYXSaveRestore::saveRestoreScheduleChanged(Setting setting)
-{
-    saveSchedule = setting.getValue().toInt();
-    logInfo("Change Save/Restore hour: %1", saveSchedule);
-    refreshSaveFrequency();
-    return {};
-}
-
-void VYXSaveRestore::applyScheduleType(int type)
+QString scheduleTypeName(int type)
 {
     switch (type) {
-    case 0:
-        logInfo("Change Save/Restore schedule type: cancel scheduled task");
-        break;
-    case 1:
-        logInfo("Change Save/Restore schedule type: frequency");
-        break;
-    case 2:
-        logInfo("Change Save/Restore schedule type: time");
-        break;
+    case Settings::Disabled:
+        return "cancel scheduled task";
+    case Settings::Frequency:
+        return "frequency";
+    case Settings::Time:
+        return "time";
     default:
-        return;
-    }
-    saveScheduleType = type;
-}
-
-ListSetting VYXSaveRestore::saveRestoreScheduleTypeChanged(Setting setting)
-{
-    applyScheduleType(setting.getValue().toInt());
-    refreshSaveFrequency();
-    return {};
-}
-
-UpdateReport VYXSaveRestore::saveRestoreScheduleValidation(Setting setting)
-{
-    UpdateReport report;
-    report.setValid(true);
-    report.setRequiresReboot(0);
-    const int value = setting.getValue().toInt();
-    if (value < 1 || value > 24) {
-        report.setValid(false);
-        report.setMessage("Schedule time/frequency is invalid");
-        logDebug("Invalid scheduled time: %1 not in [1,24]", value);
-    }
-    return report;
-}
-
-QString VYXSaveRestore::printSettings()
-{
-    QString text = QString("Save/Restore enabled: %1\n").arg(saveRestoreEnabled ? "true" : "false");
-    if (highPriority) {
-        text += QString("Save/Restore level: %1\n").arg(normalPriority && lowPriority ? "all" : "mandatory");
-    }
-    text +=
-        QString("Save/Restore url: %1\n").arg(repository != nullptr ? repository->getRepositoryUrl() : "");
-    text += QString("Schedule hour: %1\n").arg(saveSchedule);
-    switch (saveScheduleType) {
-    case 0:
-        return text + "Schedule type: Disabled\n";
-    case 1:
-        return text + "Schedule type: Frequency\n";
-    case 2:
-        return text + "Schedule type: Time\n";
-    default:
-        return text;
+        return {};
     }
 }

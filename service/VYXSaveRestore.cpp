@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QRandomGenerator>
 
 #include <utility>
 
@@ -32,7 +33,8 @@ VYXSaveRestore *VYXSaveRestore::instance(const ServiceLimits &limits)
 }
 
 VYXSaveRestore::VYXSaveRestore(const ServiceLimits &limits)
-    : VYXModule("VYXSaveRestore"), knownModules(*this), pauses(*this, limits.pause), limits(limits)
+    : VYXModule("VYXSaveRestore"), knownModules(*this), pauses(*this, limits.pause), schedule(*this, waiter),
+      limits(limits)
 {
 }
 
@@ -70,11 +72,6 @@ bool VYXSaveRestore::Init()
     LiveData::recoverAll(DevicePaths::dataRoot());
     pauses.start();
 
-    lowPriority = true;
-    normalPriority = true;
-    highPriority = true;
-    scheduledTaskId = -1;
-    saveRestoreEnabled = false;
     repository = nullptr;
     pendingOperations = 0;
     devMode = false;
@@ -101,10 +98,7 @@ bool VYXSaveRestore::Run()
 {
     logDebug("Run");
     setAdaptor(createSaveRestoreAdaptor(this));
-    if (callModule("Scheduler", "removeAllTasksByModule", {getModuleName()}, waiter).outcome ==
-        RemoteCallResult::Unreachable) {
-        logError("Could not remove scheduled task");
-    }
+    schedule.removeAllTasks();
     readSettings();
     knownModules.parseRestorableConfigFiles(waiter);
     if (!knownModules.objects().isEmpty()) {
@@ -170,4 +164,30 @@ bool VYXSaveRestore::getFileAndWait(const QString &file, const QString &director
         return false;
     }
     return accepted && QFile::exists(directory);
+}
+
+void VYXSaveRestore::refreshSaveFrequency()
+{
+    constexpr int lastMinute = 4;
+    const int minute = QRandomGenerator::global()->bounded(lastMinute + 1);
+    const bool frequency = settings.scheduleType == Settings::Frequency;
+    setSaveFrequency(settings.schedule, minute, frequency, settings.scheduleType != Settings::Disabled);
+}
+
+void VYXSaveRestore::setSaveFrequency(int hour, int minute, bool frequency, bool enable)
+{
+    schedule.setSaveFrequency(hour, minute, frequency, enable);
+}
+
+void VYXSaveRestore::startSaveOnRepository(int)
+{
+    if (!settings.enabled) {
+        logDebug("Save/Restore is disabled: abort");
+        return;
+    }
+    if (repository == nullptr) {
+        logError("Repository URL not provided!");
+        return;
+    }
+    startSaveOnRepository();
 }

@@ -12,6 +12,8 @@
 #include "restorable/KnownModules.h"
 #include "restorable/SaveGroups.h"
 #include "restore/DownloadList.h"
+#include "service/Schedule.h"
+#include "service/Settings.h"
 
 #include <QList>
 #include <QMap>
@@ -96,7 +98,6 @@ protected:
     bool answersPauseRequests() const override { return false; }
 
 private Q_SLOTS:
-    void setSaveRestoreEnabled(bool enable);
     void checkCapability();
     void moduleResetDone(VYXEvent evt);
     bool startSaveOnRepositoryForPriority(RestorableObject::RestorablePriority priority);
@@ -121,8 +122,8 @@ private:
     // service: life cycle, settings, schedule, choice of repository
     static void createWorkingDirectory(const QString &path, const char *warning);
     static void createWorkingDirectories();
-    Capability computedCapability();
-    bool hasRepositoryUrl();
+    Capability computedCapability() const;
+    bool hasRepositoryUrl() const;
     void readSettings();
     std::optional<QString> readSetting(const QString &name);
     void applyScheduleType(int type);
@@ -134,8 +135,6 @@ private:
     bool repositoryIsUsable(const QString &operation);
     /// Fetch one entry into a local file. With `wait`, true when it has arrived.
     bool getFileAndWait(const QString &file, const QString &directory, bool wait);
-    void cancelScheduledTask();
-    bool replaceScheduledTask(const QList<int> &hours, int minute);
 
     // save: staging
     void cleanSaveDirectory();
@@ -207,13 +206,9 @@ private:
     RepositoryManager *repository = nullptr;
     QMap<QString, bool> resetModules;
     bool resetNeedsReboot = false;
-    bool saveRestoreEnabled = false;
-    bool highPriority = true;
-    bool normalPriority = true;
-    bool lowPriority = true;
-    int scheduledTaskId = -1;
-    int saveSchedule = 0;
-    int saveScheduleType = 0;
+    Settings settings;
+    Priorities priorities; ///< of the running operation
+    Schedule schedule;
     bool requestFinished = false;
     int pendingOperations = 0;
     bool devMode = false;

@@ -1,0 +1,37 @@
+#include "platform/logger/VYXLogger.h"
+#include "repository/RepositoryUrl.h"
+#include "service/VYXSaveRestore.h"
+
+namespace {
+
+const char *const capabilityName = "SAVE_RESTORE_ENABLE";
+
+} // namespace
+
+bool VYXSaveRestore::hasRepositoryUrl() const
+{
+    return repository != nullptr && !repository->getRepositoryUrl().isEmpty();
+}
+
+Capability VYXSaveRestore::computedCapability() const
+{
+    const bool available = settings.enabled && hasRepositoryUrl();
+    return {capabilityName, available ? Capability::AVAILABLE : Capability::UNAVAILABLE};
+}
+
+void VYXSaveRestore::checkCapability()
+{
+    const Capability current = getCapability(capabilityName);
+    const Capability computed = computedCapability();
+    const bool available = computed.getState() == Capability::AVAILABLE;
+    if (available) {
+        logDebug("Capability AVAILABLE (%1)", RepositoryUrl::forDisplay(repository->getRepositoryUrl()));
+    }
+    const char *const state = available ? "AVAILABLE" : "UNAVAILABLE";
+    if (current.getState() == computed.getState()) {
+        logDebug("Capability unchange: %1", state);
+    } else {
+        logInfo("Capability change: %1", state);
+    }
+    setCapability(computed);
+}

@@ -2,6 +2,7 @@
 
 #include "platform/logger/VYXLogger.h"
 
+#include <QFile>
 #include <QSaveFile>
 
 namespace {
@@ -62,32 +63,4 @@ bool writeChecksumFile(const QString &path, const ChecksumLines &lines)
         file.write(line.text());
     }
     return file.commit();
-}
-
-void clearDigest(const QString &path, const QString &key)
-{
-    ChecksumLines lines = readChecksumFile(path).value_or(ChecksumLines());
-    for (ChecksumLine &line : lines) {
-        if (line.key() == key) {
-            line.setDigest({});
-        }
-    }
-    if (!writeChecksumFile(path, lines)) {
-        logError("Could not rewrite checksum file (%1)", path);
-    }
-}
-
-ChecksumAppender::ChecksumAppender(const QString &path) : file(path)
-{
-    // A failure shows in isOpen.
-    [[maybe_unused]] const bool opened = file.open(QIODevice::WriteOnly | QIODevice::Append);
-}
-
-void ChecksumAppender::append(const ChecksumLine &line)
-{
-    const QByteArray text = line.text();
-    if (file.write(text) != text.size() || !file.flush()) {
-        logError("Could not write to checksum file (%1): %2", file.fileName(), file.errorString());
-        failed = true;
-    }
 }

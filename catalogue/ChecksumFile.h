@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QFile>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -46,23 +45,3 @@ ChecksumLines parseChecksumLines(const QByteArray &text);
 
 /// Replace the file's content. False when it could not be written whole; the file is then as before.
 bool writeChecksumFile(const QString &path, const ChecksumLines &lines);
-
-/// Take the digest of a key away, as of an item that could not be staged after all.
-void clearDigest(const QString &path, const QString &key);
-
-/// Appends lines to a checksum file, each handed to the system when the call returns. A line that cannot be
-/// written is logged.
-class ChecksumAppender
-{
-public:
-    explicit ChecksumAppender(const QString &path);
-
-    bool isOpen() const { return file.isOpen(); }
-    void append(const ChecksumLine &line);
-    /// True when a line is missing: the file could not be opened, or not be written.
-    bool hasFailed() const { return failed; }
-
-private:
-    QFile file;
-    bool failed = false;
-};

@@ -65,6 +65,11 @@ QString SavedItem::artefact() const
     return {};
 }
 
+QString SavedItem::stagedPath() const
+{
+    return DevicePaths::staged(module + "/" + artefact());
+}
+
 QString SavedItem::livePath() const
 {
     const QString live = DevicePaths::moduleData(module) + "/" + path;

@@ -36,6 +36,8 @@ public:
     /// The file that is staged for the item, which is its entry, too; empty for a plain file.
     QString artefact() const;
     QString livePath() const;
+    /// Where the artefact is staged.
+    QString stagedPath() const;
 
 private:
     RestorableItemKind kind;

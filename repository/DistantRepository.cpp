@@ -1,7 +1,6 @@
 #include "repository/DistantRepository.h"
 
 #include "catalogue/ItemNames.h"
-#include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositoryUrl.h"
 #include "repository/SecureConnection.h"
@@ -13,12 +12,29 @@
 
 #include <utility>
 
-using namespace std::chrono_literals;
-
 namespace {
 
 constexpr qint64 readBuffer = qint64{1024} * 1024;
-constexpr auto checkLimit = 120s;
+constexpr int notFound = 404;
+constexpr int serviceUnavailable = 503;
+constexpr int insufficientStorage = 507;
+
+/// The status of the server's answer, 0 when there is none.
+int statusOf(const QNetworkReply &reply)
+{
+    return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
+bool isSuccess(int status)
+{
+    return status >= 200 && status <= 299;
+}
+
+/// True for the answers of a server that has refused to change anything.
+bool isRefusal(int status)
+{
+    return (status >= 400 && status <= 499) || status == serviceUnavailable || status == insufficientStorage;
+}
 
 /// Why a finished reply is no success; empty when it is one. After a time-out the status may still say 200.
 QString failureOf(const QNetworkReply &reply, qint64 received = -1)
@@ -26,8 +42,8 @@ QString failureOf(const QNetworkReply &reply, qint64 received = -1)
     if (reply.error() != QNetworkReply::NoError) {
         return reply.errorString();
     }
-    const int status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    if (status < 200 || status > 299) {
+    const int status = statusOf(reply);
+    if (!isSuccess(status)) {
         return QString("The server answered with status %1").arg(status);
     }
     const QVariant announced = reply.header(QNetworkRequest::ContentLengthHeader);
@@ -38,93 +54,70 @@ QString failureOf(const QNetworkReply &reply, qint64 received = -1)
     return {};
 }
 
-ItemNames::EntryName entryOf(const RepositoryRequest &request)
+RequestOutcome failure(const QNetworkReply &reply, const QString &text)
 {
-    return {request.second, ItemNames::lastComponent(request.first)};
+    return {RequestOutcome::Failed, text, isRefusal(statusOf(reply))};
+}
+
+/// A request that fails before anything is sent.
+RequestOutcome unsent(const QString &text)
+{
+    logError("%1", text);
+    return {RequestOutcome::Failed, text, true};
+}
+
+void logRequestErrors(const QList<QSslError> &errors)
+{
+    logError("Request got %1 ssl error(s)", errors.size());
+    logSslErrors(errors);
 }
 
 } // namespace
 
-DistantRepository::DistantRepository()
-    : RepositoryManager(DistantRepositoryType), networkManager(std::make_unique<QNetworkAccessManager>()),
-      httpClient(std::make_unique<DeleteClient>(*networkManager))
+DistantRepository::DistantRepository(const QString &url)
+    : Repository(DistantRepositoryType), repositoryUrl(url), secureMode(RepositoryUrl::isSecure(url)),
+      secureConnection(std::make_unique<SecureConnection>())
 {
-    networkManager->setProxy(QNetworkProxy::NoProxy);
-    networkManager->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
-    QNetworkAccessManager *const manager = networkManager.get();
-    connect(manager, &QNetworkAccessManager::finished, this, &DistantRepository::handleGetFinished);
-    connect(manager, &QNetworkAccessManager::finished, this, &DistantRepository::handlePutFinished);
-    connect(manager, &QNetworkAccessManager::sslErrors, this, &DistantRepository::handleSslErrors);
-    connect(httpClient.get(), &DeleteClient::responseHeaderReceived, this,
-            qOverload<const HttpResponseHeader &>(&DistantRepository::handleDeleteFinished));
-    connect(httpClient.get(), &DeleteClient::requestFinished, this,
-            qOverload<int, bool>(&DistantRepository::handleDeleteFinished));
-    connect(httpClient.get(), &DeleteClient::sslErrors, this, &DistantRepository::sslError);
-    connect(this, &DistantRepository::newRepositoryOperation, this, &DistantRepository::handleNewRequest);
-    connect(this, &RepositoryManager::repositoryManagerReady, this, &DistantRepository::handleNewRequest);
-}
-
-DistantRepository::DistantRepository(const QString &url) : DistantRepository()
-{
-    DistantRepository::setRepositoryUrl(url);
+    networkManager.setProxy(QNetworkProxy::NoProxy);
+    networkManager.setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
+    connect(&networkManager, &QNetworkAccessManager::sslErrors, this,
+            [](const QNetworkReply *reply, const QList<QSslError> &errors) {
+                logError("Request '%1' got ssl errors (%2)", reply->url().toString(), reply->errorString());
+                logSslErrors(errors);
+            });
 }
 
 DistantRepository::~DistantRepository()
 {
-    dropRequests();
+    cancelRequests(noLongerInUse());
 }
 
-void DistantRepository::abandon()
+void DistantRepository::setUp(Waiter &waiter)
 {
-    RepositoryManager::abandon();
-    dropRequests();
-    busy = false;
-    fail("The repository is no longer in use");
-}
-
-void DistantRepository::dropRequests()
-{
-    requestQueue.clear();
-    networkManager->disconnect(this);
-    httpClient->disconnect(this);
-    if (currentReply) {
-        currentReply->disconnect(this);
-        currentReply->abort();
-    }
-}
-
-void DistantRepository::setRepositoryUrl(QString url)
-{
-    if (url != repositoryUrl) {
-        // What was asked for belongs to the old place; the request under way ends by itself.
-        requestQueue.clear();
-    }
-    repositoryUrl = url;
-    secureMode = RepositoryUrl::isSecure(url);
-    networkManager->clearConnectionCache();
-    const QString shown = RepositoryUrl::forDisplay(url);
+    const QString shown = RepositoryUrl::forDisplay(repositoryUrl);
     if (!secureMode) {
         logInfo("Set distant repository to HTTP: '%1'", shown);
         return;
     }
-    secureConnection = std::make_unique<SecureConnection>();
     logInfo("Set distant repository to HTTPS: '%1'", shown);
-    secureConnection->setUp(RepositoryUrl::base(url), [this] {
-        logDebug("CTL is present: %1", checkCtlStatus(false) ? "true" : "false");
+    auto connection = std::make_unique<SecureConnection>();
+    connection->setUp(waiter, RepositoryUrl::base(repositoryUrl), [&] {
+        logDebug("CTL is present: %1", checkCtlStatus(waiter, false) ? "true" : "false");
     });
+    secureConnection = std::move(connection);
+    connectionsAreStale = true;
 }
 
-bool DistantRepository::checkCtlStatus(bool refresh)
+bool DistantRepository::checkCtlStatus(Waiter &waiter, bool refresh)
 {
-    const QString status = SecureConnection::trustListStatus();
+    const QString status = SecureConnection::trustListStatus(waiter);
     if (!ctlCheckEnabled) {
         return true;
     }
     logDebug("CTL status: %1", status);
     const bool secured = status == "SECURED";
-    const bool incomplete = secureConnection ? secureConnection->needsSetUp() : secureMode;
-    if (refresh && secured && incomplete) {
-        setRepositoryUrl(repositoryUrl);
+    if (refresh && secured && secureMode && secureConnection->needsSetUp()) {
+        setUp(waiter);
     }
     return secured;
 }
@@ -146,230 +139,183 @@ QNetworkRequest DistantRepository::requestFor(const QUrl &url) const
     return request;
 }
 
-bool DistantRepository::enqueue(const QString &method, const QString &first, const QString &second)
+void DistantRepository::start(const RepositoryRequest &request)
 {
-    const QString name = ItemNames::lastComponent(first);
-    if (name.isEmpty() || name == "." || name == "..") {
-        logError("'%1' names no file of the repository", first);
-        return false;
+    if (std::exchange(connectionsAreStale, false)) {
+        networkManager.clearConnectionCache();
     }
-    requestQueue << RepositoryRequest{method, first, second};
-    Q_EMIT newRepositoryOperation();
-    return true;
-}
-
-bool DistantRepository::sendFileToRepository(QString fullPathFile, QString prefix)
-{
-    return enqueue("PUT", fullPathFile, prefix);
-}
-
-bool DistantRepository::getFileFromRepository(QString savedFilename, QString where)
-{
-    return enqueue("GET", savedFilename, where);
-}
-
-bool DistantRepository::removeFileFromRepository(QString fullPathFile, QString prefix)
-{
-    return enqueue("DELETE", fullPathFile, prefix);
-}
-
-bool DistantRepository::sendFilesToRepository(QStringList fullPathFiles, QString prefix)
-{
-    for (const QString &file : fullPathFiles) {
-        sendFileToRepository(file, prefix);
-    }
-    return true;
-}
-
-bool DistantRepository::getFilesFromRepository(QStringList savedFilenames, QString where)
-{
-    for (const QString &file : savedFilenames) {
-        getFileFromRepository(file, where);
-    }
-    return true;
-}
-
-bool DistantRepository::removeFilesFromRepository(QStringList fullPathFiles, QString prefix)
-{
-    for (const QString &file : fullPathFiles) {
-        removeFileFromRepository(file, prefix);
-    }
-    return true;
-}
-
-/// Requests that end while they are started (a file that is missing) are gone through in this loop, so that
-/// their number does not matter.
-void DistantRepository::handleNewRequest()
-{
-    if (startingRequests) {
+    switch (request.method) {
+    case RepositoryRequest::Check:
+        startCheck();
+        return;
+    case RepositoryRequest::Put:
+        startPut(request);
+        return;
+    case RepositoryRequest::Get:
+        startGet(request);
+        return;
+    case RepositoryRequest::Remove:
+        startRemove(request.entry);
         return;
     }
-    startingRequests = true;
-    while (!requestQueue.isEmpty() && !busy) {
-        busy = true;
-        if (!start(requestQueue.takeFirst())) {
-            busy = false;
-            Q_EMIT repositoryManagerReady();
-            if (std::exchange(sendFailedAtStart, false)) {
-                Q_EMIT repositoryOperationDone();
-            }
+}
+
+void DistantRepository::abort()
+{
+    download.drop();
+    if (QNetworkReply *const reply = std::exchange(currentReply, nullptr)) {
+        reply->disconnect(this);
+        reply->abort();
+        reply->deleteLater();
+    }
+}
+
+/// The end is queued, so that who is told of it may destroy the repository, and the reply with it.
+void DistantRepository::follow(QNetworkReply *reply, const Ending &ending)
+{
+    currentReply = reply;
+    connect(reply, &QNetworkReply::sslErrors, this, &logRequestErrors);
+    const auto end = [this, reply, ending] {
+        if (reply != currentReply) {
+            return;
         }
-    }
-    startingRequests = false;
-    if (requestQueue.isEmpty() && !busy) {
-        logDebug("All repository operations done");
-        Q_EMIT repositoryAllOperationsDone();
-    }
+        currentReply = nullptr;
+        reply->deleteLater();
+        finish(ending(*reply));
+    };
+    connect(reply, &QNetworkReply::finished, this, end, Qt::QueuedConnection);
 }
 
-bool DistantRepository::start(const RepositoryRequest &request)
+void DistantRepository::startCheck()
 {
-    ++progress;
-    if (request.method == "PUT") {
-        return startPut(request);
+    const QString shown = RepositoryUrl::forDisplay(repositoryUrl);
+    const QString problem = RepositoryUrl::problem(repositoryUrl);
+    if (!problem.isEmpty()) {
+        logError("Error: '%2' (%3)", problem, shown);
+        finish({RequestOutcome::Failed, problem, true});
+        return;
     }
-    return request.method == "GET" ? startGet(request) : startDelete(request);
+    logDebug("Check if server and repository exist: '%1'", shown);
+    QNetworkReply *const reply = networkManager.get(requestFor(RepositoryUrl::base(repositoryUrl)));
+    follow(reply, [this](const QNetworkReply &ended) { return endCheck(ended); });
+    // Without progress: a body that never ends is to be given up.
+    connect(reply, &QNetworkReply::readyRead, this, [reply] { reply->readAll(); });
 }
 
-bool DistantRepository::startPut(const RepositoryRequest &request)
+void DistantRepository::startPut(const RepositoryRequest &request)
 {
-    const QString &path = request.first;
-    const QUrl url = RepositoryUrl::entry(repositoryUrl, entryOf(request).text());
+    const QString &path = request.path;
+    const QUrl url = RepositoryUrl::entry(repositoryUrl, request.entry);
     logDebug("PUT '%1' to '%2'", ItemNames::lastComponent(path), url.toString());
     if (!QFile::exists(path)) {
-        logError("Could not upload file '%1': file does not exist!", path);
-        return false;
+        finish(unsent(QString("Could not upload file '%1': file does not exist!").arg(path)));
+        return;
     }
-    transferFile.setFileName(path);
-    if (!QFileInfo(path).isFile() || !transferFile.open(QIODevice::ReadOnly)) {
-        logError("Could not read file '%1'", path);
-        fail(QString("Could not read file '%1'").arg(path));
-        sendFailedAtStart = true;
-        return false;
+    auto source = std::make_unique<QFile>(path);
+    if (!QFileInfo(path).isFile() || !source->open(QIODevice::ReadOnly)) {
+        finish(unsent(QString("Could not read file '%1'").arg(path)));
+        return;
     }
-    currentReply = networkManager->put(requestFor(url), &transferFile);
-    connect(currentReply, &QNetworkReply::uploadProgress, this, &DistantRepository::handlePutProgress);
-    connect(currentReply, &QNetworkReply::sslErrors, this, &DistantRepository::sslError);
-    return true;
+    QNetworkReply *const reply = networkManager.put(requestFor(url), source.get());
+    follow(reply, [size = source->size()](const QNetworkReply &ended) { return endPut(ended, size); });
+    source.release()->setParent(reply);
+    connect(reply, &QNetworkReply::uploadProgress, this,
+            [this](qint64 done, qint64 total) { logProgress("PUT progess: %1%", done, total); });
 }
 
-bool DistantRepository::startGet(const RepositoryRequest &request)
+void DistantRepository::startGet(const RepositoryRequest &request)
 {
-    logDebug("GET '%1/%2' to '%3'", RepositoryUrl::forDisplay(repositoryUrl), request.first, request.second);
-    if (!download.open(request.second)) {
-        logError("Could not create file '%1' on local file system", request.second);
-        fail(QString("Could not create file '%1' on local file system").arg(request.second));
-        return false;
+    logDebug("GET '%1/%2' to '%3'", RepositoryUrl::forDisplay(repositoryUrl), request.entry, request.path);
+    if (!download.open(request.path)) {
+        download.drop();
+        finish(unsent(QString("Could not create file '%1' on local file system").arg(request.path)));
+        return;
     }
-    const QUrl url = RepositoryUrl::entry(repositoryUrl, ItemNames::lastComponent(request.first));
-    currentReply = networkManager->get(requestFor(url));
-    currentReply->setReadBufferSize(readBuffer);
-    connect(currentReply, &QNetworkReply::readyRead, this, [this, reply = currentReply.data()] {
-        if (reply == currentReply) {
-            download.take(*reply);
-        }
+    QNetworkReply *const reply =
+        networkManager.get(requestFor(RepositoryUrl::entry(repositoryUrl, request.entry)));
+    reply->setReadBufferSize(readBuffer);
+    follow(reply, [this, entry = request.entry](QNetworkReply &ended) { return endGet(ended, entry); });
+    connect(reply, &QNetworkReply::readyRead, this, [this, reply] {
+        noteProgress();
+        download.take(*reply);
     });
-    connect(currentReply, &QNetworkReply::sslErrors, this, &DistantRepository::sslError);
-    connect(currentReply, &QNetworkReply::downloadProgress, this, &DistantRepository::handleGetProgess);
-    return true;
+    connect(reply, &QNetworkReply::downloadProgress, this,
+            [this](qint64 done, qint64 total) { logProgress("GET progess: %1%", done, total); });
 }
 
-bool DistantRepository::startDelete(const RepositoryRequest &request)
+void DistantRepository::startRemove(const QString &entry)
 {
-    logDebug("DELETE '%1/%2%3%4'", RepositoryUrl::forDisplay(repositoryUrl), request.second,
-             request.second.isEmpty() ? "" : "++", request.first);
-    currentReply = nullptr;
-    currentDelete =
-        httpClient->request(requestFor(RepositoryUrl::entry(repositoryUrl, entryOf(request).text())));
-    return true;
+    logDebug("DELETE '%1/%2'", RepositoryUrl::forDisplay(repositoryUrl), entry);
+    follow(networkManager.deleteResource(requestFor(RepositoryUrl::entry(repositoryUrl, entry))),
+           [](const QNetworkReply &ended) { return endRemove(ended); });
 }
 
-void DistantRepository::fail(const QString &text)
+RequestOutcome DistantRepository::endCheck(const QNetworkReply &reply) const
 {
-    errorStatus = RequestFailed;
-    errorString = text;
+    const QString reason = failureOf(reply);
+    if (reason.isEmpty()) {
+        return {};
+    }
+    const QString text = QString("%1 - %2").arg(reason, QString::number(reply.error()));
+    logError("Error: '%2' (%3)", text, RepositoryUrl::forDisplay(repositoryUrl));
+    return failure(reply, text);
 }
 
-void DistantRepository::finishRequest()
+RequestOutcome DistantRepository::endPut(const QNetworkReply &reply, qint64 size)
 {
-    ++progress;
-    currentReply = nullptr;
-    busy = false;
-    Q_EMIT repositoryManagerReady();
+    const QString text = failureOf(reply);
+    if (text.isEmpty()) {
+        logDebug("Uploaded %1 bytes", size);
+        return {};
+    }
+    logError("Error [%1] in PUT request: '%2' (%3)", static_cast<int>(reply.error()), text,
+             reply.url().toString());
+    return failure(reply, text);
 }
 
-void DistantRepository::handlePutFinished(QNetworkReply *reply)
+RequestOutcome DistantRepository::endGet(QNetworkReply &reply, const QString &entry)
 {
-    if (reply->operation() != QNetworkAccessManager::PutOperation) {
-        return;
+    if (reply.error() == QNetworkReply::ContentNotFoundError && statusOf(reply) == notFound) {
+        download.drop();
+        logDebug("The repository holds no '%1'", entry);
+        return {RequestOutcome::Absent, {}};
     }
-    reply->deleteLater();
-    if (reply != currentReply) {
-        return;
+    download.take(reply);
+    QString text = failureOf(reply, download.size());
+    if (text.isEmpty() && !download.finish()) {
+        text = "The file could not be written";
     }
-    const QString failure = failureOf(*reply);
-    if (failure.isEmpty()) {
-        logDebug("Uploaded %1 bytes", transferFile.size());
-    } else {
-        logError("Error [%1] in PUT request: '%2' (%3)", static_cast<int>(reply->error()), failure,
-                 reply->url().toString());
-        fail(failure);
-    }
-    transferFile.close();
-    finishRequest();
-    Q_EMIT repositoryOperationDone();
-}
-
-void DistantRepository::handleGetFinished(QNetworkReply *reply)
-{
-    if (reply->operation() != QNetworkAccessManager::GetOperation || reply != currentReply ||
-        reply->property("check").toBool()) {
-        return;
-    }
-    reply->deleteLater();
-    download.take(*reply);
-    QString failure = failureOf(*reply, download.size());
-    if (failure.isEmpty() && !download.finish()) {
-        failure = "The file could not be written";
-    }
-    if (failure.isEmpty()) {
+    if (text.isEmpty()) {
         logDebug("Downloaded %1 bytes", download.size());
-    } else {
-        logError("Error [%1] in GET request: '%2' (%3)", static_cast<int>(reply->error()), failure,
-                 reply->url().toString());
-        fail(failure);
-        download.fail();
+        return {};
     }
-    finishRequest();
+    download.drop();
+    logError("Error [%1] in GET request: '%2' (%3)", static_cast<int>(reply.error()), text,
+             reply.url().toString());
+    return failure(reply, text);
 }
 
-void DistantRepository::handleDeleteFinished(const HttpResponseHeader &header)
+RequestOutcome DistantRepository::endRemove(const QNetworkReply &reply)
 {
-    constexpr int ok = 200;
-    answeredDelete = currentDelete;
-    if (header.statusCode == ok) {
-        logDebug("DELETE Ok: '%1' (%2)", header.reasonPhrase, header.statusCode);
-    } else {
-        logError("DELETE Nok: '%1' (%2)", header.reasonPhrase, header.statusCode);
+    const int status = statusOf(reply);
+    const bool cutOff = reply.error() == QNetworkReply::OperationCanceledError ||
+                        reply.error() == QNetworkReply::TimeoutError;
+    if (status == 0 || cutOff) {
+        logError("Error in DELETE: '%1' (%2)", reply.errorString(), static_cast<int>(reply.error()));
+        return failure(reply, reply.errorString());
     }
-    finishRequest();
-}
-
-void DistantRepository::handleDeleteFinished(int id, bool error)
-{
-    if (!error) {
-        return;
+    const QString reason = reply.attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString();
+    if (isSuccess(status) || status == notFound) {
+        logDebug("DELETE Ok: '%1' (%2)", reason, status);
+        return {};
     }
-    logError("Error in DELETE: '%1' (%2)", httpClient->errorString(), httpClient->error());
-    fail(httpClient->errorString());
-    if (id != answeredDelete) {
-        finishRequest();
-    }
+    logError("DELETE Nok: '%1' (%2)", reason, status);
+    return failure(reply, failureOf(reply));
 }
 
 void DistantRepository::logProgress(const char *format, qint64 done, qint64 total)
 {
-    ++progress;
+    noteProgress();
     if (total <= 0) {
         return;
     }
@@ -378,82 +324,4 @@ void DistantRepository::logProgress(const char *format, qint64 done, qint64 tota
     if (percent - whole < 0.2 && whole % 10 == 0) {
         logDebug(format, QString::number(percent, 'f', 2));
     }
-}
-
-void DistantRepository::handlePutProgress(qint64 done, qint64 total)
-{
-    logProgress("PUT progess: %1%", done, total);
-}
-
-void DistantRepository::handleGetProgess(qint64 done, qint64 total)
-{
-    logProgress("GET progess: %1%", done, total);
-}
-
-bool DistantRepository::checkRepository()
-{
-    const QString problem = RepositoryUrl::problem(repositoryUrl);
-    if (!problem.isEmpty()) {
-        fail(problem);
-        logError("Error: '%2' (%3)", problem, RepositoryUrl::forDisplay(repositoryUrl));
-        return false;
-    }
-    Waiter waiter;
-    if (waiter.waitUntil([this] { return !hasPendingRequests(); }, checkLimit, [this] { return progress; }) !=
-        WaitOutcome::Met) {
-        fail("Transfers are still under way");
-        return false;
-    }
-    busy = true;
-    logDebug("Check if server and repository exist: '%1'", RepositoryUrl::forDisplay(repositoryUrl));
-    QNetworkReply *const reply = networkManager->get(requestFor(RepositoryUrl::base(repositoryUrl)));
-    reply->setProperty("check", true);
-    currentReply = reply;
-    connect(reply, &QNetworkReply::sslErrors, this, &DistantRepository::sslError);
-    connect(networkManager.get(), &QNetworkAccessManager::finished, this,
-            &DistantRepository::slotCheckConnection);
-    const QPointer<QNetworkReply> checking = reply;
-    const WaitOutcome outcome =
-        waiter.waitUntil([this, &checking] { return !busy || !checking; }, checkLimit);
-    if (outcome != WaitOutcome::Met && checking) {
-        checking->abort(); // ends in slotCheckConnection
-    }
-    const bool reached = errorStatus != RequestFailed;
-    if (!reached) {
-        logError("Error: '%2' (%3)", errorString, RepositoryUrl::forDisplay(repositoryUrl));
-    }
-    if (!requestQueue.isEmpty()) {
-        handleNewRequest();
-    }
-    return reached;
-}
-
-void DistantRepository::slotCheckConnection(QNetworkReply *reply)
-{
-    if (!reply->property("check").toBool()) {
-        return;
-    }
-    resetErrorStatus();
-    disconnect(networkManager.get(), &QNetworkAccessManager::finished, this,
-               &DistantRepository::slotCheckConnection);
-    reply->deleteLater();
-    const QString failure = failureOf(*reply);
-    if (!failure.isEmpty()) {
-        fail(QString("%1 - %2").arg(failure, QString::number(reply->error())));
-    }
-    currentReply = nullptr;
-    busy = false;
-}
-
-void DistantRepository::sslError(const QList<QSslError> &errors)
-{
-    logError("Request got %1 ssl error(s)", errors.size());
-    logSslErrors(errors);
-}
-
-void DistantRepository::handleSslErrors(QNetworkReply *reply, const QList<QSslError> &errors)
-{
-    logError("Request '%1' got ssl errors (%2)", reply->url().toString(), reply->errorString());
-    logSslErrors(errors);
-    fail(reply->errorString());
 }

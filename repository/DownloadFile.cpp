@@ -1,14 +1,18 @@
 #include "repository/DownloadFile.h"
 
-#include <QFile>
-
 bool DownloadFile::open(const QString &path)
 {
-    target = path;
     received = 0;
     failed = false;
     file = std::make_unique<QSaveFile>(path);
-    return file->open(QIODevice::WriteOnly);
+    return file->open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+}
+
+bool DownloadFile::append(const QByteArray &bytes)
+{
+    received += bytes.size();
+    failed = failed || !file || file->write(bytes) != bytes.size();
+    return !failed;
 }
 
 void DownloadFile::take(QIODevice &source)
@@ -19,8 +23,7 @@ void DownloadFile::take(QIODevice &source)
         if (bytes.isEmpty()) {
             return;
         }
-        received += bytes.size();
-        failed = failed || file->write(bytes) != bytes.size();
+        append(bytes);
     }
 }
 
@@ -31,11 +34,10 @@ bool DownloadFile::finish()
     return complete;
 }
 
-void DownloadFile::fail()
+bool DownloadFile::finish(QFileDevice::Permissions permissions)
 {
     if (file) {
-        file->cancelWriting();
-        file.reset();
+        file->setPermissions(permissions);
     }
-    QFile::remove(target);
+    return finish();
 }

@@ -7,28 +7,33 @@
 
 class QIODevice;
 
-/// Receives a download in a temporary file beside its target, which is replaced when the download is
-/// complete.
+/// Receives the content of a fetched entry in a temporary file beside its target, which is replaced when the
+/// content is complete. Until then, and whenever that fails, the target is as it was.
 class DownloadFile
 {
 public:
-    /// False when the file cannot be made; nothing has then happened to the target.
+    /// Begin anew. False when the file cannot be made.
     bool open(const QString &target);
 
-    /// Take what has arrived so far. A write that fails shows in `finish`.
+    /// Take these bytes. False when they, or some before them, could not be written.
+    bool append(const QByteArray &bytes);
+
+    /// Take all that the source has to give so far. A write that fails shows in `finish`.
     void take(QIODevice &source);
 
     qint64 size() const { return received; }
 
-    /// Replace the target. False when not everything could be written; the target is then as before.
+    /// Replace the target; false when not everything could be written.
     bool finish();
 
-    /// Drop what was received and, as nothing valid came for it, the target.
-    void fail();
+    /// Replace the target by a file of these permissions.
+    bool finish(QFileDevice::Permissions permissions);
+
+    /// Drop what was received.
+    void drop() { file.reset(); }
 
 private:
     std::unique_ptr<QSaveFile> file;
-    QString target;
     qint64 received = 0;
     bool failed = false;
 };

@@ -3,162 +3,224 @@
 #include "catalogue/ItemNames.h"
 #include "platform/logger/VYXLogger.h"
 
-#include <QFile>
+#include <QDir>
 #include <QFileInfo>
 
-#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <sys/stat.h>
 
-LocalRepository::LocalRepository() : RepositoryManager(LocalRepositoryType), saveDirectory(QString()) {}
+namespace {
 
-LocalRepository::LocalRepository(const QString &dirName) : LocalRepository()
+constexpr qint64 portion = qint64{1024} * 1024;
+const QString incomingName = ".saverestore-incoming";
+
+/// True when there is nothing of that name, or can be nothing.
+bool isMissing(const QString &path)
 {
-    if (!setSaveDirectory(dirName)) {
-        logWarning("Invalid save/restore directory: '%1'", dirName);
-    }
+    struct stat status = {};
+    return lstat(QFile::encodeName(path).constData(), &status) != 0 &&
+           (errno == ENOENT || errno == ENAMETOOLONG);
 }
 
-LocalRepository::LocalRepository(const QDir &dir) : LocalRepository()
+/// Anything but a regular file is not opened: a fifo would not answer.
+bool openRegular(QFile &file, const QString &path)
 {
-    if (!setSaveDirectory(dir)) {
-        logWarning("Invalid save/restore directory: '%1'", dir.dirName());
-    }
+    file.setFileName(path);
+    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
 }
 
-bool LocalRepository::setSaveDirectory(QDir dir)
+RequestOutcome failure(const QString &text)
 {
-    if (!dir.exists()) {
-        return false;
-    }
-    saveDirectory = dir;
-    return true;
+    return {RequestOutcome::Failed, text, true};
 }
 
-bool LocalRepository::setSaveDirectory(QString dirName)
+RequestOutcome loggedFailure(const QString &text)
 {
-    if (dirName.isEmpty() || !saveDirectory.exists(dirName)) {
-        saveDirectory = QDir(QString());
-        return false;
-    }
-    saveDirectory = QDir(dirName);
-    return true;
+    logError("%1", text);
+    return failure(text);
 }
 
-bool LocalRepository::isDirectoryInitialized() const
+} // namespace
+
+LocalRepository::LocalRepository(const QString &directory)
+    : Repository(LocalRepositoryType), directory(directory)
 {
-    return !(saveDirectory == QDir("."));
+    if (!QFileInfo(directory).isDir()) {
+        logWarning("Invalid save/restore directory: '%1'", directory);
+    }
+    turn.setInterval(0);
+    connect(&turn, &QTimer::timeout, this, &LocalRepository::copyPortion);
 }
 
-bool LocalRepository::acceptsName(const QString &fullPathFile) const
+LocalRepository::~LocalRepository()
 {
-    const QString name = ItemNames::lastComponent(fullPathFile);
-    if (name.isEmpty() || name == "." || name == "..") {
-        logError("'%1' names no file of the repository", fullPathFile);
-        return false;
-    }
-    return true;
+    cancelRequests(noLongerInUse());
 }
 
-QString LocalRepository::entryPath(const QString &fullPathFile, const QString &prefix) const
+QString LocalRepository::getRepositoryUrl() const
 {
-    const ItemNames::EntryName entry = {prefix, ItemNames::lastComponent(fullPathFile)};
-    return QString("%1/%2").arg(saveDirectory.path(), entry.text());
+    return QFileInfo(directory).isDir() ? QDir(directory).absolutePath() : directory;
 }
 
-bool LocalRepository::sendFileToRepository(QString fullPathFile, QString prefix)
+bool LocalRepository::isInitialised() const
 {
-    if (!isDirectoryInitialized()) {
-        logError("Local save directory not initialized!");
-        return false;
-    }
-    if (!acceptsName(fullPathFile)) {
-        return false;
-    }
-    const QString name = ItemNames::lastComponent(fullPathFile);
-    const QString entry = entryPath(fullPathFile, prefix);
-    if (QFile::exists(entry)) {
-        logDebug("File '%1' exists: updating", entry);
-        QFile::remove(entry);
-    }
-    const bool copied = QFile::copy(fullPathFile, entry);
-    if (copied) {
-        logDebug("File '%1' saved into '%2'", name, saveDirectory.path());
-    } else {
-        logError("Saving file '%1' (%2) into '%3' failed", name, fullPathFile, saveDirectory.path());
-    }
-    Q_EMIT repositoryAllOperationsDone();
-    Q_EMIT repositoryOperationDone();
-    return copied;
+    return QFileInfo(directory).isDir() && QDir(directory).canonicalPath() != QDir::current().canonicalPath();
 }
 
-bool LocalRepository::getFileFromRepository(QString savedFilename, QString where)
+QString LocalRepository::entryPath() const
 {
-    if (QFile::exists(where)) {
-        logDebug("File '%1' exists: updating", where);
-        QFile::remove(where);
-    }
-    const QString source = QString("%1/%2").arg(saveDirectory.absolutePath(), savedFilename);
-    const bool copied = QFile::copy(source, where);
-    if (copied) {
-        logDebug("File '%1' copied into '%2'", savedFilename, where);
-    } else {
-        logError("Copying file '%1' (%2) into '%3' failed", savedFilename, source, where);
-    }
-    Q_EMIT repositoryManagerReady();
-    Q_EMIT repositoryAllOperationsDone();
-    return copied;
+    return QString("%1/%2").arg(QDir(directory).path(), underWay.entry);
 }
 
-bool LocalRepository::removeFileFromRepository(QString fullPathFile, QString prefix)
+QString LocalRepository::incomingPath() const
 {
-    if (!isDirectoryInitialized()) {
-        logError("Local save directory not initialized!");
-        Q_EMIT repositoryManagerReady();
-        return false;
-    }
-    if (!acceptsName(fullPathFile)) {
-        Q_EMIT repositoryManagerReady();
-        return false;
-    }
-    const QString entry = entryPath(fullPathFile, prefix);
-    if (!QFile::exists(entry)) {
-        Q_EMIT repositoryManagerReady();
-        return true;
-    }
-    logDebug("Removing file '%1'", entry);
-    Q_EMIT repositoryManagerReady();
-    return QFile::remove(entry);
+    return QString("%1/%2").arg(QDir(directory).path(), incomingName);
 }
 
-bool LocalRepository::sendFilesToRepository(QStringList fullPathFiles, QString prefix)
+void LocalRepository::start(const RepositoryRequest &request)
 {
-    return std::all_of(fullPathFiles.cbegin(), fullPathFiles.cend(),
-                       [&](const QString &file) { return sendFileToRepository(file, prefix); });
-}
-
-bool LocalRepository::getFilesFromRepository(QStringList savedFilenames, QString where)
-{
-    return std::all_of(savedFilenames.cbegin(), savedFilenames.cend(),
-                       [&](const QString &file) { return getFileFromRepository(file, where); });
-}
-
-bool LocalRepository::removeFilesFromRepository(QStringList fullPathFiles, QString prefix)
-{
-    return std::all_of(fullPathFiles.cbegin(), fullPathFiles.cend(),
-                       [&](const QString &file) { return removeFileFromRepository(file, prefix); });
-}
-
-void LocalRepository::setRepositoryUrl(QString url)
-{
-    if (!QFileInfo::exists(url)) {
-        logDebug("Could not change local repository to '%2'", url);
+    underWay = request;
+    if (!isInitialised()) {
+        const QString text = "Local save directory not initialized!";
+        finish(request.method == RepositoryRequest::Check ? failure(text) : loggedFailure(text));
         return;
     }
-    logDebug("Change local repository from '%1' to '%2'", saveDirectory.path(), url);
-    setSaveDirectory(url);
-    initialized = true;
+    if (request.entry == incomingName) {
+        finish(loggedFailure(QString("'%1' names no file of the repository").arg(request.entry)));
+        return;
+    }
+    switch (request.method) {
+    case RepositoryRequest::Check:
+        finish({});
+        return;
+    case RepositoryRequest::Put:
+        startPut();
+        return;
+    case RepositoryRequest::Get:
+        startGet();
+        return;
+    case RepositoryRequest::Remove:
+        finish(remove());
+        return;
+    }
 }
 
-bool LocalRepository::checkRepository()
+void LocalRepository::abort()
 {
-    return isDirectoryInitialized() && saveDirectory.exists();
+    turn.stop();
+    source.close();
+    download.drop();
+    if (incoming.isOpen()) {
+        incoming.close();
+        QFile::remove(incoming.fileName());
+    }
+}
+
+/// What an interrupted process or anybody else has left under that name goes first.
+bool LocalRepository::openIncoming()
+{
+    incoming.setFileName(incomingPath());
+    QFile::remove(incoming.fileName());
+    return incoming.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered,
+                         QFile::ReadOwner | QFile::WriteOwner);
+}
+
+bool LocalRepository::replaceEntry()
+{
+    incoming.setPermissions(source.permissions());
+    incoming.close();
+    const QByteArray written = QFile::encodeName(incoming.fileName());
+    const QByteArray entry = QFile::encodeName(entryPath());
+    const bool replaced = incoming.error() == QFile::NoError && // of the close alone
+                          std::rename(written.constData(), entry.constData()) == 0;
+    if (!replaced) {
+        QFile::remove(incoming.fileName());
+    }
+    return replaced;
+}
+
+void LocalRepository::startPut()
+{
+    if (!openRegular(source, underWay.path) || !openIncoming()) {
+        endPut(false);
+        return;
+    }
+    if (!isMissing(entryPath())) {
+        logDebug("File '%1' exists: updating", entryPath());
+    }
+    turn.start();
+}
+
+void LocalRepository::startGet()
+{
+    if (isMissing(entryPath())) {
+        logDebug("The repository holds no '%1'", underWay.entry);
+        finish({RequestOutcome::Absent, {}});
+        return;
+    }
+    if (!openRegular(source, entryPath()) || !download.open(underWay.path)) {
+        endGet(false);
+        return;
+    }
+    if (QFile::exists(underWay.path)) {
+        logDebug("File '%1' exists: updating", underWay.path);
+    }
+    turn.start();
+}
+
+void LocalRepository::copyPortion()
+{
+    const bool puts = underWay.method == RepositoryRequest::Put;
+    const QByteArray bytes = source.read(portion);
+    const bool written = puts ? incoming.write(bytes) == bytes.size() : download.append(bytes);
+    const bool healthy = written && source.error() == QFile::NoError;
+    if (healthy && !bytes.isEmpty()) {
+        noteProgress();
+        return;
+    }
+    if (puts) {
+        endPut(healthy);
+    } else {
+        endGet(healthy);
+    }
+}
+
+void LocalRepository::endPut(bool copied)
+{
+    const QString name = ItemNames::lastComponent(underWay.path);
+    const QString place = QDir(directory).path();
+    const bool stored = copied && replaceEntry();
+    abort();
+    if (stored) {
+        logDebug("File '%1' saved into '%2'", name, place);
+        finish({});
+        return;
+    }
+    finish(loggedFailure(QString("Saving file '%1' (%2) into '%3' failed").arg(name, underWay.path, place)));
+}
+
+void LocalRepository::endGet(bool copied)
+{
+    const bool fetched = copied && download.finish(source.permissions());
+    abort();
+    if (fetched) {
+        logDebug("File '%1' copied into '%2'", underWay.entry, underWay.path);
+        finish({});
+        return;
+    }
+    finish(loggedFailure(QString("Copying file '%1' (%2) into '%3' failed")
+                             .arg(underWay.entry, getRepositoryUrl() + "/" + underWay.entry, underWay.path)));
+}
+
+RequestOutcome LocalRepository::remove() const
+{
+    if (isMissing(entryPath())) {
+        return {};
+    }
+    logDebug("Removing file '%1'", entryPath());
+    if (!QFile::remove(entryPath())) {
+        return loggedFailure(QString("Removing file '%1' failed").arg(entryPath()));
+    }
+    return {};
 }

@@ -1,51 +1,54 @@
 #pragma once
 
-#include "repository/RepositoryManager.h"
+#include "repository/DownloadFile.h"
+#include "repository/Repository.h"
 
-#include <QDir>
+#include <QFile>
+#include <QTimer>
 
-/// A repository in a directory of the device. Every operation is carried out at once and signals its
-/// completion before it returns.
+/// A repository in a directory of the device. Each entry is a regular file in it.
 ///
-/// The directory counts as not initialised while it is the process's working directory, which is also the
-/// state after construction without a valid directory; sends and removals are then refused.
-class LocalRepository : public RepositoryManager
+/// Contents are copied in portions of 1 MiB, one for each turn of the event loop; permissions go with them.
+/// An entry is written to a hidden file of the directory (`.saverestore-incoming`, which is the name of no
+/// entry) and replaced in one step, so a Put that fails or is cancelled leaves it as it was.
+///
+/// The directory counts as not initialised while it does not exist or is the process's working directory;
+/// every request then fails.
+class LocalRepository : public Repository
 {
     Q_OBJECT
 
 public:
-    LocalRepository();
-    explicit LocalRepository(const QString &dirName);
-    explicit LocalRepository(const QDir &dir);
+    /// A relative name is resolved against the working directory at the time of a request.
+    explicit LocalRepository(const QString &directory);
+    ~LocalRepository() override;
 
-    using RepositoryManager::removeFileFromRepository;
-    using RepositoryManager::removeFilesFromRepository;
-    using RepositoryManager::sendFilesToRepository;
-    using RepositoryManager::sendFileToRepository;
+    /// The directory's absolute path when it exists, else the text as it was given.
+    QString getRepositoryUrl() const override;
 
-public Q_SLOTS:
-    /// False, and no change, when the directory does not exist.
-    bool setSaveDirectory(QDir dir);
-    /// A relative name is resolved against the current directory. False, and no directory, when the name is
-    /// empty or names nothing.
-    bool setSaveDirectory(QString dirName);
-    QDir getSaveDirectory() const { return saveDirectory; }
-
-    bool sendFileToRepository(QString fullPathFile, QString prefix) override;
-    bool sendFilesToRepository(QStringList fullPathFiles, QString prefix) override;
-    bool getFileFromRepository(QString savedFilename, QString where) override;
-    bool getFilesFromRepository(QStringList savedFilenames, QString where) override;
-    bool removeFileFromRepository(QString fullPathFile, QString prefix) override;
-    bool removeFilesFromRepository(QStringList fullPathFiles, QString prefix) override;
-    void setRepositoryUrl(QString url) override;
-    QString getRepositoryUrl() override { return saveDirectory.absolutePath(); }
-    bool checkRepository() override;
-    RepositoryType getRepositoryType() override { return repositoryType; }
+protected:
+    void start(const RepositoryRequest &request) override;
+    void abort() override;
+    bool abortKeepsEntry() const override { return true; }
 
 private:
-    bool isDirectoryInitialized() const;
-    bool acceptsName(const QString &fullPathFile) const;
-    QString entryPath(const QString &fullPathFile, const QString &prefix) const;
+    bool isInitialised() const;
+    QString entryPath() const;
+    QString incomingPath() const;
 
-    QDir saveDirectory;
+    bool openIncoming();
+    bool replaceEntry();
+    void startPut();
+    void startGet();
+    void copyPortion();
+    void endPut(bool copied);
+    void endGet(bool copied);
+    RequestOutcome remove() const;
+
+    const QString directory;
+    RepositoryRequest underWay;
+    QTimer turn; ///< fires once for each portion
+    QFile source;
+    QFile incoming;
+    DownloadFile download;
 };

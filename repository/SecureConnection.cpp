@@ -15,12 +15,14 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto toolLimit = 30s;
-constexpr int connectionLimitMs = 30000;
+constexpr auto connectionLimit = 30s;
 constexpr int httpsPort = 443;
 
-QString ask(const QStringList &question)
+QString ask(Waiter &waiter, const QStringList &question)
 {
-    Waiter waiter;
+    if (waiter.mustEnd()) {
+        return {};
+    }
     const CommandResult result = runCommand(waiter, DevicePaths::getVYXinfo(), question, toolLimit);
     if (!result.succeeded()) {
         logWarning("The question '%1' to %2 failed: %3", question.join(' '), DevicePaths::getVYXinfo(),
@@ -57,9 +59,9 @@ void logSslErrors(const QList<QSslError> &errors)
 
 SecureConnection::SecureConnection() : sslConfiguration(trustingNobody()) {}
 
-QString SecureConnection::trustListStatus()
+QString SecureConnection::trustListStatus(Waiter &waiter)
 {
-    return ask({"PKI", "STATUS", "DM"});
+    return ask(waiter, {"PKI", "STATUS", "DM"});
 }
 
 bool SecureConnection::needsSetUp() const
@@ -68,17 +70,20 @@ bool SecureConnection::needsSetUp() const
            sslConfiguration.privateKey().isNull();
 }
 
-void SecureConnection::queryFiles()
+void SecureConnection::queryFiles(Waiter &waiter)
 {
     sslConfiguration = trustingNobody();
     sslSocket = std::make_unique<QSslSocket>();
-    certificatePath = ask({"PKI", "CERT"});
-    authoritiesPath = ask({"PKI", "CA"});
-    keyPath = ask({"PKI", "CERT_PKEY"});
+    certificatePath = ask(waiter, {"PKI", "CERT"});
+    authoritiesPath = ask(waiter, {"PKI", "CA"});
+    keyPath = ask(waiter, {"PKI", "CERT_PKEY"});
 }
 
-void SecureConnection::useFiles(const QUrl &url)
+void SecureConnection::useFiles(Waiter &waiter, const QUrl &url)
 {
+    if (waiter.mustEnd()) {
+        return;
+    }
     logDebug("Certificate: %1", certificatePath);
     logDebug("Certificate PKEY: %1", keyPath);
     logDebug("Certificate CA: %1", authoritiesPath);
@@ -89,7 +94,7 @@ void SecureConnection::useFiles(const QUrl &url)
     sslConfiguration.setLocalCertificate(certificate);
     sslConfiguration.setCaCertificates(authorities);
     connectSocket();
-    tryConnection(url);
+    tryConnection(waiter, url);
 }
 
 bool SecureConnection::loadCertificate()
@@ -164,25 +169,45 @@ void SecureConnection::connectSocket()
     socket->setSslConfiguration(sslConfiguration);
 }
 
-void SecureConnection::tryConnection(const QUrl &url)
+void SecureConnection::tryConnection(Waiter &waiter, const QUrl &url)
 {
+    const QSslSocket &socket = *sslSocket;
     const QString host = url.host();
     const int port = url.port(httpsPort);
     logDebug("Try to connect to host with HTTPS/SSL (%1:%2)", host, port);
     sslSocket->setPeerVerifyName(host);
     sslSocket->connectToHost(host, static_cast<quint16>(port));
-    if (sslSocket->waitForConnected(connectionLimitMs)) {
-        logInfo("Connected to '%1' with local certificate", host);
-    } else {
-        logError("Could not connect to '%1' with local certificate (%2)", host, sslSocket->errorString());
+    const auto settled = [&socket] {
+        return socket.state() == QSslSocket::ConnectedState || socket.state() == QSslSocket::UnconnectedState;
+    };
+    if (waiter.waitUntil(settled, connectionLimit) == WaitOutcome::Ended) {
+        return;
     }
-    sslSocket->startClientEncryption();
-    if (sslSocket->waitForEncrypted(connectionLimitMs)) {
+    if (socket.state() == QSslSocket::ConnectedState) {
+        logInfo("Connected to '%1' with local certificate", host);
+        sslSocket->startClientEncryption();
+    } else {
+        logError("Could not connect to '%1' with local certificate (%2)", host, socket.errorString());
+        sslSocket->abort();
+    }
+    waitForEncryption(waiter, host);
+}
+
+void SecureConnection::waitForEncryption(Waiter &waiter, const QString &host)
+{
+    const QSslSocket &socket = *sslSocket;
+    const auto settled = [&socket] {
+        return socket.isEncrypted() || socket.state() == QSslSocket::UnconnectedState;
+    };
+    if (waiter.waitUntil(settled, connectionLimit) == WaitOutcome::Ended) {
+        return;
+    }
+    if (socket.isEncrypted()) {
         logInfo("Encrypt connection to '%1'", host);
         return;
     }
-    logError("Could not encrypt connection to '%1' (%2)", host, sslSocket->errorString());
-    logDebug("Host certificate: %1", QString::fromLatin1(sslSocket->peerCertificate().toPem()));
+    logError("Could not encrypt connection to '%1' (%2)", host, socket.errorString());
+    logDebug("Host certificate: %1", QString::fromLatin1(socket.peerCertificate().toPem()));
 }
 
 void SecureConnection::sslConnected()

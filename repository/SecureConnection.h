@@ -9,6 +9,8 @@
 
 #include <memory>
 
+class Waiter;
+
 /// The device's side of an HTTPS connection: its certificate and key, and the certificate authorities it
 /// trusts, as the device's tool names their files. It trusts no other authority, whatever the system has
 /// installed.
@@ -20,18 +22,19 @@ public:
     SecureConnection();
 
     /// Load the files anew and try to connect to the server. Every failure is logged; one with the files
-    /// leaves a configuration without certificate and without trust. Blocks for three minutes at the most.
-    /// `checkTrustList` is called between the queries of the files and their use.
-    template <typename Callback> void setUp(const QUrl &url, const Callback &checkTrustList)
+    /// leaves a configuration without certificate and without trust. Waits for three minutes at the most, and
+    /// ends early when the waiter has to end. `checkTrustList` is called between the queries of the files and
+    /// their use.
+    template <typename Callback> void setUp(Waiter &waiter, const QUrl &url, const Callback &checkTrustList)
     {
-        queryFiles();
+        queryFiles(waiter);
         checkTrustList();
-        useFiles(url);
+        useFiles(waiter, url);
     }
 
-    /// The state of the device's trust list as the tool tells it; "SECURED" when one is in force. At most 30
-    /// s.
-    static QString trustListStatus();
+    /// The state of the device's trust list as the tool tells it; "SECURED" when one is in force. Waits for
+    /// 30 s at the most.
+    static QString trustListStatus(Waiter &waiter);
 
     const QSslConfiguration &configuration() const { return sslConfiguration; }
 
@@ -47,13 +50,14 @@ private Q_SLOTS:
     void socketError(QAbstractSocket::SocketError error);
 
 private:
-    void queryFiles();
-    void useFiles(const QUrl &url);
+    void queryFiles(Waiter &waiter);
+    void useFiles(Waiter &waiter, const QUrl &url);
     bool loadCertificate();
     bool loadAuthorities();
     bool loadKey();
     void connectSocket();
-    void tryConnection(const QUrl &url);
+    void tryConnection(Waiter &waiter, const QUrl &url);
+    void waitForEncryption(Waiter &waiter, const QString &host);
 
     QString certificatePath;
     QString authoritiesPath;

@@ -1,362 +1,335 @@
-#include "catalogue/ItemNames.h"
-#include "catalogue/SavedEntries.h"
-#include "catalogue/SavedItem.h"
+#include "save/Upload.h"
+
+#include "commands/Digest.h"
+#include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "save/UploadPlan.h"
-#include "service/VYXSaveRestore.h"
+#include "repository/RepositorySession.h"
+#include "restorable/KnownModules.h"
 
 #include <QDir>
 #include <QFile>
-#include <QHash>
+#include <QSaveFile>
 
-using namespace std::chrono_literals;
+#include <utility>
 
 namespace {
 
-constexpr auto uploadInactivityLimit = 60s;
-
-QStringList stagedFiles(const QString &pattern)
+QString nameOf(const PlannedSend &send)
 {
-    return QDir(DevicePaths::stagingRoot()).entryList({pattern}, QDir::Files, QDir::Unsorted);
+    return QString("'%1' of module '%2'").arg(send.line.key(), send.item.getModule());
 }
 
-QString moduleOf(const QString &fileName)
+SendResult resultOf(const RequestOutcome &outcome)
 {
-    return fileName.section('.', 0, 0);
-}
-
-QString temporaryDirectory(const QString &name)
-{
-    QDir(DevicePaths::restoreDirectory()).mkpath(name);
-    return DevicePaths::fetched(name);
+    if (outcome.stored()) {
+        return SendResult::Stored;
+    }
+    return outcome.entryUntouched ? SendResult::Untouched : SendResult::Unknown;
 }
 
 } // namespace
 
-/// The state of one upload.
-struct VYXSaveRestore::UploadRun
+Upload::Upload(RepositorySession &session, const KnownModules &modules, Waiter &waiter, StagedData staged)
+    : session(session), modules(modules), waiter(waiter), staged(std::move(staged))
 {
-    QStringList modules;                     ///< modules with a staged checksum file and items
-    QStringList previouslyListed;            ///< modules of the repository's modules list
-    LinesByModule previousLines;             ///< as the repository has them
-    LinesByModule lines;                     ///< as the repository is to have them
-    QMap<QString, ChecksumEntries> entries;  ///< outcome of each module's comparison
-    QMap<QString, QSet<QString>> takenOver;  ///< keys whose digest comes from the repository
-    QMap<QString, QSet<QString>> failedKeys; ///< items whose send was refused
-    QStringList heldBack;                    ///< modules whose whole checksum file is still to be sent
-    std::optional<SavedEntries> current;
-    std::optional<SavedEntries> previous;
-    QString failure; ///< text of the last failure, empty when there is none
-    int generation = 0;
-    bool broken = false; ///< transfers are missing, and it is not known which
-};
-
-/// The repository's checksum file of a module must never promise what the repository does not hold, wherever
-/// an upload is cut off. So a module with changes first sends the lines of its unchanged items alone, and the
-/// whole file when everything else has arrived.
-void VYXSaveRestore::postOnRepository()
-{
-    UploadRun run;
-    run.generation = repositoryGeneration;
-    fetchPreviousList(run);
-    requestFinished = false;
-    pendingOperations = 0;
-    repository->resetErrorStatus();
-    sendVersionFiles(run);
-    fetchPreviousState(run);
-    completeChecksumFiles(run);
-    sendHeldChecksumFiles(run);
-    sendArtefacts(run);
-    sendPlainFiles(run);
-    removeDeletedFiles(run);
-    waitForSends(run);
-    sendFinalChecksumFiles(run);
-    reportUpload(run);
 }
 
-bool VYXSaveRestore::sendCounted(UploadRun &run, const QString &path, const QString &prefix)
+void Upload::postOnRepository()
 {
-    if (run.generation != repositoryGeneration) {
-        run.failure = "The repository was changed";
-        return false;
+    if (!fetchPreviousList()) {
+        return;
     }
-    const int before = pendingOperations;
-    ++pendingOperations;
-    if (repository->sendFileToRepository(path, prefix)) {
-        return true;
+    for (const auto phase :
+         {&Upload::fetchPreviousState, &Upload::makePlan, &Upload::sendHeldChecksumFiles, &Upload::sendData,
+          &Upload::removeDeletedFiles, &Upload::sendFinalChecksumFiles, &Upload::sendVersionFiles}) {
+        if (waiter.mustEnd()) {
+            return;
+        }
+        (this->*phase)();
     }
-    if (pendingOperations > before) {
-        --pendingOperations; // refused: no completion will follow
-    }
-    run.failure = QString("'%1' could not be sent").arg(path);
-    return false;
 }
 
-void VYXSaveRestore::fetchPreviousList(UploadRun &run)
+void Upload::fail(const QString &what, const QString &text)
+{
+    failed << UploadFailure{what, text};
+}
+
+bool Upload::fetchPreviousList()
 {
     const QString path = DevicePaths::fetched(ItemNames::modulesListName());
-    getFileAndWait(ItemNames::modulesListName(), path, true);
+    const RequestOutcome outcome = session.getFileAndWait(ItemNames::modulesListName(), path);
+    if (outcome.kind == RequestOutcome::Absent) {
+        return true;
+    }
     QFile file(path);
-    if (file.open(QIODevice::ReadOnly)) {
-        run.previouslyListed = QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
+    if (!outcome.stored() || !file.open(QIODevice::ReadOnly)) {
+        fail("'" + ItemNames::modulesListName() + "'", outcome.text);
+        return false;
+    }
+    for (const QString &name : QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts)) {
+        if (ItemNames::isModuleName(name) && !listed.contains(name) && KnownModules::isInstalled(name)) {
+            listed << name;
+        }
+    }
+    return true;
+}
+
+/// The modules of the list count also when they do not run: what they have saved keeps its names.
+void Upload::fetchPreviousState()
+{
+    QStringList names = listed;
+    for (const RestorableObject &object : modules.objects()) {
+        if (object.hasItems() && !names.contains(object.getName())) {
+            names << object.getName();
+        }
+    }
+    for (const QString &name : std::as_const(names)) {
+        fetchPreviousLines(name);
     }
 }
 
-void VYXSaveRestore::sendVersionFiles(UploadRun &run)
+void Upload::fetchPreviousLines(const QString &module)
 {
-    QFile list(DevicePaths::staged(ItemNames::modulesListName()));
-    if (!list.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        run.failure = QString("'%1' could not be written").arg(list.fileName());
+    const QString entry = ItemNames::checksumFileName(module);
+    const QString path = DevicePaths::fetched(entry);
+    const RequestOutcome outcome = session.getFileAndWait(entry, path);
+    auto lines = outcome.stored() ? readChecksumFile(path) : std::nullopt;
+    if (!lines && outcome.kind != RequestOutcome::Absent) {
+        fail("'" + entry + "'", outcome.text);
+        unknown << module;
+        unfinished << module;
+        return;
     }
-    logDebug("Send version files to repository");
-    for (const QString &file : stagedFiles("*.version")) {
-        sendCounted(run, DevicePaths::staged(file), {});
-        list.write(moduleOf(file).toUtf8() + "\n");
+    if (!lines) {
+        logDebug("Could not open repository checksum file (%1): all data are new!", path);
+        lines.emplace();
     }
-    list.close();
-    logDebug("Send modules list file to repository");
-    sendCounted(run, DevicePaths::staged(ItemNames::modulesListName()), {});
-    logDebug("Done: send modules list file to repository");
+    if (!listed.contains(module)) {
+        // While the module was not on the list, others may have used the names of its plain files.
+        lines->removeIf([](const ChecksumLine &line) { return line.isPlainFile(); });
+    }
+    previousLines.insert(module, *lines);
 }
 
-void VYXSaveRestore::fetchPreviousState(UploadRun &run)
+void Upload::makePlan()
 {
-    for (const RestorableObject &object : knownModules.objects()) {
-        if (!object.hasItems()) {
-            continue;
-        }
-        const QString module = object.getName();
-        const QString path = DevicePaths::fetched(ItemNames::checksumFileName(module));
-        getFileAndWait(ItemNames::checksumFileName(module), path, true);
-        auto lines = readChecksumFile(path);
-        if (!lines) {
-            continue;
-        }
-        if (!run.previouslyListed.contains(module)) {
-            // While the module was not on the list, others may have used the names of its plain files.
-            lines->removeIf([](const ChecksumLine &line) { return line.isPlainFile(); });
-            writeChecksumFile(path, *lines);
-        }
-        run.previousLines.insert(module, *lines);
-    }
-    // A failure up to here is shown at the end; it says nothing about the data that are sent from now on.
-    const QString fetchError = repository->getErrorString();
-    if (repository->getErrorStatus() == RequestFailed) {
-        run.failure = fetchError;
-    }
-}
-
-void VYXSaveRestore::completeChecksumFiles(UploadRun &run)
-{
-    const QSet<QString> savedPriorities = priorities.names();
-    LinesByModule all = run.previousLines;
-    for (const QString &file : stagedFiles("*.cksum")) {
-        const QString module = file.chopped(QString(".cksum").size());
-        const RestorableObject *object = knownModules.findObject(module);
-        const auto stagedLines = readChecksumFile(DevicePaths::staged(file));
-        if (object == nullptr || !object->hasItems() || !stagedLines) {
-            continue;
-        }
+    LinesByModule current;
+    for (auto previous = previousLines.cbegin(); previous != previousLines.cend(); ++previous) {
+        const QString &module = previous.key();
+        const auto lines = staged.lines.constFind(module);
         const CompletedLines completed =
-            completeLines(module, *stagedLines, run.previousLines.value(module), savedPriorities);
-        for (const ChecksumLine &line : *stagedLines) {
+            lines == staged.lines.constEnd()
+                ? allTakenOver(previous.value())
+                : completeLines(module, lines.value(), previous.value(), staged.priorities.names());
+        for (const ChecksumLine &line : staged.lines.value(module)) {
             if (line.digest().isEmpty()) {
                 logWarning("'%1' of module '%2' cannot be read: what was saved of it before stays",
                            line.key(), module);
             }
         }
-        run.modules << module;
-        run.takenOver.insert(module, completed.takenOver);
-        run.lines.insert(module, completed.lines);
-        all.insert(module, completed.lines);
+        takenOver.insert(module, completed.takenOver);
+        current.insert(module, completed.lines);
     }
-    run.current.emplace(all);
-    run.previous.emplace(run.previousLines);
-    for (const QString &module : std::as_const(run.modules)) {
-        compareModule(run, module);
+    plan.emplace(previousLines, current);
+    if (!unknown.isEmpty()) {
+        plan->blockPlainFiles();
+    }
+    for (const QString &module : current.keys()) {
+        for (const ChecksumLine &line : std::as_const(current[module])) {
+            if (plan->isSame(module, line)) {
+                logDebug("Same file: %1", line.key());
+            }
+        }
     }
 }
 
-void VYXSaveRestore::compareModule(UploadRun &run, const QString &module)
+bool Upload::sendFile(const QString &path, const QString &entry)
 {
-    const QString name = ItemNames::checksumFileName(module);
-    const ChecksumLines &lines = run.lines[module];
-    if (!writeChecksumFile(DevicePaths::staged(name), lines)) {
-        run.failure = QString("'%1' could not be written").arg(DevicePaths::staged(name));
+    const RequestOutcome outcome = session.outcomeOf({RepositoryRequest::Put, entry, path});
+    if (!outcome.stored()) {
+        fail("'" + entry + "'", outcome.text);
     }
-    ChecksumEntries entries =
-        compareChecksumFiles(DevicePaths::staged(name), DevicePaths::fetched(name), true);
-    markNewKeys(entries, lines);
-    markRenamedKeys(module, entries, *run.current, *run.previous);
-    run.entries.insert(module, entries);
+    return outcome.stored();
 }
 
-void VYXSaveRestore::sendHeldChecksumFiles(UploadRun &run)
+bool Upload::sendChecksumFile(const QString &module, const ChecksumLines &lines)
+{
+    const QString entry = ItemNames::checksumFileName(module);
+    const QString path = DevicePaths::staged(entry);
+    if (!writeChecksumFile(path, lines)) {
+        logError("Can not open CKSUM (%1) file for module %2", path, module);
+        fail("'" + entry + "'", QString("'%1' could not be written").arg(path));
+        return false;
+    }
+    return sendFile(path, entry);
+}
+
+void Upload::sendHeldChecksumFiles()
 {
     logDebug("Send cksum files to repository");
-    for (const QString &module : std::as_const(run.modules)) {
-        const QString name = ItemNames::checksumFileName(module);
-        const ChecksumLines unchanged = unchangedLines(run.lines[module], run.entries[module]);
-        if (unchanged == run.lines[module]) {
-            sendCounted(run, DevicePaths::staged(name), {});
-            continue;
+    for (const QString &module : previousLines.keys()) {
+        if (!waiter.mustEnd() && plan->hasChanges(module) &&
+            !sendChecksumFile(module, plan->heldLines(module))) {
+            plan->block(module);
+            unfinished << module;
         }
-        const QString held = temporaryDirectory("held") + "/" + name;
-        if (!writeChecksumFile(held, unchanged)) {
-            run.failure = QString("'%1' could not be written").arg(held);
-        }
-        sendCounted(run, held, {});
-        run.heldBack << module;
     }
     logDebug("Done: send cksum files to repository");
 }
 
-void VYXSaveRestore::sendArtefacts(UploadRun &run)
+void Upload::sendData()
 {
     logDebug("Send databases and gzipped dirs to repository");
-    const QStringList directories =
-        QDir(DevicePaths::stagingRoot()).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Unsorted);
-    for (const QString &module : directories) {
-        const QDir directory(DevicePaths::staged(module));
-        QHash<QString, QString> keyOfName;
-        for (const ChecksumLine &line : run.lines.value(module)) {
-            if (const auto item = SavedItem::parse(module, line)) {
-                keyOfName.insert(item->artefact(), line.key());
-            }
-        }
-        for (const QString &file : directory.entryList(QDir::Files | QDir::NoDotAndDotDot, QDir::Unsorted)) {
-            logDebug("will upload %1", file);
-            const QString key = keyOfName.value(file);
-            const ChecksumStatus status = run.entries.value(module).value(key).status;
-            if (status == Same) {
-                logDebug("Same file: %1", key);
-            }
-            if (status != New && status != Updated) {
-                continue;
-            }
-            logDebug(status == New ? "New file: %1" : "Update file: %1", key);
-            if (!sendCounted(run, directory.absoluteFilePath(file), {})) {
-                run.failedKeys[module] << key;
+    for (const QString &module : previousLines.keys()) {
+        for (const PlannedSend &send : plan->sends(module)) {
+            if (send.item.getKind() != FileItem) {
+                sendItem(send);
             }
         }
     }
+    sendMigrationPrograms();
     logDebug("Done: send databases and gzipped dirs to repository");
-}
-
-void VYXSaveRestore::sendPlainFiles(UploadRun &run)
-{
     logDebug("Send remaining files");
-    for (const QString &module : std::as_const(run.modules)) {
-        for (const ChecksumLine &line : std::as_const(run.lines[module])) {
-            if (line.isPlainFile()) {
-                sendPlainFile(run, module, line);
+    for (const QString &module : previousLines.keys()) {
+        for (const PlannedSend &send : plan->sends(module)) {
+            if (send.item.getKind() == FileItem) {
+                sendItem(send);
             }
         }
     }
     logDebug("Done: send remaining files");
 }
 
-void VYXSaveRestore::sendPlainFile(UploadRun &run, const QString &module, const ChecksumLine &line)
+void Upload::sendItem(const PlannedSend &send)
 {
-    const ChecksumStatus status = run.entries[module].value(line.key()).status;
-    if (status == Same) {
-        logDebug("Same file: %1", line.key());
-    }
-    if (status != New && status != Updated) {
+    if (waiter.mustEnd() || plan->isBlocked(send.item.getModule())) {
         return;
     }
-    const QString source = plainFileSource(run, module, line);
-    const QString prefix = run.current->entry(module, line).prefix;
-    logDebug(status == New ? "New file: %1 (prefix: %2)" : "Update file: %1 (prefix: %2)", source, prefix);
-    if (!sendCounted(run, source, prefix)) {
-        run.failedKeys[module] << line.key();
+    if (!isEntryCertain(send) || plan->isFrozen(send)) {
+        fail(nameOf(send), "its entry depends on what could not be saved");
+        return;
+    }
+    const QString source = sourceOf(send);
+    if (send.item.getKind() == FileItem) {
+        logDebug(send.isNew ? "New file: %1 (prefix: %2)" : "Update file: %1 (prefix: %2)", source,
+                 send.entry.prefix);
+    } else {
+        logDebug(send.isNew ? "New file: %1" : "Update file: %1", send.line.key());
+    }
+    RequestOutcome outcome = {RequestOutcome::Failed, "what was saved of it could not be fetched", true};
+    if (!source.isEmpty()) {
+        outcome = session.outcomeOf({RepositoryRequest::Put, send.entry.text(), source});
+    }
+    plan->note(send, resultOf(outcome));
+    if (!outcome.stored()) {
+        fail(nameOf(send), outcome.text);
     }
 }
 
-/// The live file; or, when its line describes what the repository holds rather than the live file and only
-/// the entry's name changes, the entry itself, fetched for the purpose.
-QString VYXSaveRestore::plainFileSource(UploadRun &run, const QString &module, const ChecksumLine &line)
+/// The artefact or the live file. When the line describes what the repository holds rather than what is on
+/// the device, and only the entry's name changes, the entry itself, fetched for the purpose.
+QString Upload::sourceOf(const PlannedSend &send)
 {
-    if (!run.takenOver[module].contains(line.key())) {
-        return DevicePaths::moduleData(module) + "/" + line.key();
+    const QString &module = send.item.getModule();
+    if (!takenOver.value(module).contains(send.line.key())) {
+        return send.item.getKind() == FileItem ? send.item.livePath() : send.item.stagedPath();
     }
-    const QString directory = temporaryDirectory("moved/" + module + "/" + line.key().section('/', 0, -2));
-    QString path = directory + "/" + line.key().section('/', -1);
-    getFileAndWait(run.previous->entry(module, line).text(), path, true);
-    return path;
+    return send.heldDigest == send.line.digest() ? fetchHeld(send) : QString();
 }
 
-void VYXSaveRestore::removeDeletedFiles(UploadRun &run)
+/// What the repository holds of an item, fetched into a file; nothing when it does not hold what it should.
+QString Upload::fetchHeld(const PlannedSend &send)
+{
+    const QString path = DevicePaths::fetched("held/" + send.item.getModule() + "/" + send.line.key());
+    QDir().mkpath(QFileInfo(path).path());
+    const bool fetched = !send.heldAs.isEmpty() && session.getFileAndWait(send.heldAs, path).stored();
+    return fetched && fileDigest(waiter, path) == send.heldDigest ? path : QString();
+}
+
+/// As long as the lines of a module are not known, two items could claim the same entry unnoticed. The entry
+/// of a plain file is then certain when what it holds is what was saved of the item.
+bool Upload::isEntryCertain(const PlannedSend &send)
+{
+    if (unknown.isEmpty() || send.item.getKind() != FileItem) {
+        return true;
+    }
+    if (send.entry.text() != send.heldAs || fetchHeld(send).isEmpty()) {
+        return false;
+    }
+    plan->confirm(send);
+    return true;
+}
+
+void Upload::sendMigrationPrograms()
+{
+    for (const QString &module : std::as_const(staged.migrationPrograms)) {
+        if (waiter.mustEnd() || unfinished.contains(module)) {
+            continue;
+        }
+        if (!sendFile(DevicePaths::migrationProgram(module), ItemNames::migrationProgramName(module))) {
+            unfinished << module;
+        }
+    }
+}
+
+void Upload::removeDeletedFiles()
 {
     logDebug("Remove deleted files");
-    for (const EntryRemoval &removal : removals(*run.current, *run.previous)) {
-        if (run.generation != repositoryGeneration) {
-            break;
+    if (!plan->settle()) {
+        fail("the checksum files", "what they may promise depends on a module that could not be saved");
+        unfinished += QSet<QString>(previousLines.keyBegin(), previousLines.keyEnd());
+        return;
+    }
+    for (const EntryRemoval &removal : plan->removals()) {
+        if (waiter.mustEnd()) {
+            return;
         }
-        logDebug("Remove file: %1", removal.key);
-        if (!repository->removeFileFromRepository(removal.entry.name, removal.entry.prefix)) {
+        logDebug("Remove file: %1", removal.line.key());
+        if (!session.outcomeOf({RepositoryRequest::Remove, removal.entry.text(), {}}).stored()) {
             logError("Could not remove '%1' from the repository", removal.entry.text());
+            plan->noteRemovalFailed(removal);
         }
     }
     logDebug("Done: remove deleted files");
 }
 
-void VYXSaveRestore::waitForSends(UploadRun &run)
+void Upload::sendFinalChecksumFiles()
 {
-    const auto finished = [&] {
-        return pendingOperations <= 0 || run.generation != repositoryGeneration ||
-               !repository->hasPendingRequests();
-    };
-    const auto progress = [this] {
-        return repository->transferProgress() + static_cast<quint64>(pendingOperations);
-    };
-    const WaitOutcome outcome = waiter.waitUntil(finished, uploadInactivityLimit, progress);
-    if (outcome == WaitOutcome::Ended) {
-        run.failure = "The service is asked to end";
-    } else if (run.generation != repositoryGeneration) {
-        run.failure = "The repository was changed";
-    } else if (outcome == WaitOutcome::TimedOut || pendingOperations > 0) {
-        run.failure = QString("%1 files were not sent").arg(pendingOperations);
-    }
-    run.broken =
-        outcome != WaitOutcome::Met || run.generation != repositoryGeneration || pendingOperations > 0;
-}
-
-void VYXSaveRestore::sendFinalChecksumFiles(UploadRun &run)
-{
-    const QString transferError = repository->getErrorString();
-    if (repository->getErrorStatus() == RequestFailed) {
-        // Which of the transfers failed is not known: what was under way counts as not saved.
-        run.failure = transferError;
-        run.broken = true;
-    }
-    if (run.broken || run.heldBack.isEmpty()) {
-        return;
-    }
-    for (const QString &module : std::as_const(run.heldBack)) {
-        const QString path = DevicePaths::staged(ItemNames::checksumFileName(module));
-        ChecksumLines lines = run.lines[module];
-        const QSet<QString> failed = run.failedKeys.value(module);
-        lines.removeIf([&](const ChecksumLine &line) { return failed.contains(line.key()); });
-        if (!writeChecksumFile(path, lines)) {
-            run.failure = QString("'%1' could not be written").arg(path);
+    for (const QString &module : previousLines.keys()) {
+        const bool changed = staged.lines.contains(module) || plan->hasChanges(module);
+        if (waiter.mustEnd() || unfinished.contains(module) || !changed) {
             continue;
         }
-        sendCounted(run, path, {});
+        if (!sendChecksumFile(module, plan->finalLines(module))) {
+            unfinished << module;
+        }
     }
-    waitForSends(run);
 }
 
-void VYXSaveRestore::reportUpload(UploadRun &run)
+void Upload::sendVersionFiles()
 {
-    const QString transferError = repository->getErrorString();
-    if (repository->getErrorStatus() == RequestFailed) {
-        run.failure = transferError;
+    logDebug("Send version files to repository");
+    QStringList names = listed;
+    for (const RestorableObject &object : modules.objects()) {
+        const QString entry = ItemNames::versionFileName(object.getName());
+        const bool stored = !waiter.mustEnd() && !unfinished.contains(object.getName()) &&
+                            sendFile(DevicePaths::staged(entry), entry);
+        if (stored && !names.contains(object.getName())) {
+            names << object.getName();
+        }
     }
-    if (run.failure.isEmpty()) {
+    if (waiter.mustEnd()) {
         return;
     }
-    logError("Error while uploading files: %1", run.failure);
-    showFailure("Error while uploading files.", run.failure);
+    logDebug("Send modules list file to repository");
+    QSaveFile list(DevicePaths::staged(ItemNames::modulesListName()));
+    const QByteArray text = names.isEmpty() ? QByteArray() : (names.join('\n') + "\n").toUtf8();
+    if (!list.open(QIODevice::WriteOnly) || list.write(text) != text.size() || !list.commit()) {
+        fail("'" + ItemNames::modulesListName() + "'",
+             QString("'%1' could not be written").arg(list.fileName()));
+        return;
+    }
+    sendFile(DevicePaths::staged(ItemNames::modulesListName()), ItemNames::modulesListName());
+    logDebug("Done: send modules list file to repository");
 }

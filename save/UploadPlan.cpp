@@ -1,103 +1,254 @@
 #include "save/UploadPlan.h"
 
-#include "catalogue/SavedItem.h"
-
-#include <QHash>
+#include <algorithm>
+#include <utility>
 
 namespace {
 
-/// What a missing item may have been when it was saved: a directory, zipped or not.
-bool belongsToDirectory(const QString &module, const ChecksumLine &line, const QSet<QString> &missingItems)
+/// The entry that an item would have if no other item claimed it.
+QString claimOf(const QString &module, const ChecksumLine &line)
 {
-    const auto item = SavedItem::parse(module, line);
-    if (!item || item->getKind() == DatabaseItem) {
-        return false;
+    if (line.isPlainFile()) {
+        return ItemNames::flattened(line.key());
     }
-    const bool archive = item->getKind() == DirectoryItem;
-    return missingItems.contains(archive ? item->getPath() : item->getPath().section('/', 0, -2));
+    const auto item = SavedItem::parse(module, line);
+    return item ? item->artefact() : QString();
+}
+
+ChecksumLine withoutDigest(ChecksumLine line)
+{
+    line.setDigest({});
+    return line;
+}
+
+const ChecksumLine *findLine(const ChecksumLines &lines, const QString &key)
+{
+    const auto found = std::find_if(lines.cbegin(), lines.cend(),
+                                    [&](const ChecksumLine &line) { return line.key() == key; });
+    return found == lines.cend() ? nullptr : &*found;
 }
 
 } // namespace
 
-CompletedLines completeLines(const QString &module, const ChecksumLines &staged,
-                             const ChecksumLines &previous, const QSet<QString> &savedPriorities)
+UploadPlan::UploadPlan(LinesByModule previousLines, LinesByModule currentLines)
+    : previous(std::move(previousLines)), current(std::move(currentLines))
 {
-    QHash<QString, QString> previousDigests;
-    for (const ChecksumLine &line : previous) {
-        previousDigests.insert(line.key(), line.digest());
-    }
-    CompletedLines completed;
-    QSet<QString> stagedKeys;
-    QSet<QString> missingItems;
-    for (ChecksumLine line : staged) {
-        stagedKeys << line.key();
-        if (line.digest().isEmpty()) {
-            missingItems << line.key();
-            line.setDigest(previousDigests.value(line.key()));
-            completed.takenOver << line.key();
-        }
-        if (!line.digest().isEmpty()) {
-            completed.lines << line;
+    for (const SavedEntries *state : {&previous, &current}) {
+        const LinesByModule &all = state->lines();
+        for (auto module = all.cbegin(); module != all.cend(); ++module) {
+            for (const ChecksumLine &line : module.value()) {
+                claims[claimOf(module.key(), line)] << module.key() + "/" + line.key();
+            }
         }
     }
-    for (const ChecksumLine &line : previous) {
-        const bool stays =
-            !savedPriorities.contains(line.priority()) || belongsToDirectory(module, line, missingItems);
-        if (stays && !stagedKeys.contains(line.key())) {
-            completed.lines << line;
-            completed.takenOver << line.key();
+    const LinesByModule &before = previous.lines();
+    for (auto module = before.cbegin(); module != before.cend(); ++module) {
+        for (const ChecksumLine &line : module.value()) {
+            if (!line.digest().isEmpty()) {
+                held.insert(previous.entry(module.key(), line).text(), line.digest());
+            }
         }
     }
-    return completed;
+    compare();
 }
 
-void markNewKeys(ChecksumEntries &entries, const ChecksumLines &lines)
+/// An item whose entry gets another name is sent again, as if it were new.
+void UploadPlan::compare()
 {
-    for (const ChecksumLine &line : lines) {
-        ChecksumEntry &entry = entries[line.key()];
-        if (entry.status == Deleted) {
-            entry.status = New;
+    const LinesByModule &all = current.lines();
+    for (auto module = all.cbegin(); module != all.cend(); ++module) {
+        const ChecksumLines before = previous.lines().value(module.key());
+        ChecksumEntries entries = compareChecksumLines(module.value(), before, true);
+        QHash<QString, QString> namesBefore;
+        for (const ChecksumLine &line : before) {
+            namesBefore.insert(line.key(), previous.entry(module.key(), line).text());
+        }
+        for (const ChecksumLine &line : module.value()) {
+            ChecksumStatus &status = entries[line.key()].status;
+            const auto name = namesBefore.constFind(line.key());
+            const bool moves =
+                name != namesBefore.constEnd() && name.value() != current.entry(module.key(), line).text();
+            status = status == Deleted || moves ? New : status;
+        }
+        statuses.insert(module.key(), entries);
+    }
+}
+
+void UploadPlan::block(const QString &module)
+{
+    blockedModules << module;
+    for (const SavedEntries *state : {&previous, &current}) {
+        for (const ChecksumLine &line : state->lines().value(module)) {
+            frozenClaims << claimOf(module, line);
         }
     }
 }
 
-void markRenamedKeys(const QString &module, ChecksumEntries &entries, const SavedEntries &current,
-                     const SavedEntries &previous)
+void UploadPlan::confirm(const PlannedSend &send)
 {
-    QHash<QString, QString> previousNames;
+    confirmedClaims << claimOf(send.item.getModule(), send.line);
+}
+
+bool UploadPlan::isFrozen(const QString &module, const ChecksumLine &line) const
+{
+    const QString claim = claimOf(module, line);
+    const bool unconfirmed = plainFilesBlocked && line.isPlainFile() && !confirmedClaims.contains(claim);
+    return unconfirmed || blockedModules.contains(module) || frozenClaims.contains(claim);
+}
+
+bool UploadPlan::hasChanges(const QString &module) const
+{
+    const ChecksumEntries entries = statuses.value(module);
+    return std::any_of(entries.cbegin(), entries.cend(),
+                       [](const ChecksumEntry &entry) { return entry.status != Same; });
+}
+
+ChecksumLines UploadPlan::heldLines(const QString &module) const
+{
+    const ChecksumEntries entries = statuses.value(module);
+    const ChecksumLines wanted = current.lines().value(module);
+    ChecksumLines lines;
+    for (const ChecksumLine &line : wanted) {
+        lines << (entries.value(line.key()).status == Same ? line : withoutDigest(line));
+    }
     for (const ChecksumLine &line : previous.lines().value(module)) {
-        previousNames.insert(line.key(), previous.entry(module, line).text());
-    }
-    for (const ChecksumLine &line : current.lines().value(module)) {
-        const auto before = previousNames.constFind(line.key());
-        if (before != previousNames.constEnd() && before.value() != current.entry(module, line).text()) {
-            entries[line.key()].status = New;
+        if (findLine(wanted, line.key()) == nullptr) {
+            lines << withoutDigest(line);
         }
     }
+    return lines;
 }
 
-QList<EntryRemoval> removals(const SavedEntries &current, const SavedEntries &previous)
+QList<PlannedSend> UploadPlan::sends(const QString &module) const
 {
-    const QSet<QString> used = current.names();
+    QList<PlannedSend> sends;
+    const ChecksumEntries entries = statuses.value(module);
+    for (const ChecksumLine &line : current.lines().value(module)) {
+        const ChecksumStatus status = entries.value(line.key()).status;
+        const auto item = SavedItem::parse(module, line);
+        if (!item || (status != New && status != Updated)) {
+            continue;
+        }
+        const ChecksumLine *before = findLine(previous.lines().value(module), line.key());
+        PlannedSend send = {*item, line, current.entry(module, line), {}, {}, status == New};
+        if (before != nullptr && !before->digest().isEmpty()) {
+            send.heldAs = previous.entry(module, *before).text();
+            send.heldDigest = before->digest();
+        }
+        sends << send;
+    }
+    return sends;
+}
+
+void UploadPlan::note(const PlannedSend &send, SendResult result)
+{
+    switch (result) {
+    case SendResult::Stored:
+        held.insert(send.entry.text(), send.line.digest());
+        return;
+    case SendResult::Unknown:
+        held.remove(send.entry.text());
+        break;
+    case SendResult::Untouched:
+        break;
+    }
+    frozenClaims << claimOf(send.item.getModule(), send.line);
+}
+
+/// The line of an item that stays as it was saved: with the digest of what its entry holds. When that is not
+/// known the item keeps its name taken as long as others want it.
+std::optional<ChecksumLine> UploadPlan::keptLine(const QString &module, const ChecksumLine &before,
+                                                 const ChecksumLine *wanted) const
+{
+    const QString digest = held.value(previous.entry(module, before).text());
+    if (digest == before.digest()) {
+        return before;
+    }
+    if (wanted != nullptr && digest == wanted->digest()) {
+        return *wanted;
+    }
+    return claims.value(claimOf(module, before)).size() > 1 ? std::optional(withoutDigest(before))
+                                                            : std::nullopt;
+}
+
+ChecksumLines UploadPlan::settledLines(const QString &module) const
+{
+    const ChecksumLines before = previous.lines().value(module);
+    const ChecksumLines wanted = current.lines().value(module);
+    ChecksumLines lines;
+    for (const ChecksumLine &line : wanted) {
+        if (!isFrozen(module, line)) {
+            lines << line;
+        }
+    }
+    for (const ChecksumLine &line : before) {
+        if (isFrozen(module, line)) {
+            if (const auto kept = keptLine(module, line, findLine(wanted, line.key()))) {
+                lines << *kept;
+            }
+        }
+    }
+    return lines;
+}
+
+bool UploadPlan::settle()
+{
+    settled.clear();
+    for (const QString &module : current.lines().keys()) {
+        settled.insert(module, isBlocked(module) ? previous.lines().value(module) : settledLines(module));
+    }
+    return dropUntrueLines();
+}
+
+/// No line may promise what its entry does not hold. Dropping one can change the entries of others, so they
+/// are looked at again; the line of a blocked module cannot be dropped.
+bool UploadPlan::dropUntrueLines()
+{
+    bool changed = true;
+    while (changed) {
+        changed = false;
+        const SavedEntries names(settled);
+        for (auto module = settled.begin(); module != settled.end(); ++module) {
+            const qsizetype untrue = module->removeIf([&](const ChecksumLine &line) {
+                const QString entry = names.entry(module.key(), line).text();
+                return !entry.isEmpty() && !line.digest().isEmpty() && held.value(entry) != line.digest();
+            });
+            if (untrue > 0 && isBlocked(module.key())) {
+                return false;
+            }
+            changed = changed || untrue > 0;
+        }
+    }
+    return true;
+}
+
+QList<EntryRemoval> UploadPlan::removals() const
+{
+    const QSet<QString> used = SavedEntries(settled).names();
     QList<EntryRemoval> gone;
-    for (auto module = previous.lines().cbegin(); module != previous.lines().cend(); ++module) {
+    const LinesByModule &all = previous.lines();
+    for (auto module = all.cbegin(); module != all.cend(); ++module) {
         for (const ChecksumLine &line : module.value()) {
             const ItemNames::EntryName entry = previous.entry(module.key(), line);
-            if (!entry.name.isEmpty() && !used.contains(entry.text())) {
-                gone << EntryRemoval{line.key(), entry};
+            if (!entry.name.isEmpty() && !used.contains(entry.text()) &&
+                !(plainFilesBlocked && line.isPlainFile())) {
+                gone << EntryRemoval{module.key(), line, entry};
             }
         }
     }
     return gone;
 }
 
-ChecksumLines unchangedLines(const ChecksumLines &lines, const ChecksumEntries &entries)
+void UploadPlan::noteRemovalFailed(const EntryRemoval &removal)
 {
-    ChecksumLines unchanged;
-    for (const ChecksumLine &line : lines) {
-        if (entries.value(line.key()).status == Same) {
-            unchanged << line;
-        }
+    const LinesByModule before = settled;
+    ChecksumLines &lines = settled[removal.module];
+    if (findLine(lines, removal.line.key()) != nullptr) {
+        return;
     }
-    return unchanged;
+    lines << withoutDigest(removal.line);
+    const LinesByModule with = settled;
+    if (!dropUntrueLines() || settled != with) {
+        settled = before;
+    }
 }

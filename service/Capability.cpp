@@ -1,4 +1,5 @@
 #include "platform/logger/VYXLogger.h"
+#include "repository/Repository.h"
 #include "repository/RepositoryUrl.h"
 #include "service/VYXSaveRestore.h"
 
@@ -15,6 +16,9 @@ bool VYXSaveRestore::hasRepositoryUrl() const
 
 Capability VYXSaveRestore::computedCapability() const
 {
+    if (operations.usesRepository()) {
+        return {capabilityName, Capability::TEMPORARY_UNAVAILABLE};
+    }
     const bool available = settings.enabled && hasRepositoryUrl();
     return {capabilityName, available ? Capability::AVAILABLE : Capability::UNAVAILABLE};
 }
@@ -23,6 +27,10 @@ void VYXSaveRestore::checkCapability()
 {
     const Capability current = getCapability(capabilityName);
     const Capability computed = computedCapability();
+    if (computed.getState() == Capability::TEMPORARY_UNAVAILABLE) {
+        setCapability(computed);
+        return;
+    }
     const bool available = computed.getState() == Capability::AVAILABLE;
     if (available) {
         logDebug("Capability AVAILABLE (%1)", RepositoryUrl::forDisplay(repository->getRepositoryUrl()));

@@ -1,4 +1,5 @@
 #include "platform/logger/VYXLogger.h"
+#include "repository/Repository.h"
 #include "repository/RepositoryUrl.h"
 #include "service/VYXSaveRestore.h"
 

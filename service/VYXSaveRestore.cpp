@@ -4,23 +4,20 @@
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "platform/records/TimePattern.h"
+#include "repository/Repository.h"
+#include "reset/ResetOperation.h"
 #include "restorable/RestorableListing.h"
 #include "restore/LiveData.h"
+#include "restore/RestoreOperation.h"
+#include "save/SaveOperation.h"
+#include "staging/WorkingDirectory.h"
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QFile>
 #include <QRandomGenerator>
-
-#include <utility>
-
-using namespace std::chrono_literals;
 
 namespace {
 
 VYXSaveRestore *singleton = nullptr;
-
-constexpr auto transferInactivityLimit = 60s;
 
 } // namespace
 
@@ -33,14 +30,9 @@ VYXSaveRestore *VYXSaveRestore::instance(const ServiceLimits &limits)
 }
 
 VYXSaveRestore::VYXSaveRestore(const ServiceLimits &limits)
-    : VYXModule("VYXSaveRestore"), knownModules(*this), pauses(*this, limits.pause), schedule(*this, waiter),
-      limits(limits)
+    : VYXModule("VYXSaveRestore"), limits(limits), knownModules(*this), pauses(*this, limits.pause),
+      schedule(*this, waiter), operations(*this)
 {
-}
-
-QString VYXSaveRestore::printRestorableFiles()
-{
-    return restorableListing(knownModules.objects());
 }
 
 VYXSaveRestore::~VYXSaveRestore()
@@ -68,24 +60,13 @@ bool VYXSaveRestore::Init()
     registerDBusSetting();
     registerDBusCapability();
     registerDBusUpdateReport();
-    createWorkingDirectories();
+    WorkingDirectory::createAll();
     LiveData::recoverAll(DevicePaths::dataRoot());
     pauses.start();
-
-    repository = nullptr;
-    pendingOperations = 0;
-    devMode = false;
-
-    connect(this, &VYXSaveRestore::start_priority_save, this,
-            &VYXSaveRestore::startSaveOnRepositoryForPriority);
-    connect(this, &VYXSaveRestore::start_post_on_repository, this, &VYXSaveRestore::postOnRepository);
-    connect(this, &VYXSaveRestore::start_priority_restore, this,
-            &VYXSaveRestore::startRestoreFromRepositoryForPriority);
+    connect(&operations, &OperationSlot::usesRepositoryChanged, this, &VYXSaveRestore::checkCapability);
     // Nothing is on the stack any more when the event loop has ended.
     connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
-            [this] { delete std::exchange(repository, nullptr); });
-    subscribeEvent("reset_default_done", this, [this](const VYXEvent &event) { moduleResetDone(event); });
-    subscribeEvent("reset_factory_done", this, [this](const VYXEvent &event) { moduleResetDone(event); });
+            [this] { repository.reset(); });
 
     MapQStringCapability capabilities = getCapabilities();
     const Capability capability = computedCapability();
@@ -101,9 +82,7 @@ bool VYXSaveRestore::Run()
     schedule.removeAllTasks();
     readSettings();
     knownModules.parseRestorableConfigFiles(waiter);
-    if (!knownModules.objects().isEmpty()) {
-        knownModules.computeSaveGroups();
-    }
+    knownModules.completeSaveGroups();
     checkCapability();
     return true;
 }
@@ -114,80 +93,81 @@ bool VYXSaveRestore::Stop()
     return true;
 }
 
-void VYXSaveRestore::createWorkingDirectories()
+OperationContext VYXSaveRestore::operationContext(Waiter &operationWaiter)
 {
-    createWorkingDirectory(DevicePaths::stagingRoot(), "Save temp directory '%1' does not exist, creating.");
-    createWorkingDirectory(DevicePaths::restoreDirectory(),
-                           "Restore temp directory '%1' does not exist, creating.");
+    return {.middleware = *this,
+            .waiter = operationWaiter,
+            .modules = knownModules,
+            .pauses = pauses,
+            .enabled = settings.enabled,
+            .priorities = settings.priorities,
+            .repository = repository};
 }
 
-void VYXSaveRestore::createWorkingDirectory(const QString &path, const char *warning)
+bool VYXSaveRestore::startSaveOnRepository()
 {
-    if (QDir(path).exists()) {
-        return;
-    }
-    logWarning(warning, path);
-    QDir().mkpath(path);
-    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-}
-
-void VYXSaveRestore::httpRequestFinished()
-{
-    requestFinished = true;
-}
-
-void VYXSaveRestore::httpOperationDone()
-{
-    // Sends complete in the order in which they were asked for, the uncounted ones before the counted.
-    if (uncountedSends > 0) {
-        --uncountedSends;
-        return;
-    }
-    --pendingOperations;
-}
-
-bool VYXSaveRestore::getFileAndWait(const QString &file, const QString &directory, bool wait)
-{
-    const int generation = repositoryGeneration;
-    requestFinished = false;
-    const bool accepted = repository->getFileFromRepository(file, directory);
-    if (!wait) {
-        return true;
-    }
-    const WaitOutcome outcome = waiter.waitUntil(
-        [&] {
-            return requestFinished || generation != repositoryGeneration || !repository->hasPendingRequests();
-        },
-        transferInactivityLimit, [this] { return repository->transferProgress(); });
-    if (outcome != WaitOutcome::Met || generation != repositoryGeneration) {
-        logError("The request for '%1' was not finished by the repository", file);
-        return false;
-    }
-    return accepted && QFile::exists(directory);
-}
-
-void VYXSaveRestore::refreshSaveFrequency()
-{
-    constexpr int lastMinute = 4;
-    const int minute = QRandomGenerator::global()->bounded(lastMinute + 1);
-    const bool frequency = settings.scheduleType == Settings::Frequency;
-    setSaveFrequency(settings.schedule, minute, frequency, settings.scheduleType != Settings::Disabled);
-}
-
-void VYXSaveRestore::setSaveFrequency(int hour, int minute, bool frequency, bool enable)
-{
-    schedule.setSaveFrequency(hour, minute, frequency, enable);
+    bool saved = false;
+    operations.run(OperationSlot::Uses::Repository, [&](Waiter &operationWaiter) {
+        saved = SaveOperation(operationContext(operationWaiter)).startSaveOnRepository();
+    });
+    return saved;
 }
 
 void VYXSaveRestore::startSaveOnRepository(int)
 {
     if (!settings.enabled) {
         logDebug("Save/Restore is disabled: abort");
-        return;
-    }
-    if (repository == nullptr) {
+    } else if (repository == nullptr) {
         logError("Repository URL not provided!");
-        return;
+    } else {
+        startSaveOnRepository();
     }
-    startSaveOnRepository();
+}
+
+void VYXSaveRestore::startRestoreFromRepository()
+{
+    operations.run(OperationSlot::Uses::Repository, [this](Waiter &operationWaiter) {
+        RestoreOperation(operationContext(operationWaiter)).startRestoreFromRepository();
+    });
+}
+
+bool VYXSaveRestore::reset(bool toDefault)
+{
+    const auto kind = toDefault ? ResetOperation::Kind::ToDefault : ResetOperation::Kind::ToFactory;
+    bool reboot = false;
+    operations.run(OperationSlot::Uses::Modules, [&](Waiter &operationWaiter) {
+        ResetOperation operation(kind, knownModules, *this, operationWaiter,
+                                 toDefault ? limits.defaultReset : limits.factoryReset);
+        operation.run();
+        reboot = operation.needsReboot();
+    });
+    return reboot;
+}
+
+bool VYXSaveRestore::resetToDefault()
+{
+    return reset(true);
+}
+
+void VYXSaveRestore::resetToFactory()
+{
+    reset(false);
+}
+
+void VYXSaveRestore::refreshSaveFrequency()
+{
+    constexpr int minutes = 5;
+    const int minute = QRandomGenerator::global()->bounded(minutes);
+    const bool frequency = settings.scheduleType == Settings::Frequency;
+    setSaveFrequency(settings.schedule, minute, frequency, settings.scheduleType != Settings::Disabled);
+}
+
+void VYXSaveRestore::setSaveFrequency(int hour, int minute, bool frequency, bool enable)
+{
+    operations.whenFree([=, this] { schedule.setSaveFrequency(hour, minute, frequency, enable); });
+}
+
+QString VYXSaveRestore::printRestorableFiles()
+{
+    return restorableListing(knownModules.objects());
 }

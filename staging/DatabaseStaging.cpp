@@ -7,7 +7,7 @@
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "staging/DatabaseDump.h"
-#include "staging/Staging.h"
+#include "staging/StagingError.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -58,7 +58,8 @@ CopyState inspectCopy(Waiter &waiter, const QString &copy)
 
 } // namespace
 
-DatabaseStaging::DatabaseStaging(QString module, Waiter &waiter) : module(std::move(module)), waiter(waiter)
+DatabaseStaging::DatabaseStaging(QString moduleName, ChecksumLines &lines, Waiter &waiter)
+    : module(std::move(moduleName)), lines(lines), waiter(waiter)
 {
 }
 
@@ -69,34 +70,34 @@ SavedItem DatabaseStaging::itemOf(const QString &database) const
 
 QString DatabaseStaging::copyPath(const QString &database) const
 {
-    return Staging::moduleDirectory(module) + "/" + database + ".data";
+    return DevicePaths::staged(module + "/" + database + ".data");
 }
 
-void DatabaseStaging::copy(const QString &database, ChecksumAppender &checksums)
+void DatabaseStaging::copy(const QString &database)
 {
     logDebug("Copying database '%2' of module '%1' into temp dir", module, database);
     const QString source = DevicePaths::moduleData(module) + "/" + database + ".data";
     const QString target = copyPath(database);
     QString digest;
     if (!copyWithSideFiles(source, target)) {
-        Staging::reportError(copyCommand(source, target));
+        reportStagingError(copyCommand(source, target));
     } else {
         digest = fileDigest(waiter, target);
         if (digest.isEmpty()) {
-            Staging::reportError(digestCommandLine(target));
+            reportStagingError(digestCommandLine(target));
         }
     }
     if (digest.isEmpty()) {
         QFile::remove(target);
     }
-    checksums.append(ChecksumLine::database(itemOf(database).key(), digest));
+    lines.append(ChecksumLine::database(itemOf(database).key(), digest));
 }
 
-void DatabaseStaging::noteMissing(const QString &database, ChecksumAppender &checksums)
+void DatabaseStaging::noteMissing(const QString &database)
 {
-    Staging::reportError(
+    reportStagingError(
         copyCommand(DevicePaths::moduleData(module) + "/" + database + ".data", copyPath(database)));
-    checksums.append(ChecksumLine::database(itemOf(database).key(), {}));
+    lines.append(ChecksumLine::database(itemOf(database).key(), {}));
 }
 
 bool DatabaseStaging::copyWithSideFiles(const QString &source, const QString &target)
@@ -136,7 +137,7 @@ void DatabaseStaging::dump(const RestorableDatabase &database)
     if (!QFile::exists(copy)) {
         return;
     }
-    const QString dumpPath = Staging::moduleDirectory(module) + "/" + itemOf(name).artefact();
+    const QString dumpPath = itemOf(name).stagedPath();
     const bool dumped = database.getSqlCommands().isEmpty() ? dumpWhole(copy, dumpPath)
                                                             : dumpSelections(database, copy, dumpPath);
     QFile::remove(copy);
@@ -146,7 +147,11 @@ void DatabaseStaging::dump(const RestorableDatabase &database)
     }
     logError("Database '%1' of module '%2' could not be dumped: its last saved copy stays", name, module);
     QFile::remove(dumpPath);
-    clearDigest(Staging::checksumFile(module), itemOf(name).key());
+    for (ChecksumLine &line : lines) {
+        if (line.key() == itemOf(name).key()) {
+            line.setDigest({});
+        }
+    }
 }
 
 bool DatabaseStaging::dumpWhole(const QString &copy, const QString &dumpPath)
@@ -155,7 +160,7 @@ bool DatabaseStaging::dumpWhole(const QString &copy, const QString &dumpPath)
     const QString line = DatabaseDump::fullDumpLine(copy, dumpPath);
     logDebug("Dump database '%1' of module '%2'", QFileInfo(copy).completeBaseName(), module);
     if (!state.usable || !runShellLine(waiter, line).finished) {
-        Staging::reportError(line);
+        reportStagingError(line);
         return false;
     }
     return state.pragmas.isEmpty() ||

@@ -12,13 +12,14 @@ class Waiter;
 class DatabaseStaging
 {
 public:
-    DatabaseStaging(QString module, Waiter &waiter);
+    /// The lines are appended to `lines`, which must outlive the object.
+    DatabaseStaging(QString module, ChecksumLines &lines, Waiter &waiter);
 
     /// Copy the database file with what its journal or write-ahead log still holds.
-    void copy(const QString &database, ChecksumAppender &checksums);
+    void copy(const QString &database);
 
     /// Note a database that has no file: its line has no digest.
-    void noteMissing(const QString &database, ChecksumAppender &checksums);
+    void noteMissing(const QString &database);
 
     /// Turn the copy into its dump. A dump that fails is removed, and the digest of its line is taken away.
     void dump(const RestorableDatabase &database);
@@ -32,5 +33,6 @@ private:
     QString copyPath(const QString &database) const;
 
     QString module;
+    ChecksumLines &lines;
     Waiter &waiter;
 };

@@ -6,7 +6,7 @@
 #include "commands/ShellText.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "staging/Staging.h"
+#include "staging/StagingError.h"
 
 #include <QDir>
 #include <QFile>
@@ -18,6 +18,8 @@ namespace {
 
 /// GNU tar ends with 1 when a file changed or went while it was read; the archive is whole all the same.
 constexpr int tarFileChanged = 1;
+
+const QString compressedSuffix = ".gz";
 
 QString priorityOf(const RestorableFile &item)
 {
@@ -31,8 +33,8 @@ bool fitsChecksumLine(const QString &name)
 
 } // namespace
 
-FileStaging::FileStaging(QString moduleName, ChecksumAppender &checksums, Waiter &waiter)
-    : module(std::move(moduleName)), dataDirectory(DevicePaths::moduleData(module)), checksums(checksums),
+FileStaging::FileStaging(QString moduleName, ChecksumLines &lines, Waiter &waiter)
+    : module(std::move(moduleName)), dataDirectory(DevicePaths::moduleData(module)), lines(lines),
       waiter(waiter)
 {
 }
@@ -54,11 +56,11 @@ void FileStaging::stageFile(const RestorableFile &item)
     const QString path = dataDirectory + "/" + item.getPath();
     const QString digest = fileDigest(waiter, path);
     if (digest.isEmpty()) {
-        Staging::reportError(digestCommandLine(path));
+        reportStagingError(digestCommandLine(path));
     } else {
         logDebug("md5sum= %1", digest);
     }
-    checksums.append(ChecksumLine::file(item.getPath(), digest, item.isZipped(), priorityOf(item)));
+    lines.append(ChecksumLine::file(item.getPath(), digest, item.isZipped(), priorityOf(item)));
 }
 
 bool FileStaging::archiveDirectory(const QString &source, const QString &archive)
@@ -68,7 +70,7 @@ bool FileStaging::archiveDirectory(const QString &source, const QString &archive
     if (result.finished && result.exitCode <= tarFileChanged) {
         return true;
     }
-    Staging::reportError(ShellText::commandLine("tar", arguments));
+    reportStagingError(ShellText::commandLine("tar", arguments));
     QFile::remove(archive);
     return false;
 }
@@ -77,18 +79,18 @@ void FileStaging::stageZippedDirectory(const RestorableFile &item)
 {
     logDebug("Saving directory (zipped) '%1' of module '%2'", item.getPath(), module);
     const SavedItem saved(DirectoryItem, module, item.getPath(), priorityOf(item));
-    const QString archive = Staging::moduleDirectory(module) + "/" + saved.artefact().chopped(3);
+    const QString archive = saved.stagedPath().chopped(compressedSuffix.size());
     QString digest;
     if (archiveDirectory(dataDirectory + "/" + item.getPath(), archive)) {
         digest = fileDigest(waiter, archive);
         if (digest.isEmpty()) {
-            Staging::reportError(digestCommandLine(archive));
+            reportStagingError(digestCommandLine(archive));
         }
         if (!compressArchive(archive, !digest.isEmpty())) {
             digest.clear();
         }
     }
-    checksums.append(ChecksumLine::directory(saved.key(), digest, priorityOf(item)));
+    lines.append(ChecksumLine::directory(saved.key(), digest, priorityOf(item)));
 }
 
 /// Replace the archive by its compressed form; an archive that is not wanted or cannot be compressed goes.
@@ -98,7 +100,7 @@ bool FileStaging::compressArchive(const QString &archive, bool wanted)
         return true;
     }
     if (wanted) {
-        Staging::reportError(ShellText::commandLine("gzip", {archive}));
+        reportStagingError(ShellText::commandLine("gzip", {archive}));
     }
     QFile::remove(archive);
     QFile::remove(archive + ".gz");
@@ -111,7 +113,7 @@ void FileStaging::stageDirectory(const RestorableFile &item)
     const QDir directory(dataDirectory + "/" + item.getPath());
     if (!directory.exists()) {
         // Gone since the description was read: like an item that was missing then.
-        checksums.append(ChecksumLine::file(item.getPath(), {}, false, priorityOf(item)));
+        lines.append(ChecksumLine::file(item.getPath(), {}, false, priorityOf(item)));
         return;
     }
     const QStringList entries =
@@ -127,14 +129,14 @@ void FileStaging::stageDirectoryEntry(const RestorableFile &item, const QString 
 {
     const QString path = directory + "/" + entry;
     if (!QFileInfo(path).isFile() || !fitsChecksumLine(entry)) {
-        Staging::reportError(digestCommandLine(path));
+        reportStagingError(digestCommandLine(path));
         return;
     }
     const QString digest = fileDigest(waiter, path);
     if (digest.isEmpty()) {
-        Staging::reportError(digestCommandLine(path));
+        reportStagingError(digestCommandLine(path));
     } else {
         logDebug("md5sum= %1", digest);
     }
-    checksums.append(ChecksumLine::file(item.getPath() + "/" + entry, digest, false, priorityOf(item)));
+    lines.append(ChecksumLine::file(item.getPath() + "/" + entry, digest, false, priorityOf(item)));
 }

@@ -12,7 +12,8 @@ class Waiter;
 class FileStaging
 {
 public:
-    FileStaging(QString module, ChecksumAppender &checksums, Waiter &waiter);
+    /// The lines are appended to `lines`, which must outlive the object.
+    FileStaging(QString module, ChecksumLines &lines, Waiter &waiter);
 
     void stage(const RestorableFile &item);
 
@@ -26,6 +27,6 @@ private:
 
     QString module;
     QString dataDirectory;
-    ChecksumAppender &checksums;
+    ChecksumLines &lines;
     Waiter &waiter;
 };

@@ -1,206 +1,168 @@
+#include "platform/core/Waiter.h"
 #include "repository/DistantRepository.h"
+#include "repository/LocalRepository.h"
+#include "repository/RepositorySession.h"
 #include "repository/RepositoryUrl.h"
 #include "tests/support/DataTable.h"
+#include "tests/support/NginxServer.h"
 #include "tests/support/RepositoryTest.h"
 #include "tests/support/StoreServer.h"
+#include "tests/support/TestMiddleware.h"
 
 #include <QElapsedTimer>
+#include <QTimer>
 
 using namespace std::chrono_literals;
 
-/// The client of a server, against servers that do what they should not.
+/// The client of a server, against servers that do what they should not, and the session of an operation.
 class tst_distant : public RepositoryTest
 {
     Q_OBJECT
 
+    const QTemporaryDir root;
     std::unique_ptr<StoreServer> server;
-    std::unique_ptr<DistantRepository> repository;
+    std::shared_ptr<DistantRepository> repository;
+
+    void use(const QString &url)
+    {
+        repository = std::make_shared<DistantRepository>(url);
+        repository->setInactivityLimit(400ms);
+    }
 
 private Q_SLOTS:
+    void initTestCase()
+    {
+        qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());
+        startAfresh();
+    }
+
     void init()
     {
         server = std::make_unique<StoreServer>();
-        repository = std::make_unique<DistantRepository>(server->url());
-        repository->setInactivityLimit(400ms);
-        watch(*repository);
+        use(server->url());
         startAfresh();
     }
 
     void oneAtATimeInOrder()
     {
         for (const char *name : {"a", "b", "c"}) {
-            QVERIFY(repository->sendFileToRepository(file(name, name)));
+            submit(*repository, Method::Put, name, file(name, name));
         }
-        QVERIFY(repository->getFileFromRepository("b", local->filePath("back")));
-        QVERIFY(repository->removeFileFromRepository("a"));
-        QVERIFY(finished(*repository));
+        submit(*repository, Method::Get, "b", local->filePath("back"));
+        QCOMPARE(ask(*repository, Method::Remove, "a"), "stored");
         QCOMPARE(server->requests, QStringList({"PUT a", "PUT b", "PUT c", "GET b", "DELETE a"}));
         QCOMPARE(server->entries.keys(), QStringList({"b", "c"}));
         QCOMPARE(content("back"), "b");
-        QCOMPARE(signalled.count("one"), 3);
-        QCOMPARE(signalled.count("ready"), 5);
-        QCOMPARE(signalled.count("all"), 1);
         QVERIFY(!server->overlapped);
         QCOMPARE(server->connections, 1);
-        QCOMPARE(repository->getErrorStatus(), RequestSucceeded);
-
-        signalled.clear();
-        QVERIFY(repository->sendFileToRepository(file("d")) && finished(*repository));
-        QCOMPARE(signalled.last(), "one");
-        QCOMPARE(signalled.indexOf("all"), signalled.size() - 3);
     }
 
     void failures_data()
     {
-        columns<int, int>("behaviour", "status");
-        for (const int status : {301, 302, 403, 404, 500, 507}) {
-            QTest::addRow("status %d", status) << int(StoreServer::Fail) << status;
+        columns<int, int, QStringList>("behaviour", "status", "expected"); // of check, put, get, remove
+        const QStringList failed = {"failed", "failed", "failed", "failed"};
+        const QStringList kept = {"kept", "kept", "kept", "kept"};
+        for (const int status : {301, 302, 500, 502, 504}) {
+            QTest::addRow("status %d", status) << int(StoreServer::Fail) << status << failed;
         }
-        row("never answers", int(StoreServer::Silent), 0);
-        row("closes at once", int(StoreServer::Close), 0);
-        row("hangs in the body", int(StoreServer::Hangs), 0);
-        row("cuts the body", int(StoreServer::CutBody), 0);
+        for (const int status : {400, 403, 413, 503, 507}) {
+            QTest::addRow("status %d", status) << int(StoreServer::Fail) << status << kept;
+        }
+        row("status 404", int(StoreServer::Fail), 404, QStringList({"kept", "kept", "absent", "stored"}));
+        row("never answers", int(StoreServer::Silent), 0, failed);
+        row("closes at once", int(StoreServer::Close), 0, failed);
+        row("hangs in the body", int(StoreServer::Hangs), 0, failed);
+        row("cuts the body", int(StoreServer::CutBody), 0,
+            QStringList({"failed", "failed", "failed", "stored"}));
     }
     void failures()
     {
         QFETCH(int, behaviour);
         QFETCH(int, status);
+        QFETCH(QStringList, expected);
         server->failStatus = status;
         server->behaviour = [&](int, const QString &, const QString &entry) {
-            return entry == "bad" ? StoreServer::Behaviour(behaviour) : StoreServer::Proper;
+            return entry == "good" ? StoreServer::Proper : StoreServer::Behaviour(behaviour);
         };
-        server->entries.insert("bad", "entry");
-        server->entries.insert("good", "entry");
         QElapsedTimer timer;
         timer.start();
-        repository->getFileFromRepository("bad", local->filePath("bad-back"));
-        QVERIFY(repository->getFileFromRepository("good", local->filePath("good-back")) &&
-                finished(*repository));
-        QCOMPARE(content("bad-back"), "<none>");
-        QCOMPARE(content("good-back"), "entry");
-        QVERIFY(!repository->getErrorString().isEmpty());
-        QCOMPARE(repository->getErrorStatus(), RequestFailed);
-        QCOMPARE(QDir(local->path()).entryList(QDir::Files | QDir::Hidden), QStringList{"good-back"});
-
-        if (behaviour != StoreServer::Hangs && behaviour != StoreServer::CutBody) {
-            repository->sendFileToRepository(file("bad"));
-            repository->sendFileToRepository(file("good"));
-            QVERIFY(finished(*repository));
-            QCOMPARE(repository->getErrorStatus(), RequestFailed);
-            QCOMPARE(signalled.count("one"), 2);
-            QCOMPARE(server->entries.value("good"), "content");
-        }
-        repository->removeFileFromRepository("bad");
-        QVERIFY(repository->removeFileFromRepository("good") && finished(*repository));
-        QVERIFY(!server->entries.contains("good"));
+        file("back", "old");
+        submit(*repository, Method::Check, "");
+        submit(*repository, Method::Put, "bad", file("a"));
+        submit(*repository, Method::Get, "bad", local->filePath("back"));
+        submit(*repository, Method::Remove, "bad");
+        QVERIFY(finished(*repository));
+        QCOMPARE(outcomes, QStringList({expected.at(0) + " ", expected.at(1) + " bad",
+                                        expected.at(2) + " bad", expected.at(3) + " bad"}));
+        QCOMPARE(content("back"), "old");
+        QCOMPARE(QDir(local->path()).entryList(QDir::Files | QDir::Hidden), QStringList({"a", "back"}));
+        QCOMPARE(ask(*repository, Method::Put, "good", local->filePath("a")), "stored");
+        QCOMPARE(ask(*repository, Method::Get, "good", local->filePath("back")), "stored");
+        QCOMPARE(content("back"), "content");
         QVERIFY(timer.elapsed() < 8000);
-    }
-
-    void checks_data()
-    {
-        columns<int, int, bool>("behaviour", "status", "reached");
-        row("proper", int(StoreServer::Proper), 0, true);
-        row("moved", int(StoreServer::Fail), 301, false);
-        row("forbidden", int(StoreServer::Fail), 403, false);
-        row("never answers", int(StoreServer::Silent), 0, false);
-        row("closes", int(StoreServer::Close), 0, false);
-    }
-    void checks()
-    {
-        QFETCH(int, behaviour);
-        QFETCH(int, status);
-        QFETCH(bool, reached);
-        server->failStatus = status;
-        server->behaviour = [&](int, const QString &, const QString &entry) {
-            return entry.isEmpty() ? StoreServer::Behaviour(behaviour) : StoreServer::Proper;
-        };
-        repository->sendFileToRepository(file("a")); // is let finish first
-        QCOMPARE(repository->checkRepository(), reached);
-        QCOMPARE(server->requests.first(), "PUT a");
-        QCOMPARE(repository->getErrorString().isEmpty(), reached);
-        QVERIFY(repository->sendFileToRepository(file("b")) && finished(*repository));
-        QCOMPARE(server->entries.keys(), QStringList({"a", "b"}));
     }
 
     void serverThatIsGone()
     {
-        server->stop();
         server.reset();
-        QVERIFY(!repository->checkRepository());
-        QVERIFY2(repository->getErrorString().endsWith(" - 1"), qPrintable(repository->getErrorString()));
-        QVERIFY(repository->sendFileToRepository(file("a")) && finished(*repository));
-        QCOMPARE(repository->getErrorStatus(), RequestFailed);
+        QCOMPARE(ask(*repository, Method::Check, ""), "failed");
+        QVERIFY2(reason.endsWith(" - 1"), qPrintable(reason));
+        QCOMPARE(ask(*repository, Method::Put, "a", file("a")), "failed");
+        use("https://127.0.0.1:1/save"); // never set up
+        QCOMPARE(ask(*repository, Method::Check, ""), "failed");
     }
 
-    void localFilesThatCannotBeUsed()
+    void cancelledAtAnyMoment()
     {
-        for (int number = 0; number < 20000; ++number) {
-            repository->sendFileToRepository(local->filePath("missing"));
+        for (const Method method : {Method::Check, Method::Put, Method::Get, Method::Remove}) {
+            QString first;
+            for (int turns = 0; first != "stored a"; ++turns) {
+                QVERIFY(turns < 500);
+                startAfresh();
+                server->entries = {{"a", "entry"}};
+                submit(*repository, method, "a", file("a", "old"));
+                for (int turn = 0; turn < turns && repository->hasPendingRequests(); ++turn) {
+                    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+                }
+                repository->cancelRequests("why");
+                QCOMPARE(ask(*repository, Method::Get, "none", local->filePath("a")), "absent");
+                first = outcomes.takeFirst();
+                QCOMPARE(outcomes, QStringList{"absent none"});
+                QVERIFY2(QStringList({"kept a", "failed a", "stored a"}).contains(first), qPrintable(first));
+                QCOMPARE(content("a"), method == Method::Get && first == "stored a" ? "entry" : "old");
+            }
         }
-        QCOMPARE(repository->getErrorStatus(), RequestSucceeded);
-        QCOMPARE(signalled.count("one"), 0);
-        repository->sendFileToRepository(local->path()); // a directory
-        QCOMPARE(repository->getErrorStatus(), RequestFailed);
-        QCOMPARE(signalled.count("one"), 1);
-        repository->getFileFromRepository("x", "/no/such/directory/x");
-        QCOMPARE(repository->getErrorStatus(), RequestFailed);
-        QVERIFY(server->requests.isEmpty());
-        QVERIFY(repository->sendFileToRepository(file("a")) && finished(*repository));
-        QCOMPARE(server->requests, QStringList{"PUT a"});
     }
 
-    void targetStaysUntilTheReplyFailed()
+    void cancelledWithoutAnAnswer()
     {
-        file("kept", "old");
-        server->entries.insert("kept", "new");
         server->behaviour = [](int number, const QString &, const QString &) {
             return number == 1 ? StoreServer::Silent : StoreServer::Proper;
         };
-        repository->getFileFromRepository("kept", local->filePath("kept"));
-        QTest::qWait(100);
-        QCOMPARE(content("kept"), "old");
-        QVERIFY(finished(*repository));
-        QCOMPARE(content("kept"), "<none>");
-        QVERIFY(repository->getFileFromRepository("kept", local->filePath("kept")) && finished(*repository));
-        QCOMPARE(content("kept"), "new");
-    }
-
-    void anotherServer()
-    {
-        StoreServer other;
-        server->behaviour = [](int, const QString &, const QString &) { return StoreServer::Silent; };
-        repository->sendFileToRepository(file("a"));
-        repository->sendFileToRepository(file("b"));
-        repository->setRepositoryUrl(other.url());
-        QVERIFY(repository->removeFileFromRepository("c") && finished(*repository));
-        QCOMPARE(server->requests, QStringList{"PUT a"});
-        QCOMPARE(other.requests, QStringList{"DELETE c"});
-    }
-
-    void abandoned()
-    {
-        server->behaviour = [](int, const QString &, const QString &) { return StoreServer::Silent; };
-        repository->sendFileToRepository(file("a"));
-        repository->sendFileToRepository(file("b"));
+        submit(*repository, Method::Put, "a", file("a"));
+        submit(*repository, Method::Remove, "a");
         QVERIFY(TestDevice::waitUntil([&] { return server->requests.size() == 1; }));
-        signalled.clear();
-        repository->abandon();
+        repository->cancelRequests("why");
+        QCOMPARE(outcomes, QStringList({"failed a", "kept a"}));
+        QTest::qWait(100);
+        QCOMPARE(ask(*repository, Method::Get, "none", local->filePath("a")), "absent");
+        QVERIFY(!server->overlapped);
         QTest::qWait(600);
-        QCOMPARE(signalled, QStringList());
-        QCOMPARE(server->requests.size(), 1);
-        QVERIFY(!repository->hasPendingRequests());
+        QCOMPARE(outcomes.size(), 3);
+        QCOMPARE(server->requests, QStringList({"PUT a", "GET none"}));
     }
 
     void userInformation()
     {
         QString url = server->url();
-        repository->setRepositoryUrl(url.replace("http://", "http://user:p%40ss@"));
-        repository->getFileFromRepository("missing", local->filePath("x"));
-        QVERIFY(finished(*repository));
+        use(url.replace("http://", "http://user:p%40ss@"));
+        server->behaviour = [](int, const QString &, const QString &) { return StoreServer::Fail; };
+        QCOMPARE(ask(*repository, Method::Get, "missing", local->filePath("x")), "failed");
         QVERIFY(
             server->rawHeads.last().contains("Authorization: Basic " + QByteArray("user:p@ss").toBase64()));
-        QVERIFY(!repository->getErrorString().contains("p@ss"));
+        QVERIFY(!reason.contains("p@ss") && !reason.contains("p%40ss"));
         QCOMPARE(RepositoryUrl::forDisplay(url), server->url());
+        QCOMPARE(repository->getRepositoryUrl(), url);
     }
 
     void urls()
@@ -212,10 +174,106 @@ private Q_SLOTS:
         QCOMPARE(path("http://h/save/", "a"), "/save/a");
         QCOMPARE(path("http://h/s", "a#?%41 ü[1]\"\\"), "/s/a%23%3F%2541%20%C3%BC%5B1%5D%22%5C");
         for (const char *url : {"http://h/save?x=1", "http://h/save#x", "/data/httpdump", "http://", ""}) {
-            repository->setRepositoryUrl(url);
-            QVERIFY2(!repository->checkRepository(), url);
-            QVERIFY(repository->getErrorString().startsWith("The repository's URL"));
+            use(url);
+            QCOMPARE(ask(*repository, Method::Check, ""), "kept");
+            QVERIFY2(reason.startsWith("The repository's URL"), url);
         }
+    }
+
+    void usable_data()
+    {
+        columns<bool, QString, QString, QString>("developer", "place", "status", "popup");
+        const QString unsecured = "Unsecured URL: abort backup operations.";
+        const QString failed = "Connection to repository failed.|";
+        row("developer's directory", true, "/tmp", "NONE", "");
+        row("directory", false, "/tmp", "SECURED", unsecured);
+        row("no directory", true, "/no such directory", "NONE",
+            failed + "Local save directory not initialized!");
+        row("developer's server", true, "HTTP", "NONE", "");
+        row("server", false, "HTTP", "SECURED", unsecured);
+        row("no server", true, "http:", "NONE", failed + "The repository's URL is not valid");
+        row("secure server", false, "HTTPS", "SECURED", "");
+        row("no trust list", false, "HTTPS", "NONE", "CTL is not deployed: abort backup operations.");
+    }
+    void usable()
+    {
+        QFETCH(bool, developer);
+        QFETCH(QString, place);
+        QFETCH(QString, status);
+        QFETCH(QString, popup);
+        static const NginxServer secure("server");
+        const QMap<QString, QString> urls = {{"HTTP", server->url()}, {"HTTPS", secure.url()}};
+        NginxServer::installTool(root.path(), "device.pem", "device.key", "ca.pem", status);
+        writeFile(root.filePath("data/dev_mode"), {});
+        QVERIFY(developer || QFile::remove(root.filePath("data/dev_mode")));
+        use(urls.value(place, place));
+        std::shared_ptr<Repository> held = repository;
+        if (place.startsWith('/')) {
+            held = std::make_shared<LocalRepository>(place);
+        }
+        for (const bool ends : {false, true}) {
+            TestMiddleware middleware;
+            Waiter waiter;
+            if (ends) {
+                waiter.end(Waiter::End::RepositoryChanged);
+            }
+            QCOMPARE(RepositorySession(held, middleware, waiter).isUsable("backup"),
+                     popup.isEmpty() && !ends);
+            QCOMPARE(middleware.popups.join(' '), ends ? "" : popup);
+        }
+    }
+
+    void session()
+    {
+        TestMiddleware middleware;
+        Waiter waiter;
+        auto session = std::make_unique<RepositorySession>(repository, middleware, waiter);
+        session->submit({Method::Put, "a", file("a")}, noted("a"));
+        session->submit({Method::Put, "a/b", file("a")}, [&](const RequestOutcome &) {
+            session->submit({Method::Put, "b", file("b")}, noted("b"));
+        });
+        session->waitForRequests();
+        QCOMPARE(outcomes, QStringList({"stored a", "stored b"}));
+        QCOMPARE(word(session->getFileAndWait("a", local->filePath("back"))), "stored");
+        QCOMPARE(word(session->getFileAndWait("missing", local->filePath("back"))), "absent");
+        QCOMPARE(content("back"), "content");
+
+        server->behaviour = [&](int, const QString &, const QString &) { return StoreServer::Silent; };
+        repository->setInactivityLimit(60s);
+        session->submit({Method::Put, "c", file("c")}, noted("c"));
+        session->submit({Method::Remove, "a", {}}, noted("a"));
+        QTimer::singleShot(100, this, [&] { waiter.end(Waiter::End::ProcessEnds); });
+        session->waitForRequests();
+        QCOMPARE(outcomes.mid(2), QStringList({"failed c", "kept a"}));
+        QCOMPARE(word(session->getFileAndWait("a", local->filePath("back"))), "kept");
+        session->submit({Method::Remove, "a", {}}, noted("a"));
+        submit(*repository, Method::Check, "");
+        session.reset();
+        QVERIFY(!repository->hasPendingRequests());
+        QCOMPARE(outcomes.mid(4), QStringList({"kept "}));
+    }
+
+    void setUpsOverlapAndEndEarly()
+    {
+        const NginxServer secure("server");
+        NginxServer::installTool(root.path());
+        use(secure.url());
+        DistantRepository other(secure.url());
+        Waiter waiter;
+        Waiter otherWaiter;
+        QTimer::singleShot(0, this, [&] { other.setUp(otherWaiter); });
+        repository->setUp(waiter);
+        QCOMPARE(ask(other, Method::Check, ""), "stored");
+        QCOMPARE(ask(*repository, Method::Check, ""), "stored");
+
+        const QByteArray configuration = readFile(root.filePath("etc/VYXApplication/pki.conf"));
+        writeFile(root.filePath("etc/VYXApplication/pki.conf"), configuration + "DELAY=2\n");
+        QElapsedTimer timer;
+        timer.start();
+        QTimer::singleShot(100, this, [&] { waiter.end(Waiter::End::RepositoryChanged); });
+        repository->setUp(waiter);
+        QVERIFY(timer.elapsed() < 1500);
+        QCOMPARE(ask(*repository, Method::Check, ""), "failed");
     }
 };
 

@@ -3,7 +3,6 @@
 #include "platform/DevicePaths.h"
 #include "staging/DatabaseDump.h"
 #include "staging/DatabaseStaging.h"
-#include "staging/Staging.h"
 #include "tests/support/TestDevice.h"
 
 #include <QTemporaryDir>
@@ -24,7 +23,7 @@ class tst_dump : public QObject
     static QString dumpName(const QString &database) { return "m++" + database + ".dump.gz"; }
     QString stagedDump(const QString &database) const
     {
-        return Staging::moduleDirectory("m") + "/" + dumpName(database);
+        return DevicePaths::staged("m") + "/" + dumpName(database);
     }
 
     QByteArray sql(const QString &statements) const { return TestDevice::sqlOnFile(live("d"), statements); }
@@ -42,17 +41,11 @@ class tst_dump : public QObject
 
     QString digestAfterStaging(const RestorableDatabase &database) const
     {
-        QFile::remove(Staging::checksumFile("m"));
-        DatabaseStaging staging("m", waiter);
-        {
-            ChecksumAppender checksums(Staging::checksumFile("m"));
-            staging.copy(database.getName(), checksums);
-        }
+        ChecksumLines lines;
+        DatabaseStaging staging("m", lines, waiter);
+        staging.copy(database.getName());
         staging.dump(database);
-        return readChecksumFile(Staging::checksumFile("m"))
-            .value_or(ChecksumLines())
-            .value(0, ChecksumLine({"", ""}))
-            .digest();
+        return lines.value(0, ChecksumLine({"", ""})).digest();
     }
 
     QString dumpText(const QString &database) const
@@ -62,7 +55,7 @@ class tst_dump : public QObject
 
     QStringList leftInStaging() const
     {
-        return QDir(Staging::moduleDirectory("m")).entryList(QDir::Files | QDir::Hidden);
+        return QDir(DevicePaths::staged("m")).entryList(QDir::Files | QDir::Hidden);
     }
 
 private Q_SLOTS:
@@ -72,7 +65,7 @@ private Q_SLOTS:
         QDir(root.path() + "/data").removeRecursively();
         QDir(DevicePaths::stagingRoot()).removeRecursively();
         QDir().mkpath(root.path() + "/data/VYXApplication/m");
-        QDir().mkpath(Staging::moduleDirectory("m"));
+        QDir().mkpath(DevicePaths::staged("m"));
     }
 
     void wholeDatabase_data()

@@ -3,7 +3,6 @@
 #include "platform/DevicePaths.h"
 #include "restore/ArchiveListing.h"
 #include "restore/DatabaseRestore.h"
-#include "restore/DownloadList.h"
 #include "restore/LiveData.h"
 #include "tests/support/DataTable.h"
 #include "tests/support/TestDevice.h"
@@ -219,18 +218,6 @@ private Q_SLOTS:
             const auto members = parseArchiveListing(listing.output);
             QVERIFY2(listing.succeeded() && members && !members->isEmpty(), name);
             QVERIFY2(staysInside(*members, "/w/data/dir") == inside, name);
-        }
-    }
-
-    void downloadLines()
-    {
-        for (const char *text :
-             {"directory /r/logs.tar.gz normal", "database /r/c.dump.gz /data/m/c.data high",
-              "file My%20dir++100%25%0A.jpg /data/m/ü$[1] low"}) {
-            QCOMPARE(DownloadLine::parse(text).value_or(DownloadLine()).text(), QString(text) + "\n");
-        }
-        for (const char *text : {"file a low", "directory a b low", "device a b low", ""}) {
-            QVERIFY2(!DownloadLine::parse(text), text);
         }
     }
 

@@ -1,10 +1,11 @@
+#include "catalogue/ChecksumComparison.h"
 #include "catalogue/ItemNames.h"
 #include "catalogue/SavedEntries.h"
 #include "catalogue/SavedItem.h"
 #include "commands/Digest.h"
 #include "commands/ShellText.h"
 #include "pause/PauseState.h"
-#include "save/UploadPlan.h"
+#include "save/CompletedLines.h"
 #include "service/SaveSchedule.h"
 #include "tests/support/TestDevice.h"
 
@@ -178,19 +179,6 @@ private Q_SLOTS:
             const auto result = completeLines("m", lines(staged), lines(previous), {"high"});
             QVERIFY2(result.lines == lines(completed), name);
         }
-    }
-
-    void removalsLeaveWhatOthersUse()
-    {
-        const SavedEntries before(
-            {{"a", lines("x\t1\tfile\thigh\na/d.data\t1\tdatabase\thigh\na/z.tar\t1\tdirectory\t1\tlow\n")},
-             {"b", lines("y\t1\tfile\thigh\n")}});
-        const SavedEntries now({{"a", {}}, {"b", lines("x\t2\tfile\thigh\ny\t1\tfile\thigh\n")}});
-        QStringList names;
-        for (const EntryRemoval &removal : removals(now, before)) {
-            names << removal.entry.text();
-        }
-        QCOMPARE(names, QStringList({"a++d.dump.gz", "a++z.tar.gz"}));
     }
 
     void hoursOfEveryPeriod()

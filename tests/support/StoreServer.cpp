@@ -1,7 +1,10 @@
 #include "tests/support/StoreServer.h"
 
+#include <QPointer>
 #include <QTcpSocket>
 #include <QUrl>
+
+#include <utility>
 
 StoreServer::StoreServer()
 {
@@ -74,9 +77,27 @@ void StoreServer::answer(QTcpSocket &socket, const QString &method, const QStrin
 {
     requests << method + " " + entry;
     const Behaviour wanted = behaviour ? behaviour(int(requests.size()), method, entry) : Proper;
-    if (wanted == Silent) {
-        return;
+    if (wanted == Held) {
+        held = [=, this, waiting = QPointer<QTcpSocket>(&socket)] {
+            if (waiting && waiting->state() == QTcpSocket::ConnectedState) {
+                treat(*waiting, Proper, method, entry, body);
+            }
+        };
+    } else if (wanted != Silent) {
+        treat(socket, wanted, method, entry, body);
     }
+}
+
+void StoreServer::release()
+{
+    if (const auto request = std::exchange(held, nullptr)) {
+        request();
+    }
+}
+
+void StoreServer::treat(QTcpSocket &socket, Behaviour wanted, const QString &method, const QString &entry,
+                        const QByteArray &body)
+{
     busyWith = nullptr;
     const QByteArray content = entry.isEmpty() ? "store" : entries.value(entry);
     switch (wanted) {

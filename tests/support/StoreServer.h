@@ -24,6 +24,7 @@ public:
         CutBody, ///< closes in the middle of the body
         Close,   ///< closes without an answer
         Fail,    ///< answers with `failStatus`
+        Held,    ///< answers when it is released
     };
 
     StoreServer();
@@ -31,6 +32,10 @@ public:
     /// Base URL of the store, without a slash at the end.
     QString url() const { return QString("http://127.0.0.1:%1/save").arg(server.serverPort()); }
     void stop() { server.close(); }
+
+    bool isHolding() const { return held != nullptr; }
+    /// Answer the request that is held, when its connection still stands.
+    void release();
 
     /// How to treat a request, counted from 1 ("PUT", "GET" or "DELETE" and the entry; empty for the base
     /// URL).
@@ -48,9 +53,12 @@ private:
     void read(QTcpSocket &socket);
     bool takeRequest(QTcpSocket &socket);
     void answer(QTcpSocket &socket, const QString &method, const QString &entry, const QByteArray &body);
+    void treat(QTcpSocket &socket, Behaviour wanted, const QString &method, const QString &entry,
+               const QByteArray &body);
     static void send(QTcpSocket &socket, int status, const QByteArray &body, qsizetype sent = -1);
 
     QHash<QTcpSocket *, QByteArray> buffers;
     QTcpSocket *busyWith = nullptr;
+    std::function<void()> held;
     QTcpServer server; // goes first, and its sockets with it
 };

@@ -1,0 +1,94 @@
+#include "repository/Repository.h"
+
+#include "platform/logger/VYXLogger.h"
+
+#include <QCoreApplication>
+
+#include <utility>
+
+namespace {
+
+bool namesAnEntry(const QString &name)
+{
+    return !name.isEmpty() && name != "." && name != ".." && !name.contains('/');
+}
+
+} // namespace
+
+Repository::~Repository()
+{
+    closed = true;
+    if (current) {
+        tell(*std::exchange(current, std::nullopt), {RequestOutcome::Failed, noLongerInUse()});
+    }
+    for (const Pending &pending : std::exchange(queue, {})) {
+        tell(pending, {RequestOutcome::Failed, noLongerInUse(), true});
+    }
+}
+
+void Repository::submit(const RepositoryRequest &request, Done done)
+{
+    const Pending pending = {request, std::move(done)};
+    if (!closed) {
+        queue << pending;
+        scheduleNext();
+        return;
+    }
+    // Nothing of this object is left by the time the event loop gets there.
+    const auto refuse = [pending] { tell(pending, {RequestOutcome::Failed, noLongerInUse(), true}); };
+    QMetaObject::invokeMethod(QCoreApplication::instance(), refuse, Qt::QueuedConnection);
+}
+
+void Repository::cancelRequests(const QString &why)
+{
+    const bool kept = abortKeepsEntry();
+    const QList<Pending> queued = std::exchange(queue, {});
+    const std::optional<Pending> underWay = std::exchange(current, std::nullopt);
+    if (underWay) {
+        abort();
+        // From here on this object may be gone.
+        tell(*underWay, {RequestOutcome::Failed, why, kept});
+    }
+    for (const Pending &pending : queued) {
+        tell(pending, {RequestOutcome::Failed, why, true});
+    }
+}
+
+void Repository::finish(const RequestOutcome &outcome)
+{
+    const std::optional<Pending> finished = std::exchange(current, std::nullopt);
+    noteProgress();
+    scheduleNext();
+    if (finished) {
+        tell(*finished, outcome);
+    }
+}
+
+void Repository::scheduleNext()
+{
+    QMetaObject::invokeMethod(this, &Repository::startNext, Qt::QueuedConnection);
+}
+
+void Repository::startNext()
+{
+    if (current || queue.isEmpty()) {
+        return;
+    }
+    current = queue.takeFirst();
+    noteProgress();
+    const RepositoryRequest request = current->request;
+    if (request.method == RepositoryRequest::Check || namesAnEntry(request.entry)) {
+        start(request);
+        return;
+    }
+    const QString text = QString("'%1' names no file of the repository").arg(request.entry);
+    logError("%1", text);
+    finish({RequestOutcome::Failed, text, true});
+}
+
+void Repository::tell(const Pending &pending, const RequestOutcome &outcome)
+{
+    if (pending.done) {
+        pending.done(outcome);
+    }
+}

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <QList>
+#include <QObject>
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+class Waiter;
+
+enum RepositoryType { LocalRepositoryType = 0, DistantRepositoryType = 1 };
+
+/// What became of a request.
+struct RequestOutcome
+{
+    enum Kind {
+        Stored, ///< carried out: the entry, or of a fetch the local file, holds the content; or the entry is
+                ///< gone
+        Absent, ///< a fetch of what the repository does not hold; nothing else has failed
+        Failed,
+    };
+
+    Kind kind = Stored;
+    QString text;                ///< why it failed
+    bool entryUntouched = false; ///< it failed before the repository changed anything: the entry is as it was
+
+    bool stored() const { return kind == Stored; }
+};
+
+/// One thing asked of a repository.
+struct RepositoryRequest
+{
+    enum Method {
+        Check,  ///< is the repository there?
+        Put,    ///< store a local file as the entry, replacing it in one step
+        Get,    ///< fetch the entry into a local file, which is replaced in one step when all has arrived
+        Remove, ///< remove the entry; one that is not there is removed already
+    };
+
+    Method method = Check;
+    QString entry; ///< full name of the entry: one component, neither empty nor "." nor ".."
+    QString path;  ///< local file: source of a Put, target of a Get
+};
+
+/// The place that holds the saved data: files stored under flat entry names.
+///
+/// Requests are carried out one at a time in the order in which they were submitted. Each has exactly one
+/// outcome, which is handed to its `done` from the event loop, never from within `submit`. A request ends by
+/// itself within bounded time: when it is carried out, when it fails, or after 30 s without any progress; one
+/// that fails never stops those behind it. A failed fetch leaves its local target as it was. Memory does not
+/// grow with the size of a file, and events are served between portions of a large one. Nothing throws. Main
+/// thread only.
+class Repository : public QObject
+{
+    Q_OBJECT
+
+public:
+    using Done = std::function<void(const RequestOutcome &)>;
+
+    explicit Repository(RepositoryType type) : repositoryType(type) {}
+    /// What is still pending gets its failure. Derived classes cancel in their own destructors, as long as
+    /// they can abort.
+    ~Repository() override;
+
+    Repository(const Repository &) = delete;
+    Repository &operator=(const Repository &) = delete;
+
+    RepositoryType getRepositoryType() const { return repositoryType; }
+    /// The place as it was given: a directory or a base URL, with its user information.
+    virtual QString getRepositoryUrl() const = 0;
+
+    /// Make ready what requests need (certificates, say) and log what is found. Waits; can be left out.
+    virtual void setUp(Waiter &) {}
+
+    /// True when the device's trust list is in force, or does not matter to this repository. With `refresh`,
+    /// a set-up that is not complete or no longer valid is done anew.
+    virtual bool checkCtlStatus(Waiter &, bool /*refresh*/) { return true; }
+
+    /// Queue a request. `done` can be empty; it may submit, cancel, or destroy the repository.
+    void submit(const RepositoryRequest &request, Done done);
+
+    /// End everything queued and under way; each `done` is called with a failure of that text before this
+    /// returns. What they submit is carried out.
+    void cancelRequests(const QString &why);
+
+    bool hasPendingRequests() const { return current.has_value() || !queue.isEmpty(); }
+    /// A number that changes whenever a transfer advances, so that a wait can tell slow from dead.
+    quint64 transferProgress() const { return progress; }
+
+protected:
+    /// Begin a request. It ends in one call of `finish`, at once or later.
+    virtual void start(const RepositoryRequest &request) = 0;
+    /// Forget the request under way; `finish` must not be called for it any more.
+    virtual void abort() = 0;
+    /// True when an aborted request leaves its entry as it was.
+    virtual bool abortKeepsEntry() const { return false; }
+
+    /// Why requests fail that outlive their repository.
+    static QString noLongerInUse() { return "The repository is no longer in use"; }
+
+    /// The request under way has this outcome; the next one begins from the event loop. The repository may be
+    /// destroyed before this returns.
+    void finish(const RequestOutcome &outcome);
+    void noteProgress() { ++progress; }
+
+private:
+    struct Pending
+    {
+        RepositoryRequest request;
+        Done done;
+    };
+
+    void scheduleNext();
+    void startNext();
+    static void tell(const Pending &pending, const RequestOutcome &outcome);
+
+    RepositoryType repositoryType;
+    bool closed = false;
+    QList<Pending> queue;
+    std::optional<Pending> current;
+    quint64 progress = 0;
+};

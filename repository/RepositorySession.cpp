@@ -1,0 +1,124 @@
+#include "repository/RepositorySession.h"
+
+#include "platform/core/Middleware.h"
+#include "platform/core/Waiter.h"
+#include "platform/DevicePaths.h"
+#include "platform/logger/VYXLogger.h"
+#include "repository/DistantRepository.h"
+#include "repository/RepositoryUrl.h"
+
+#include <QFile>
+
+#include <utility>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto inactivityLimit = 60s;
+
+} // namespace
+
+RepositorySession::RepositorySession(std::shared_ptr<Repository> held, Middleware &middleware, Waiter &waiter)
+    : repository(std::move(held)), middleware(middleware), waiter(waiter)
+{
+}
+
+RepositorySession::~RepositorySession()
+{
+    const int left = *pending;
+    pending.reset();
+    if (left > 0) {
+        repository->cancelRequests("The operation has ended");
+    }
+}
+
+bool RepositorySession::isUsable(const QString &operation)
+{
+    const QString url = repository->getRepositoryUrl();
+    const auto refuse = [&](const QString &reason) {
+        if (!waiter.mustEnd()) {
+            const QString text = QString("%1: abort %2 operations.").arg(reason, operation);
+            logWarning("%1", text);
+            middleware.showFailure(text);
+        }
+        return false;
+    };
+    const bool developerMode = QFile::exists(DevicePaths::developerModeMarker());
+    if (!developerMode && !RepositoryUrl::isSecure(url)) {
+        return refuse("Unsecured URL");
+    }
+    if (auto *const distant = qobject_cast<DistantRepository *>(repository.get())) {
+        // The developer mode may have ended since the repository was chosen.
+        distant->ctlCheckEnabled = distant->ctlCheckEnabled || !developerMode;
+        if (RepositoryUrl::isSecure(url) && !distant->checkCtlStatus(waiter, true)) {
+            return refuse("CTL is not deployed");
+        }
+    }
+    const RequestOutcome outcome = outcomeOf({RepositoryRequest::Check, {}, {}});
+    if (outcome.stored()) {
+        return true;
+    }
+    if (!waiter.mustEnd()) {
+        logWarning("Connection to repository failed (%1).", RepositoryUrl::forDisplay(url));
+        middleware.showFailure("Connection to repository failed.", outcome.text);
+    }
+    return false;
+}
+
+RequestOutcome RepositorySession::getFileAndWait(const QString &entry, const QString &path)
+{
+    bool givenUp = false;
+    RequestOutcome outcome = outcomeOf({RepositoryRequest::Get, entry, path}, &givenUp);
+    if (givenUp) {
+        logError("The request for '%1' was not finished by the repository", entry);
+    }
+    return outcome;
+}
+
+void RepositorySession::submit(const RepositoryRequest &request, Repository::Done done)
+{
+    ++*pending;
+    const std::weak_ptr<int> counted = pending;
+    repository->submit(request, [counted, done = std::move(done)](const RequestOutcome &outcome) {
+        const std::shared_ptr<int> count = counted.lock();
+        if (!count) {
+            return;
+        }
+        --*count;
+        if (done) {
+            done(outcome);
+        }
+    });
+}
+
+void RepositorySession::waitForRequests()
+{
+    // A request that fails may be submitted once more.
+    while (*pending > 0) {
+        waitUntil([this] { return *pending == 0; });
+    }
+}
+
+RequestOutcome RepositorySession::outcomeOf(const RepositoryRequest &request, bool *givenUp)
+{
+    const auto outcome = std::make_shared<std::optional<RequestOutcome>>();
+    submit(request, [outcome](const RequestOutcome &arrived) { *outcome = arrived; });
+    const bool ended = waitUntil([&outcome] { return outcome->has_value(); });
+    if (givenUp != nullptr) {
+        *givenUp = !ended;
+    }
+    return outcome->value();
+}
+
+bool RepositorySession::waitUntil(const std::function<bool()> &condition)
+{
+    const auto progress = [this] { return repository->transferProgress() + static_cast<quint64>(*pending); };
+    const WaitOutcome outcome = waiter.waitUntil(condition, inactivityLimit, progress);
+    if (outcome == WaitOutcome::Met) {
+        return true;
+    }
+    repository->cancelRequests(outcome == WaitOutcome::Ended ? "The operation has to end"
+                                                             : "Nothing has moved for a minute");
+    return false;
+}

@@ -1,0 +1,122 @@
+#include "restore/ItemRestorer.h"
+
+#include "commands/Command.h"
+#include "commands/ShellText.h"
+#include "platform/core/Waiter.h"
+#include "platform/logger/VYXLogger.h"
+#include "repository/RepositorySession.h"
+#include "restore/ArchiveListing.h"
+#include "restore/DatabaseRestore.h"
+#include "restore/LiveData.h"
+#include "staging/DatabaseDump.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+namespace {
+
+bool isAcceptable(const QString &target, const QString &module)
+{
+    if (LiveData::belongsToModule(target, module)) {
+        return true;
+    }
+    logError("'%1' is refused: it does not lie below the data of module '%2'", target, module);
+    return false;
+}
+
+} // namespace
+
+bool ItemRestorer::restore(const PlannedItem &planned)
+{
+    if (!isAcceptable(planned.item.livePath(), planned.item.getModule())) {
+        return false;
+    }
+    switch (planned.item.getKind()) {
+    case DatabaseItem:
+        return restoreDatabase(planned);
+    case DirectoryItem:
+        return restoreDirectory(planned);
+    case FileItem:
+        break;
+    }
+    return restoreFile(planned);
+}
+
+/// The end of an item that could not be put back; nothing is said when the operation is broken off.
+bool ItemRestorer::keep(const QString &reason, const QString &target)
+{
+    if (!waiter.mustEnd()) {
+        if (!reason.isEmpty()) {
+            logError("%1", reason);
+        }
+        logError("'%1' could not be restored and stays as it was", target);
+    }
+    return false;
+}
+
+/// Empty when the archive can be read and holds nothing but the directory.
+QString ItemRestorer::faultOfArchive(const QString &archive, const QString &directory)
+{
+    const CommandResult result = runCommand(waiter, "tar", archiveListingArguments(archive));
+    const auto members = parseArchiveListing(result.output);
+    if (!result.succeeded() || !members || members->isEmpty()) {
+        return QString("Archive '%1' is missing or broken").arg(archive);
+    }
+    if (!staysInside(*members, directory)) {
+        return QString("Archive '%1' is refused: it leads out of '%2'").arg(archive, directory);
+    }
+    return {};
+}
+
+bool ItemRestorer::restoreDatabase(const PlannedItem &planned)
+{
+    const QString &dump = planned.source;
+    const QString target = planned.item.livePath();
+    if (!QFile::exists(dump) || !runShellLine(waiter, DatabaseDump::checkLine(dump)).succeeded()) {
+        return keep(QString("Dump '%1' is missing or broken").arg(dump), target);
+    }
+    const bool partial = DatabaseRestore::isPartial(waiter, dump);
+    LiveData live(target, LiveData::Kind::Database);
+    if (partial && !live.exists()) {
+        logError("Database '%1' does not exist: there is nothing to put the saved rows into", target);
+        return false;
+    }
+    if (!(partial ? live.copyAside(waiter) : live.moveAside()) ||
+        !DatabaseRestore::load(waiter, dump, target)) {
+        return keep({}, target);
+    }
+    live.commit(waiter);
+    return true;
+}
+
+bool ItemRestorer::restoreDirectory(const PlannedItem &planned)
+{
+    const QString &archive = planned.source;
+    const QString directory = planned.item.livePath();
+    if (const QString fault = faultOfArchive(archive, directory); !fault.isEmpty()) {
+        return keep(fault, directory);
+    }
+    LiveData live(directory, LiveData::Kind::Directory);
+    const QStringList arguments = {"-C", "/", "-xzf", archive};
+    logDebug("%1", ShellText::commandLine("tar", arguments));
+    if (!live.copyAside(waiter) || !runCommand(waiter, "tar", arguments).succeeded() ||
+        !QFileInfo(directory).isDir()) {
+        return keep({}, directory);
+    }
+    live.commit(waiter);
+    return true;
+}
+
+bool ItemRestorer::restoreFile(const PlannedItem &planned)
+{
+    const QString target = planned.item.livePath();
+    LiveData live(target, LiveData::Kind::File);
+    if (!live.moveAside()) {
+        return keep({}, target);
+    }
+    if (!session.getFileAndWait(planned.source, target).stored() || !QFileInfo(target).isFile()) {
+        return keep(QString("Could not fetch '%1' from the repository").arg(planned.source), target);
+    }
+    live.commit(waiter);
+    return true;
+}

@@ -1,0 +1,210 @@
+#include "restore/RestoreOperation.h"
+
+#include "pause/PauseKeeper.h"
+#include "platform/core/Middleware.h"
+#include "platform/core/Waiter.h"
+#include "platform/DevicePaths.h"
+#include "platform/logger/VYXLogger.h"
+#include "repository/RepositorySession.h"
+#include "restorable/KnownModules.h"
+#include "restore/ItemRestorer.h"
+#include "staging/WorkingDirectory.h"
+
+#include <QFile>
+
+RestoreOperation::RestoreOperation(const OperationContext &context)
+    : context(context), staging(context.modules, context.waiter)
+{
+    if (context.repository) {
+        session = std::make_unique<RepositorySession>(context.repository, context.middleware, context.waiter);
+        restorer = std::make_unique<ItemRestorer>(*session, context.waiter);
+    }
+}
+
+RestoreOperation::~RestoreOperation() = default;
+
+void RestoreOperation::startRestoreFromRepository()
+{
+    logDebug("Start restoring operations");
+    if (!isPossible() || !prepare()) {
+        return;
+    }
+    RestorePlanner planner(context, *session, staging);
+    const bool planned = planner.getFromRepository();
+    if (context.isBrokenOff("restore")) {
+        return;
+    }
+    if (!planned) {
+        logError("Error when downloading data from repository: Aborting restore operations");
+        return;
+    }
+    plan = planner.plan();
+    runPasses();
+    startMigrations();
+    if (!context.isBrokenOff("restore")) {
+        finish();
+    }
+}
+
+bool RestoreOperation::isPossible()
+{
+    if (!context.enabled) {
+        logDebug("Save/Restore is disabled: abort restore operations.");
+        context.middleware.showFailure("Save/Restore is disabled: abort restore operations.");
+        return false;
+    }
+    if (!session) {
+        context.middleware.reportFailure("Repository URL not provided!");
+        return false;
+    }
+    const bool usable = session->isUsable("restore");
+    return !context.isBrokenOff("restore") && usable;
+}
+
+bool RestoreOperation::prepare()
+{
+    const bool modulesKnown = context.modules.parseRestorableConfigFiles(context.waiter);
+    if (context.isBrokenOff("restore")) {
+        return false;
+    }
+    if (!modulesKnown) {
+        context.middleware.reportFailure("The modules to restore are not known: abort restore operations.");
+        return false;
+    }
+    context.modules.completeSaveGroups();
+    logDebug("Cleaning restore directory: %1", DevicePaths::restoreDirectory());
+    const bool cleaned = WorkingDirectory::clean(DevicePaths::restoreDirectory(), context.waiter) &&
+                         staging.cleanSaveDirectory();
+    if (!cleaned) {
+        context.middleware.reportFailure("Data could not be staged: abort restore operations.");
+    }
+    return cleaned;
+}
+
+void RestoreOperation::runPasses()
+{
+    if (context.priorities.high) {
+        logDebug("Start restoring High Priority data");
+        startRestoreFromRepositoryForPriority(RestorableObject::high);
+    }
+    if (context.priorities.normal) {
+        logDebug("Start restoring Normal Priority data");
+        startRestoreFromRepositoryForPriority(RestorableObject::normal);
+    }
+    if (context.priorities.low) {
+        logDebug("Start restoring Low Priority data");
+        startRestoreFromRepositoryForPriority(RestorableObject::low);
+    }
+}
+
+void RestoreOperation::startRestoreFromRepositoryForPriority(RestorableObject::RestorablePriority priority)
+{
+    QSet<QString> done;
+    for (const QStringList &group : context.modules.groups()) {
+        if (context.waiter.mustEnd()) {
+            return;
+        }
+        logDebug("Starting restore for module(s) %1", group.join(' '));
+        QStringList modules = group;
+        modules.removeIf([&](const QString &module) { return done.contains(module); });
+        done += QSet<QString>(modules.cbegin(), modules.cend());
+        restoreGroup(group, modules, priority);
+    }
+}
+
+void RestoreOperation::restoreGroup(const QStringList &group, const QStringList &modules,
+                                    RestorableObject::RestorablePriority priority)
+{
+    const QString name = priorityName(priority);
+    if (priority == RestorableObject::high) {
+        const Pause pause =
+            context.pauses.stopModules(context.modules.processesOf(group), false, context.waiter);
+        if (!pause.holds() && !context.waiter.mustEnd()) {
+            logWarning("The data of module(s) %1 are restored while they run", group.join(' '));
+        }
+        restoreItems(modules, name, DatabaseItem);
+    }
+    restoreItems(modules, name, DirectoryItem);
+    restoreItems(modules, name, FileItem);
+}
+
+void RestoreOperation::restoreItems(const QStringList &modules, const QString &priorityName,
+                                    RestorableItemKind kind)
+{
+    for (const QString &module : modules) {
+        for (const PlannedItem &planned : plan.value(module).items) {
+            if (planned.item.getKind() != kind || planned.item.getPriority() != priorityName ||
+                context.waiter.mustEnd()) {
+                continue;
+            }
+            if (!restorer->restore(planned)) {
+                ++failedItems;
+                failedModules << module;
+            }
+        }
+    }
+}
+
+/// The modules whose saved data are of another release or version than the installed module.
+QList<Migration> RestoreOperation::checkVersions() const
+{
+    QList<Migration> migrations;
+    for (const RestorableObject &object : context.modules.objects()) {
+        const auto module = plan.constFind(object.getName());
+        if (module == plan.cend()) {
+            continue;
+        }
+        const auto migration =
+            neededMigration(object.getName(), module->version, object.getRelease(), object.getVersion());
+        if (migration) {
+            logDebug("Add module to migration list: %1", migration->text());
+            migrations << *migration;
+        }
+    }
+    return migrations;
+}
+
+/// A module is migrated when all its data were put back: a program must not meet data of two releases.
+void RestoreOperation::startMigrations()
+{
+    if (!context.priorities.high) {
+        return;
+    }
+    for (const Migration &migration : checkVersions()) {
+        if (context.waiter.mustEnd()) {
+            return;
+        }
+        if (failedModules.contains(migration.module) || !plan[migration.module].complete) {
+            logWarning("Module '%1' is not migrated: not all of its data were restored", migration.module);
+            continue;
+        }
+        logDebug("Start migration process for module '%1' : '%2' -> '%3'", migration.module,
+                 migration.saved.release, migration.release);
+        const QString program = ItemNames::migrationProgramName(migration.module);
+        const QString path = DevicePaths::fetched(program);
+        if (session->getFileAndWait(program, path).kind == RequestOutcome::Failed) {
+            logError("Could not fetch '%1' from the repository", program);
+        }
+        context.middleware.asyncRemoteCall(
+            "ApplicationManager", "migratForRestore",
+            {migration.module, migration.saved.release, migration.saved.release});
+        QFile::remove(path);
+    }
+}
+
+void RestoreOperation::finish()
+{
+    if (failedItems > 0) {
+        context.middleware.showFailure(
+            "Error while restoring data.",
+            QString("%1 items could not be restored and stay as they were.").arg(failedItems));
+    }
+    QString groups;
+    for (const QStringList &group : context.modules.groups()) {
+        groups += group.join(':') + ":";
+    }
+    logInfo("Restore finished (%1)", groups);
+    VYXEvent event("restore_finished");
+    event.addArgument(groups, "modules", true);
+    context.middleware.notifyEvent(event);
+}

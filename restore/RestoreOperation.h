@@ -1,0 +1,50 @@
+#pragma once
+
+#include "restorable/RestorableObject.h"
+#include "restore/RestorePlanner.h"
+#include "staging/OperationContext.h"
+#include "staging/StagingArea.h"
+
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+class ItemRestorer;
+class RepositorySession;
+
+/// One restore, from the checks at its beginning to the event at its end. Everything that belongs to the run
+/// is in it.
+class RestoreOperation
+{
+public:
+    explicit RestoreOperation(const OperationContext &context);
+    ~RestoreOperation();
+
+    RestoreOperation(const RestoreOperation &) = delete;
+    RestoreOperation &operator=(const RestoreOperation &) = delete;
+
+    /// Run the restore; what came of it is told by the log, pop-ups and the event "restore_finished".
+    void startRestoreFromRepository();
+
+private:
+    bool isPossible();
+    bool prepare();
+    void runPasses();
+    void startRestoreFromRepositoryForPriority(RestorableObject::RestorablePriority priority);
+    void restoreGroup(const QStringList &group, const QStringList &modules,
+                      RestorableObject::RestorablePriority priority);
+    void restoreItems(const QStringList &modules, const QString &priorityName, RestorableItemKind kind);
+    QList<Migration> checkVersions() const;
+    void startMigrations();
+    void finish();
+
+    OperationContext context;
+    std::unique_ptr<RepositorySession> session;
+    std::unique_ptr<ItemRestorer> restorer;
+    StagingArea staging;
+    RestorePlan plan;
+    QSet<QString> failedModules; ///< modules with an item that could not be put back
+    int failedItems = 0;
+};

@@ -1,0 +1,196 @@
+#include "restore/RestorePlanner.h"
+
+#include "platform/core/Middleware.h"
+#include "platform/core/Waiter.h"
+#include "platform/DevicePaths.h"
+#include "platform/logger/VYXLogger.h"
+#include "repository/RepositorySession.h"
+#include "restorable/KnownModules.h"
+#include "staging/OperationContext.h"
+#include "staging/StagingArea.h"
+
+#include <QFile>
+
+namespace {
+
+/// The module names of a modules list, up to its first empty line; names that cannot be modules are left out.
+QStringList listedModules(QFile &list)
+{
+    QStringList modules;
+    for (QString name = QString::fromUtf8(list.readLine()).trimmed(); !name.isEmpty();
+         name = QString::fromUtf8(list.readLine()).trimmed()) {
+        if (!ItemNames::isModuleName(name)) {
+            logError("Module '%1' of the repository is refused: it has no usable name", name);
+        } else if (!modules.contains(name)) {
+            modules << name;
+        }
+    }
+    return modules;
+}
+
+} // namespace
+
+RestorePlanner::RestorePlanner(const OperationContext &context, RepositorySession &session,
+                               StagingArea &staging)
+    : context(context), session(session), staging(staging)
+{
+}
+
+bool RestorePlanner::getFromRepository()
+{
+    const auto modules = fetchModulesList();
+    if (!modules) {
+        return false;
+    }
+    for (const QString &module : *modules) {
+        fetchSavedState(module);
+    }
+    for (const RestorableObject &object : context.modules.objects()) {
+        if (!modules->contains(object.getName())) {
+            logWarning("Module '%1' is left out: it is not on the list of saved modules", object.getName());
+        }
+    }
+    saved.emplace(savedLines);
+    for (const QString &module : modulePlans.keys()) {
+        planModule(module);
+    }
+    if (!failure.isEmpty() && !context.waiter.mustEnd()) {
+        context.middleware.showFailure("Error while downloading files.", failure);
+    }
+    return true;
+}
+
+std::optional<QStringList> RestorePlanner::fetchModulesList()
+{
+    const QString path = DevicePaths::fetched(ItemNames::modulesListName());
+    const RequestOutcome outcome = session.getFileAndWait(ItemNames::modulesListName(), path);
+    QFile list(path);
+    if (outcome.stored() && list.open(QIODevice::ReadOnly)) {
+        return listedModules(list);
+    }
+    if (!context.waiter.mustEnd()) {
+        logError("Error in opening local file '%1/modules-list.sav'", DevicePaths::restoreDirectory());
+        context.middleware.showFailure("Error while downloading files.",
+                                       "Could not retrieve list of saved applications.");
+    }
+    return std::nullopt;
+}
+
+void RestorePlanner::noteFailure(const QString &text)
+{
+    failure = text;
+    logError("%1", text);
+}
+
+/// Which entries plain files have depends on the checksum files of all saved modules, also of those that are
+/// not on this device.
+void RestorePlanner::fetchSavedState(const QString &module)
+{
+    if (context.waiter.mustEnd()) {
+        return;
+    }
+    const RestorableObject *object = context.modules.findObject(module);
+    const bool here = object != nullptr && object->hasItems();
+    if (fetchLines(module, here) && here && !fetchVersion(module)) {
+        modulePlans.remove(module);
+    }
+}
+
+/// True when the module's saved lines are known; then it has a plan.
+bool RestorePlanner::fetchLines(const QString &module, bool here)
+{
+    const QString entry = ItemNames::checksumFileName(module);
+    const QString path = DevicePaths::fetched(entry);
+    const RequestOutcome outcome = session.getFileAndWait(entry, path);
+    const auto lines = outcome.stored() ? readChecksumFile(path) : std::nullopt;
+    if (lines) {
+        savedLines.insert(module, *lines);
+    } else if (outcome.kind != RequestOutcome::Absent) {
+        entriesKnown = false;
+        noteFailure(QString("Could not fetch '%1' from the repository").arg(entry));
+    }
+    if (!here) {
+        return false;
+    }
+    if (!lines) {
+        logWarning("Module '%1' is left out: what was saved of it is not known", module);
+        return false;
+    }
+    modulePlans.insert(module, {});
+    return true;
+}
+
+bool RestorePlanner::fetchVersion(const QString &module)
+{
+    const QString entry = ItemNames::versionFileName(module);
+    const QString path = DevicePaths::fetched(entry);
+    const RequestOutcome outcome = session.getFileAndWait(entry, path);
+    QFile file(path);
+    if (outcome.stored() && file.open(QIODevice::ReadOnly)) {
+        modulePlans[module].version = SavedVersion::parse(QString::fromUtf8(file.readLine()).trimmed());
+        return true;
+    }
+    if (outcome.kind == RequestOutcome::Failed) {
+        noteFailure(QString("Could not fetch '%1' from the repository").arg(entry));
+    }
+    logWarning("Could not open module '%1' version file", module);
+    return false;
+}
+
+/// The save's own steps, so that equal data have equal digests.
+void RestorePlanner::stage(const QString &module)
+{
+    staging.copyDatabasesIntoTemp({module});
+    for (const auto priority : {RestorableOrder::high, RestorableOrder::normal, RestorableOrder::low}) {
+        staging.stageFiles({module}, priority);
+    }
+}
+
+void RestorePlanner::planModule(const QString &module)
+{
+    if (context.waiter.mustEnd()) {
+        return;
+    }
+    stage(module);
+    // Of what is on the device alone, and of what the repository does not vouch for, nothing can be restored.
+    ChecksumLines promised = savedLines.value(module);
+    promised.removeIf([](const ChecksumLine &line) { return line.digest().isEmpty(); });
+    const ChecksumEntries entries = compareChecksumLines(staging.lines().value(module), promised, false);
+    QMap<QString, ChecksumLine> lines;
+    for (const ChecksumLine &line : std::as_const(promised)) {
+        lines.insert(line.key(), line);
+    }
+    for (auto line = lines.cbegin(); line != lines.cend() && !context.waiter.mustEnd(); ++line) {
+        const ChecksumEntry entry = entries.value(line.key());
+        const auto item = SavedItem::parse(module, line.value());
+        if (!item) {
+            logError("Item '%1' of module '%2' in the repository is refused: it is none of this module's",
+                     line.key(), module);
+        } else if (entry.status == Same) {
+            logDebug("Same file '%1': no need to restore", line.key());
+        } else if (const auto planned =
+                       planItem({item->getKind(), module, item->getPath(), entry.priority})) {
+            modulePlans[module].items << *planned;
+        } else {
+            modulePlans[module].complete = false;
+        }
+    }
+}
+
+std::optional<PlannedItem> RestorePlanner::planItem(const SavedItem &item)
+{
+    logDebug("New/updated file '%1': download and update", item.key());
+    if (item.getKind() == FileItem) {
+        const QString entry = saved->plainFile(item.getModule(), item.key()).text();
+        if (!entriesKnown) {
+            noteFailure(QString("Could not fetch '%1' from the repository").arg(entry));
+            return std::nullopt;
+        }
+        return PlannedItem{item, entry};
+    }
+    const QString local = DevicePaths::fetched(item.artefact());
+    if (!session.getFileAndWait(item.artefact(), local).stored()) {
+        noteFailure(QString("Could not fetch '%1' from the repository").arg(item.artefact()));
+    }
+    return PlannedItem{item, local};
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "catalogue/ChecksumComparison.h"
+#include "catalogue/SavedEntries.h"
+#include "catalogue/SavedItem.h"
+#include "catalogue/SavedVersion.h"
+
+#include <QList>
+#include <QMap>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+struct OperationContext;
+class RepositorySession;
+class StagingArea;
+
+/// An item of which the device's data differ from those saved.
+struct PlannedItem
+{
+    SavedItem item;
+    QString source; ///< fetched archive or dump; of a plain file the name of its entry, which is still to be
+                    ///< fetched
+};
+
+/// What a restore is to put back of one module.
+struct ModulePlan
+{
+    SavedVersion version;     ///< of which the data were saved
+    QList<PlannedItem> items; ///< in the order of their keys
+    bool complete = true;     ///< false when something that differs is not among them
+};
+
+using RestorePlan = QMap<QString, ModulePlan>;
+
+/// Finds out what a restore has to put back: fetches what was saved last, stages the device's present data,
+/// compares, and fetches the archives and dumps that differ.
+///
+/// A module of which nothing is saved, or of which it is not known what, is left out with a warning.
+class RestorePlanner
+{
+public:
+    /// All must outlive the planner.
+    RestorePlanner(const OperationContext &context, RepositorySession &session, StagingArea &staging);
+
+    /// False when there is no list of saved modules; the user has been told.
+    bool getFromRepository();
+
+    const RestorePlan &plan() const { return modulePlans; }
+
+private:
+    std::optional<QStringList> fetchModulesList();
+    void fetchSavedState(const QString &module);
+    bool fetchVersion(const QString &module);
+    bool fetchLines(const QString &module, bool needed);
+    void planModule(const QString &module);
+    std::optional<PlannedItem> planItem(const SavedItem &item);
+    void stage(const QString &module);
+    void noteFailure(const QString &text);
+
+    const OperationContext &context;
+    RepositorySession &session;
+    StagingArea &staging;
+    LinesByModule savedLines;
+    std::optional<SavedEntries> saved;
+    bool entriesKnown =
+        true; ///< the checksum files of all listed modules are known, and so are their entries
+    RestorePlan modulePlans;
+    QString failure; ///< text of the last failed request
+};

@@ -1,0 +1,87 @@
+#pragma once
+
+#include "catalogue/Priorities.h"
+#include "save/CompletedLines.h"
+#include "save/UploadPlan.h"
+
+#include <QList>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+
+class KnownModules;
+class RepositorySession;
+class Waiter;
+
+/// Something that an upload could not do.
+struct UploadFailure
+{
+    QString what; ///< the item or entry
+    QString text; ///< why
+};
+
+/// What a save has staged.
+struct StagedData
+{
+    LinesByModule lines;
+    Priorities priorities;         ///< those that were staged
+    QStringList migrationPrograms; ///< modules whose migration program is to be stored, too
+};
+
+/// Brings what was staged into the repository, in phases:
+///
+///  1. the modules list and the checksum files as they were saved last are fetched,
+///  2. modules with changes get a checksum file that promises their unchanged items alone,
+///  3. new and changed items and migration programs are stored,
+///  4. entries that nobody uses any more are removed,
+///  5. the whole checksum files are stored,
+///  6. then version files and the modules list.
+///
+/// A phase is over when the outcome of each of its requests is known, and goes on only for the modules for
+/// which the one before has succeeded. An item that fails keeps the line of what the repository holds of it;
+/// everything else is completed. Wherever it is cut off, no checksum file promises what the repository does
+/// not hold.
+class Upload
+{
+public:
+    /// All must outlive the upload.
+    Upload(RepositorySession &session, const KnownModules &modules, Waiter &waiter, StagedData staged);
+
+    void postOnRepository();
+
+    /// What could not be done, in order; empty when everything was.
+    const QList<UploadFailure> &failures() const { return failed; }
+
+private:
+    bool fetchPreviousList();
+    void fetchPreviousState();
+    void fetchPreviousLines(const QString &module);
+    void makePlan();
+    void sendHeldChecksumFiles();
+    void sendData();
+    void sendItem(const PlannedSend &send);
+    QString sourceOf(const PlannedSend &send);
+    QString fetchHeld(const PlannedSend &send);
+    bool isEntryCertain(const PlannedSend &send);
+    void sendMigrationPrograms();
+    void removeDeletedFiles();
+    void sendFinalChecksumFiles();
+    void sendVersionFiles();
+    bool sendChecksumFile(const QString &module, const ChecksumLines &lines);
+    bool sendFile(const QString &path, const QString &entry);
+    void fail(const QString &what, const QString &text);
+
+    RepositorySession &session;
+    const KnownModules &modules;
+    Waiter &waiter;
+    StagedData staged;
+    QStringList listed;    ///< modules on the repository's list that the device still has
+    QSet<QString> unknown; ///< modules whose saved lines are not known
+    LinesByModule previousLines;
+    QMap<QString, QSet<QString>> takenOver;
+    std::optional<UploadPlan> plan;
+    QSet<QString> unfinished; ///< modules whose version file must not be stored
+    QList<UploadFailure> failed;
+};

@@ -2,6 +2,8 @@
 
 #include <QHash>
 
+#include <algorithm>
+
 namespace {
 
 const QString separator = "++";
@@ -27,6 +29,18 @@ bool isModuleName(const QString &name)
     return !name.isEmpty() && !name.startsWith('.') && !name.startsWith('-');
 }
 
+QString ownPrefix()
+{
+    return ".saverestore-";
+}
+
+bool isOwn(const QString &path)
+{
+    const QStringList parts = path.split('/');
+    return std::any_of(parts.cbegin(), parts.cend(),
+                       [](const QString &part) { return part.startsWith(ownPrefix()); });
+}
+
 QString normalizedItemPath(const QString &path)
 {
     if (path.startsWith('/') || path.contains('\t') || path.contains('\n') || path.contains('\r') ||
@@ -35,7 +49,7 @@ QString normalizedItemPath(const QString &path)
     }
     QStringList parts = path.split('/', Qt::SkipEmptyParts);
     parts.removeAll(".");
-    return parts.contains("..") ? QString() : parts.join('/');
+    return parts.contains("..") || isOwn(path) ? QString() : parts.join('/');
 }
 
 QString flattened(const QString &path)

@@ -28,8 +28,13 @@ QString lastComponent(const QString &path);
 /// True when the name can stand for one module everywhere: a single plain path component.
 bool isModuleName(const QString &name);
 
+/// What the names of the service's own files and directories beside data begin with.
+QString ownPrefix();
+/// True when a component of the path has such a name: nobody's data may.
+bool isOwn(const QString &path);
+
 /// The path of an item without doubled and trailing slashes, or empty when it does not stay inside its
-/// module's data directory or holds a TAB or a line break.
+/// module's data directory, holds a TAB or a line break, or a component with the service's own prefix.
 QString normalizedItemPath(const QString &path);
 
 /// The path as one component: "++" for every "/".

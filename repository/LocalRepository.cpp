@@ -2,6 +2,7 @@
 
 #include "catalogue/ItemNames.h"
 #include "platform/logger/VYXLogger.h"
+#include "repository/RepositoryUrl.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -13,7 +14,7 @@
 namespace {
 
 constexpr qint64 portion = qint64{1024} * 1024;
-const QString incomingName = ".saverestore-incoming";
+const QString incomingName = ItemNames::ownPrefix() + "incoming";
 
 /// True when there is nothing of that name, or can be nothing.
 bool isMissing(const QString &path)
@@ -47,7 +48,7 @@ LocalRepository::LocalRepository(const QString &directory)
     : Repository(LocalRepositoryType), directory(directory)
 {
     if (!QFileInfo(directory).isDir()) {
-        logWarning("Invalid save/restore directory: '%1'", directory);
+        logWarning("Invalid save/restore directory: '%1'", RepositoryUrl::forDisplay(directory));
     }
     turn.setInterval(0);
     connect(&turn, &QTimer::timeout, this, &LocalRepository::copyPortion);

@@ -2,22 +2,37 @@
 
 #include <QRegularExpression>
 
+namespace {
+
+bool hasScheme(const QString &text, const QString &scheme)
+{
+    return text.startsWith(scheme + ":", Qt::CaseInsensitive);
+}
+
+} // namespace
+
 namespace RepositoryUrl {
 
 bool isDistant(const QString &text)
 {
-    return text.contains("http");
+    return hasScheme(text, "http") || isSecure(text);
 }
 
 bool isSecure(const QString &text)
 {
-    return text.contains("https");
+    return hasScheme(text, "https");
 }
 
 QString forDisplay(const QString &text)
 {
-    static const QRegularExpression userInformation("(://)[^/?#]*@");
-    return QString(text).replace(userInformation, "\\1");
+    const bool path = text.startsWith('/') || !text.contains(QRegularExpression("://|@"));
+    if (!isDistant(text) && path) {
+        return text;
+    }
+    // What stands before an "@" can be a password, wherever a slash in it has moved it to.
+    const QUrl url = QUrl(text).adjusted(QUrl::RemoveUserInfo);
+    const bool readable = url.isValid() && !url.host().isEmpty() && !url.toString().contains('@');
+    return readable ? url.toString() : QString("(unreadable URL)");
 }
 
 QString problem(const QString &text)

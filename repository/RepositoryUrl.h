@@ -7,12 +7,13 @@
 /// URLs of a repository on a server.
 namespace RepositoryUrl {
 
-/// True when the text designates a server, and one that is reached with TLS. Looked for anywhere in the text,
-/// with upper and lower case told apart.
+/// True when the text designates a server, and one that is reached with TLS: by its scheme, in upper or lower
+/// case. Any other text is a directory.
 bool isDistant(const QString &text);
 bool isSecure(const QString &text);
 
-/// The text without user name and password, for logs and pop-ups.
+/// The text without user name and password, for logs, pop-ups and answers on the bus; "(unreadable URL)" when
+/// it cannot be told which part is which.
 QString forDisplay(const QString &text);
 
 /// What is wrong with a base URL, empty when nothing is.

@@ -1,5 +1,7 @@
 #include "restore/ArchiveListing.h"
 
+#include "catalogue/ItemNames.h"
+
 #include <QDir>
 
 #include <algorithm>
@@ -79,7 +81,8 @@ std::optional<ArchiveMember> parseLine(const QByteArray &line)
 
 bool isBelow(const QString &path, const QString &directory)
 {
-    return !path.split('/').contains("..") && (path == directory || path.startsWith(directory + "/"));
+    return !path.split('/').contains("..") && !ItemNames::isOwn(path.mid(directory.size())) &&
+           (path == directory || path.startsWith(directory + "/"));
 }
 
 bool memberStaysInside(const ArchiveMember &member, const QString &directory)

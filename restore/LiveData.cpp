@@ -1,5 +1,6 @@
 #include "restore/LiveData.h"
 
+#include "catalogue/ItemNames.h"
 #include "commands/Command.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
@@ -24,9 +25,9 @@
 
 namespace {
 
-const QString asidePrefix = ".saverestore-aside.";
-const QString newPrefix = ".saverestore-new.";
-const QString oldPrefix = ".saverestore-old.";
+const QString asidePrefix = ItemNames::ownPrefix() + "aside.";
+const QString newPrefix = ItemNames::ownPrefix() + "new.";
+const QString oldPrefix = ItemNames::ownPrefix() + "old.";
 const QString absentMarker = ".absent";     // there were no live data
 const QString databaseMarker = ".database"; // the live data have side files
 
@@ -290,7 +291,8 @@ void LiveData::recoverAll(const QString &root)
                              QDirIterator::Subdirectories);
     while (directories.hasNext()) {
         const QString directory = directories.next();
-        if (directories.fileName().startsWith(".saverestore-")) {
+        const bool inside = ItemNames::isOwn(directory.mid(root.size()).section('/', 0, -2));
+        if (ItemNames::isOwn(directories.fileName()) && !inside) {
             found << directory;
         }
     }
@@ -300,7 +302,12 @@ void LiveData::recoverAll(const QString &root)
             removeAll(directory);
             continue;
         }
-        const QString path = info.path() + "/" + info.fileName().mid(asidePrefix.size());
+        const QString name = info.fileName().mid(asidePrefix.size());
+        if (name.isEmpty() || name == "." || name == ".." || ItemNames::isOwn(name)) {
+            logError("'%1' stands for no data and is left alone", directory);
+            continue;
+        }
+        const QString path = info.path() + "/" + name;
         logWarning("A restore was cut off: '%1' is brought back", path);
         bringBack(path);
     }

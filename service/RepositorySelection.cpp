@@ -15,7 +15,8 @@ bool VYXSaveRestore::setRepositoryUrl(QString url)
     logDebug(sameKind ? "Changing %1 repository: '%2'" : "Creating new %1 repository: '%2'",
              distant ? "distant" : "local", RepositoryUrl::forDisplay(url));
     if (sameKind && !distant && !QFile::exists(url)) {
-        logWarning("'%1' does not exist: the repository stays '%2'", url, repository->getRepositoryUrl());
+        logWarning("'%1' does not exist: the repository stays '%2'", RepositoryUrl::forDisplay(url),
+                   repository->getRepositoryUrl());
         return true;
     }
     const std::shared_ptr<Repository> chosen = makeRepository(url);

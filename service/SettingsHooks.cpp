@@ -123,5 +123,5 @@ void VYXSaveRestore::setSaveRestoreSchedule(int schedule, bool type, bool activa
 
 QString VYXSaveRestore::printSettings()
 {
-    return settings.text(repository != nullptr ? repository->getRepositoryUrl() : QString());
+    return settings.text(repository ? RepositoryUrl::forDisplay(repository->getRepositoryUrl()) : QString());
 }

@@ -173,7 +173,7 @@ private Q_SLOTS:
         QCOMPARE(path("http://h/save", "a++b.tar.gz"), "/save/a++b.tar.gz");
         QCOMPARE(path("http://h/save/", "a"), "/save/a");
         QCOMPARE(path("http://h/s", "a#?%41 ü[1]\"\\"), "/s/a%23%3F%2541%20%C3%BC%5B1%5D%22%5C");
-        for (const char *url : {"http://h/save?x=1", "http://h/save#x", "/data/httpdump", "http://", ""}) {
+        for (const char *url : {"http://h/save?x=1", "http://h/save#x", "http:", "http://", ""}) {
             use(url);
             QCOMPARE(ask(*repository, Method::Check, ""), "kept");
             QVERIFY2(reason.startsWith("The repository's URL"), url);

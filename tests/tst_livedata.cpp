@@ -121,6 +121,12 @@ private Q_SLOTS:
         write(".saverestore-aside.d.data/.database", {});
         write(".saverestore-new.x/y", "never finished");
         write(".saverestore-old.x/y", "done with");
+        // Planted: what they stand for is the module, its neighbours, or the directory itself.
+        const QStringList planted = {".saverestore-aside.", ".saverestore-aside..", ".saverestore-aside..."};
+        for (const QString &name : planted) {
+            write(name + "/x", "planted");
+        }
+        writeFile(live("../other/f"), "other");
         for (const QString &file : aside) {
             write(".saverestore-aside.d.data/" + file.section('=', 0, 0), file.section('=', 1).toUtf8());
         }
@@ -130,6 +136,10 @@ private Q_SLOTS:
         LiveData::recoverAll(DevicePaths::dataRoot());
         QCOMPARE(content("d.data"), "old");
         QCOMPARE(content("d.data-wal"), log);
+        QCOMPARE(readFile(live("../other/f")), "other");
+        for (const QString &name : planted) {
+            QDir(live(name)).removeRecursively();
+        }
         QVERIFY(!everything().join(' ').contains(".saverestore"));
         LiveData::recoverAll(DevicePaths::dataRoot());
         QCOMPARE(content("d.data"), "old");
@@ -201,6 +211,7 @@ private Q_SLOTS:
             {"as saved", pack, true},
             {"odd names", oddFiles + "ln -s 'q\"\\x' 'w/data/dir/l -> m'; " + pack, true},
             {"inner links", "ln -s ../dir/f w/data/dir/l; ln w/data/dir/f w/data/dir/h; " + pack, true},
+            {"the service's own name", "mkdir w/data/dir/.saverestore-aside...; " + pack, false},
             {"beside", "touch w/data/other; " + pack + " w/data/other", false},
             {"above", "tar -czf a.tar.gz w/data", false},
             {"upwards", "touch w/data/other; tar -czPf a.tar.gz w/data/dir/../other", false},

@@ -5,6 +5,7 @@
 #include "commands/Digest.h"
 #include "commands/ShellText.h"
 #include "pause/PauseState.h"
+#include "repository/RepositoryUrl.h"
 #include "save/CompletedLines.h"
 #include "service/SaveSchedule.h"
 #include "tests/support/TestDevice.h"
@@ -54,8 +55,8 @@ private Q_SLOTS:
     {
         QCOMPARE(ItemNames::normalizedItemPath("a//b///"), "a/b");
         QCOMPARE(ItemNames::normalizedItemPath("./a..b/..c"), "a..b/..c");
-        for (const char *refused :
-             {"/etc/passwd", "../x", "a/../../x", "a/..", "", ".", "//", "a\tb", "a\nb"}) {
+        for (const char *refused : {"/etc/passwd", "../x", "a/../../x", "a/..", "", ".", "//", "a\tb", "a\nb",
+                                    "a/.saverestore-x/b"}) {
             QCOMPARE(ItemNames::normalizedItemPath(refused), QString());
         }
     }
@@ -201,6 +202,32 @@ private Q_SLOTS:
                 QCOMPARE(scheduledHours(period, true, now).value(), expected);
                 QCOMPARE(scheduledHours(period, false, now).value(), QList<int>{period});
             }
+        }
+    }
+
+    void urlsAsShown()
+    {
+        const QString unreadable = "(unreadable URL)";
+        struct Case
+        {
+            QString url, shown;
+            bool secure, distant;
+        };
+        const QList<Case> cases = {{"/data/httpdump", "/data/httpdump", false, false},
+                                   {"/media/u@h:x", "/media/u@h:x", false, false},
+                                   {"http://host/https", "http://host/https", false, true},
+                                   {"HTTPS://u:secret@h/save", "https://h/save", true, true},
+                                   {"https://u:sec/ret@h/save", unreadable, true, true},
+                                   {"https://u:1/secret@h/save", unreadable, true, true},
+                                   {"https:u:secret@h", unreadable, true, true},
+                                   {"ftp://u:secret@h/x", "ftp://h/x", false, false},
+                                   {"u:secret@h/x", unreadable, false, false},
+                                   {"https://", unreadable, true, true},
+                                   {"", "", false, false}};
+        for (const auto &[url, shown, secure, distant] : cases) {
+            QCOMPARE(RepositoryUrl::forDisplay(url), shown);
+            QVERIFY2(RepositoryUrl::isSecure(url) == secure, qPrintable(url));
+            QVERIFY2(RepositoryUrl::isDistant(url) == distant, qPrintable(url));
         }
     }
 

@@ -1,6 +1,7 @@
 #include "restore/ItemRestorer.h"
 
 #include "commands/Command.h"
+#include "commands/Digest.h"
 #include "commands/ShellText.h"
 #include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
@@ -8,6 +9,7 @@
 #include "restore/ArchiveListing.h"
 #include "restore/DatabaseRestore.h"
 #include "restore/LiveData.h"
+#include "restore/Replacement.h"
 #include "staging/DatabaseDump.h"
 
 #include <QFile>
@@ -107,16 +109,23 @@ bool ItemRestorer::restoreDirectory(const PlannedItem &planned)
     return true;
 }
 
+/// The file is fetched beside its live one, which stays until the new content is known to be what was
+/// promised.
 bool ItemRestorer::restoreFile(const PlannedItem &planned)
 {
     const QString target = planned.item.livePath();
-    LiveData live(target, LiveData::Kind::File);
-    if (!live.moveAside()) {
+    Replacement replacement(target);
+    if (!replacement.prepare()) {
         return keep({}, target);
     }
-    if (!session.getFileAndWait(planned.source, target).stored() || !QFileInfo(target).isFile()) {
+    if (!session.getFileAndWait(planned.source, replacement.path()).stored()) {
         return keep(QString("Could not fetch '%1' from the repository").arg(planned.source), target);
     }
-    live.commit(waiter);
-    return true;
+    const QString digest = fileDigest(waiter, replacement.path());
+    if (digest != planned.digest) {
+        return keep(QString("Entry '%1' is not what was saved: its digest is %2, promised was %3")
+                        .arg(planned.source, digest, planned.digest),
+                    target);
+    }
+    return replacement.replace(waiter) || keep({}, target);
 }

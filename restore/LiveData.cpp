@@ -287,13 +287,13 @@ void LiveData::commit(Waiter &waiter)
 void LiveData::recoverAll(const QString &root)
 {
     QStringList found;
-    QDirIterator directories(root, QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot | QDir::NoSymLinks,
-                             QDirIterator::Subdirectories);
-    while (directories.hasNext()) {
-        const QString directory = directories.next();
-        const bool inside = ItemNames::isOwn(directory.mid(root.size()).section('/', 0, -2));
-        if (ItemNames::isOwn(directories.fileName()) && !inside) {
-            found << directory;
+    QDirIterator entries(root, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                         QDirIterator::Subdirectories);
+    while (entries.hasNext()) {
+        const QString path = entries.next();
+        const bool inside = ItemNames::isOwn(path.mid(root.size()).section('/', 0, -2));
+        if (ItemNames::isOwn(entries.fileName()) && !inside) {
+            found << path;
         }
     }
     for (const QString &directory : std::as_const(found)) {

@@ -169,7 +169,7 @@ void RestorePlanner::planModule(const QString &module)
         } else if (entry.status == Same) {
             logDebug("Same file '%1': no need to restore", line.key());
         } else if (const auto planned =
-                       planItem({item->getKind(), module, item->getPath(), entry.priority})) {
+                       planItem({item->getKind(), module, item->getPath(), entry.priority}, line->digest())) {
             modulePlans[module].items << *planned;
         } else {
             modulePlans[module].complete = false;
@@ -177,7 +177,7 @@ void RestorePlanner::planModule(const QString &module)
     }
 }
 
-std::optional<PlannedItem> RestorePlanner::planItem(const SavedItem &item)
+std::optional<PlannedItem> RestorePlanner::planItem(const SavedItem &item, const QString &digest)
 {
     logDebug("New/updated file '%1': download and update", item.key());
     if (item.getKind() == FileItem) {
@@ -186,11 +186,11 @@ std::optional<PlannedItem> RestorePlanner::planItem(const SavedItem &item)
             noteFailure(QString("Could not fetch '%1' from the repository").arg(entry));
             return std::nullopt;
         }
-        return PlannedItem{item, entry};
+        return PlannedItem{item, digest, entry};
     }
     const QString local = DevicePaths::fetched(item.artefact());
     if (!session.getFileAndWait(item.artefact(), local).stored()) {
         noteFailure(QString("Could not fetch '%1' from the repository").arg(item.artefact()));
     }
-    return PlannedItem{item, local};
+    return PlannedItem{item, digest, local};
 }

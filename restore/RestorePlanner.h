@@ -21,6 +21,7 @@ class StagingArea;
 struct PlannedItem
 {
     SavedItem item;
+    QString digest; ///< of the file, the uncompressed archive or the database, as the repository promises it
     QString source; ///< fetched archive or dump; of a plain file the name of its entry, which is still to be
                     ///< fetched
 };
@@ -56,7 +57,7 @@ private:
     bool fetchVersion(const QString &module);
     bool fetchLines(const QString &module, bool needed);
     void planModule(const QString &module);
-    std::optional<PlannedItem> planItem(const SavedItem &item);
+    std::optional<PlannedItem> planItem(const SavedItem &item, const QString &digest);
     void stage(const QString &module);
     void noteFailure(const QString &text);
 

@@ -1,7 +1,18 @@
 #include "tests/support/DataTable.h"
 #include "tests/support/TestDevice.h"
 
+#include <QCryptographicHash>
+
 #include <csignal>
+
+namespace {
+
+QString md5(const QByteArray &content)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex());
+}
+
+} // namespace
 
 /// Whole restores over the bus: what was saved comes back, and what cannot be restored stays as it was.
 class tst_restore : public QObject
@@ -187,6 +198,8 @@ private Q_SLOTS:
         row("archive leads out", "tar -czf A++a++zipped.tar.gz A.version", "a/zipped/y",
             "is refused: it leads out of");
         row("file missing", "rm f.txt", "f.txt", "Could not fetch 'f.txt' from the repository");
+        row("file cut off", ": > f.txt", "f.txt", "Entry 'f.txt' is not what was saved");
+        row("another's content", "cp A.version f.txt", "f.txt", "Entry 'f.txt' is not what was saved");
     }
     void faultyRepositories()
     {
@@ -221,10 +234,11 @@ private Q_SLOTS:
         damage("A");
         const QString digest(32, '0');
         QString lines;
-        for (const QString &key : {QString("../B/f"), QString("/etc/x"), QString("a/../../f"),
-                                   device->path("stolen"), QString("backup.tar")}) {
+        for (const QString &key :
+             {QString("../B/f"), QString("/etc/x"), QString("a/../../f"), device->path("stolen")}) {
             lines += key + "\t" + digest + "\tfile\tfalse\thigh\n";
         }
+        lines += "backup.tar\t" + md5("just a file") + "\tfile\tfalse\thigh\n";
         lines +=
             "B/whole.data\t" + digest + "\tdatabase\thigh\nA/../x.data\t" + digest + "\tdatabase\thigh\n";
         lines += "A/../../etc.tar\t" + digest + "\tdirectory\t1\thigh\n";

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+#include <sys/types.h>
+
+class Waiter;
+
+/// New content for live data, made beside it and put in its place in one step: at every moment the live path
+/// holds the old content or the whole new one.
+///
+/// The new content is a file or a directory at `path()`. What is not put in place is removed with the object;
+/// what a process that died has left is removed by `LiveData::recoverAll`. One replacement at a time is made
+/// in a directory.
+class Replacement
+{
+public:
+    explicit Replacement(QString livePath);
+    ~Replacement();
+
+    Replacement(const Replacement &) = delete;
+    Replacement &operator=(const Replacement &) = delete;
+
+    /// Make the directories above the live path that are missing, with the owner, group and mode of the
+    /// nearest that exists, and free `path()`. False when that is not possible.
+    bool prepare();
+
+    /// Where the new content is to be made: in the directory of the live data, under a name of the service's.
+    QString path() const;
+
+    /// Put the new content in place, on the disk before the old one goes. A file takes the owner, group and
+    /// mode of the one that it replaces, or of the directory, without the right to execute. False, with the
+    /// old content still there, when it could not be done.
+    bool replace(Waiter &waiter);
+
+private:
+    struct Ownership
+    {
+        uid_t user = 0;
+        gid_t group = 0;
+        mode_t mode = 0;
+    };
+
+    std::optional<Ownership> ownershipToTake() const;
+    bool makeParents();
+    bool exchange() const;
+
+    QString livePath;
+    QStringList madeParents;
+};

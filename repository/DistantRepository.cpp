@@ -211,13 +211,13 @@ void DistantRepository::startPut(const RepositoryRequest &request)
         finish(unsent(QString("Could not upload file '%1': file does not exist!").arg(path)));
         return;
     }
-    auto source = std::make_unique<QFile>(path);
-    if (!QFileInfo(path).isFile() || !source->open(QIODevice::ReadOnly)) {
+    auto source = std::make_unique<DigestingFile>();
+    if (!source->openRegular(path)) {
         finish(unsent(QString("Could not read file '%1'").arg(path)));
         return;
     }
     QNetworkReply *const reply = networkManager.put(requestFor(url), source.get());
-    follow(reply, [size = source->size()](const QNetworkReply &ended) { return endPut(ended, size); });
+    follow(reply, [sent = source.get()](const QNetworkReply &ended) { return endPut(ended, *sent); });
     source.release()->setParent(reply);
     connect(reply, &QNetworkReply::uploadProgress, this,
             [this](qint64 done, qint64 total) { logProgress("PUT progess: %1%", done, total); });
@@ -261,12 +261,12 @@ RequestOutcome DistantRepository::endCheck(const QNetworkReply &reply) const
     return failure(reply, text);
 }
 
-RequestOutcome DistantRepository::endPut(const QNetworkReply &reply, qint64 size)
+RequestOutcome DistantRepository::endPut(const QNetworkReply &reply, const DigestingFile &sent)
 {
     const QString text = failureOf(reply);
     if (text.isEmpty()) {
-        logDebug("Uploaded %1 bytes", size);
-        return {};
+        logDebug("Uploaded %1 bytes", sent.size());
+        return {RequestOutcome::Stored, {}, false, sent.digest()};
     }
     logError("Error [%1] in PUT request: '%2' (%3)", static_cast<int>(reply.error()), text,
              reply.url().toString());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "repository/DigestingFile.h"
 #include "repository/DownloadFile.h"
 #include "repository/Repository.h"
 
@@ -54,7 +55,7 @@ private:
     void startRemove(const QString &entry);
     void follow(QNetworkReply *reply, const Ending &ending);
 
-    static RequestOutcome endPut(const QNetworkReply &reply, qint64 size);
+    static RequestOutcome endPut(const QNetworkReply &reply, const DigestingFile &sent);
     RequestOutcome endGet(QNetworkReply &reply, const QString &entry);
     static RequestOutcome endRemove(const QNetworkReply &reply);
     RequestOutcome endCheck(const QNetworkReply &reply) const;

@@ -24,13 +24,6 @@ bool isMissing(const QString &path)
            (errno == ENOENT || errno == ENAMETOOLONG);
 }
 
-/// Anything but a regular file is not opened: a fifo would not answer.
-bool openRegular(QFile &file, const QString &path)
-{
-    file.setFileName(path);
-    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-}
-
 RequestOutcome failure(const QString &text)
 {
     return {RequestOutcome::Failed, text, true};
@@ -143,7 +136,7 @@ bool LocalRepository::replaceEntry()
 
 void LocalRepository::startPut()
 {
-    if (!openRegular(source, underWay.path) || !openIncoming()) {
+    if (!source.openRegular(underWay.path) || !openIncoming()) {
         endPut(false);
         return;
     }
@@ -160,7 +153,7 @@ void LocalRepository::startGet()
         finish({RequestOutcome::Absent, {}});
         return;
     }
-    if (!openRegular(source, entryPath()) || !download.open(underWay.path)) {
+    if (!source.openRegular(entryPath()) || !download.open(underWay.path)) {
         endGet(false);
         return;
     }
@@ -192,10 +185,11 @@ void LocalRepository::endPut(bool copied)
     const QString name = ItemNames::lastComponent(underWay.path);
     const QString place = QDir(directory).path();
     const bool stored = copied && replaceEntry();
+    const QString digest = source.digest();
     abort();
     if (stored) {
         logDebug("File '%1' saved into '%2'", name, place);
-        finish({});
+        finish({RequestOutcome::Stored, {}, false, digest});
         return;
     }
     finish(loggedFailure(QString("Saving file '%1' (%2) into '%3' failed").arg(name, underWay.path, place)));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "repository/DigestingFile.h"
 #include "repository/DownloadFile.h"
 #include "repository/Repository.h"
 
@@ -48,7 +49,7 @@ private:
     const QString directory;
     RepositoryRequest underWay;
     QTimer turn; ///< fires once for each portion
-    QFile source;
+    DigestingFile source;
     QFile incoming;
     DownloadFile download;
 };

@@ -24,6 +24,7 @@ struct RequestOutcome
     Kind kind = Stored;
     QString text;                ///< why it failed
     bool entryUntouched = false; ///< it failed before the repository changed anything: the entry is as it was
+    QString digest = {};         ///< of a Put: MD5 of the very bytes that were stored, when it is known
 
     bool stored() const { return kind == Stored; }
 };

@@ -221,7 +221,7 @@ void Upload::sendItem(const PlannedSend &send)
     if (!source.isEmpty()) {
         outcome = session.outcomeOf({RepositoryRequest::Put, send.entry.text(), source});
     }
-    plan->note(send, resultOf(outcome));
+    plan->note(send, resultOf(outcome), outcome.digest);
     if (!outcome.stored()) {
         fail(nameOf(send), outcome.text);
     }

@@ -15,6 +15,11 @@ QString claimOf(const QString &module, const ChecksumLine &line)
     return item ? item->artefact() : QString();
 }
 
+QString itemName(const QString &module, const ChecksumLine &line)
+{
+    return module + "/" + line.key();
+}
+
 ChecksumLine withoutDigest(ChecksumLine line)
 {
     line.setDigest({});
@@ -37,7 +42,7 @@ UploadPlan::UploadPlan(LinesByModule previousLines, LinesByModule currentLines)
         const LinesByModule &all = state->lines();
         for (auto module = all.cbegin(); module != all.cend(); ++module) {
             for (const ChecksumLine &line : module.value()) {
-                claims[claimOf(module.key(), line)] << module.key() + "/" + line.key();
+                claims[claimOf(module.key(), line)] << itemName(module.key(), line);
             }
         }
     }
@@ -140,11 +145,14 @@ QList<PlannedSend> UploadPlan::sends(const QString &module) const
     return sends;
 }
 
-void UploadPlan::note(const PlannedSend &send, SendResult result)
+void UploadPlan::note(const PlannedSend &send, SendResult result, const QString &digest)
 {
     switch (result) {
     case SendResult::Stored:
-        held.insert(send.entry.text(), send.line.digest());
+        if (send.line.isPlainFile() && !digest.isEmpty()) {
+            stored.insert(itemName(send.item.getModule(), send.line), digest);
+        }
+        held.insert(send.entry.text(), storedLine(send.item.getModule(), send.line).digest());
         return;
     case SendResult::Unknown:
         held.remove(send.entry.text());
@@ -153,6 +161,13 @@ void UploadPlan::note(const PlannedSend &send, SendResult result)
         break;
     }
     frozenClaims << claimOf(send.item.getModule(), send.line);
+}
+
+/// The line with the digest of what was stored of the item.
+ChecksumLine UploadPlan::storedLine(const QString &module, ChecksumLine line) const
+{
+    line.setDigest(stored.value(itemName(module, line), line.digest()));
+    return line;
 }
 
 /// The line of an item that stays as it was saved: with the digest of what its entry holds. When that is not
@@ -164,8 +179,8 @@ std::optional<ChecksumLine> UploadPlan::keptLine(const QString &module, const Ch
     if (digest == before.digest()) {
         return before;
     }
-    if (wanted != nullptr && digest == wanted->digest()) {
-        return *wanted;
+    if (wanted != nullptr && digest == storedLine(module, *wanted).digest()) {
+        return storedLine(module, *wanted);
     }
     return claims.value(claimOf(module, before)).size() > 1 ? std::optional(withoutDigest(before))
                                                             : std::nullopt;
@@ -178,7 +193,7 @@ ChecksumLines UploadPlan::settledLines(const QString &module) const
     ChecksumLines lines;
     for (const ChecksumLine &line : wanted) {
         if (!isFrozen(module, line)) {
-            lines << line;
+            lines << storedLine(module, line);
         }
     }
     for (const ChecksumLine &line : before) {

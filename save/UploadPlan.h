@@ -69,7 +69,8 @@ public:
     QList<PlannedSend> sends(const QString &module) const;
     /// True when the item has to stay as it was saved.
     bool isFrozen(const PlannedSend &send) const { return isFrozen(send.item.getModule(), send.line); }
-    void note(const PlannedSend &send, SendResult result);
+    /// `digest` is that of what was stored: the item may have changed since its line was made.
+    void note(const PlannedSend &send, SendResult result, const QString &digest = {});
 
     /// Decide what the checksum files may say after all sends. False when that cannot be told for certain:
     /// then the held lines have to stay.
@@ -84,6 +85,7 @@ private:
     bool isFrozen(const QString &module, const ChecksumLine &line) const;
     void compare();
     ChecksumLines settledLines(const QString &module) const;
+    ChecksumLine storedLine(const QString &module, ChecksumLine line) const;
     std::optional<ChecksumLine> keptLine(const QString &module, const ChecksumLine &before,
                                          const ChecksumLine *wanted) const;
     bool dropUntrueLines();
@@ -96,6 +98,8 @@ private:
     QSet<QString> frozenClaims; ///< claimed entries whose items stay as they were saved
     bool plainFilesBlocked = false;
     QSet<QString> confirmedClaims;
+    QHash<QString, QString>
+        stored;                   ///< digest of what was stored, by module and key, when it is not the line's
     QHash<QString, QString> held; ///< digest of what each entry is known to hold
     LinesByModule settled;
 };

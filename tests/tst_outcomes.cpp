@@ -317,6 +317,21 @@ private Q_SLOTS:
                  qPrintable(sent.join(", ")));
     }
 
+    void fileThatChangesOnTheWay_data() { places(); }
+    void fileThatChangesOnTheWay()
+    {
+        QFETCH(bool, server);
+        addFiles("A", {"f"});
+        device->addModule("Slow", "<databases><database name='d'/></databases>", "--pause-delay 300");
+        device->sql("Slow", "d", "CREATE TABLE t(v)");
+        QVERIFY(start(server));
+        const QDBusPendingCall call = device->callLater("startSaveOnRepository");
+        QVERIFY(device->waitForLog("restoring data: Slow:")); // A's digests have been taken
+        write("A", {"f"}, QByteArray(100000, 'n'));
+        QVERIFY(end(call).toBool());
+        QVERIFY(holds("A", "f", QByteArray(100000, 'n')));
+    }
+
     void connectionEndsAfterTheData()
     {
         addFiles("A", {"f"});

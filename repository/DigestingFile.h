@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QCryptographicHash>
+#include <QFile>
+
+/// A file that is read to be stored elsewhere, and the digest of the bytes that were read. It can be read
+/// from its beginning again, as for a transfer that is repeated.
+class DigestingFile : public QFile
+{
+    Q_OBJECT
+
+public:
+    DigestingFile() = default;
+
+    /// Open a regular file for reading, unbuffered; anything else is not opened.
+    bool openRegular(const QString &path);
+
+    /// MD5 of the bytes read since the beginning, 32 lower-case hexadecimal digits; empty when they were not
+    /// read in their order.
+    QString digest() const;
+
+protected:
+    qint64 readData(char *data, qint64 size) override;
+
+private:
+    QCryptographicHash hash = QCryptographicHash(QCryptographicHash::Md5);
+    qint64 hashed = 0;
+    bool inOrder = true;
+};

@@ -17,8 +17,8 @@ bool isPausedState(const QString &state)
 
 QString stateOfStatLine(const QString &line)
 {
-    const QStringList parts = line.split(' ');
-    return parts.size() < 3 ? QString() : parts.at(2);
+    const qsizetype nameEnd = line.lastIndexOf(')');
+    return nameEnd < 0 ? QString() : line.mid(nameEnd + 1).section(' ', 1, 1);
 }
 
 QString statFileName(const QString &pid)

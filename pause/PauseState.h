@@ -18,7 +18,8 @@ bool isProcessId(const QString &pid);
 /// True for the state letters of a stopped (T) or traced (t) process.
 bool isPausedState(const QString &state);
 
-/// The third of the space-separated parts of a line of /proc/<pid>/stat; empty when there are fewer.
+/// The state letter in a line of /proc/<pid>/stat: what follows the process's name, which is in parentheses
+/// and may itself hold spaces and parentheses. Empty when the line has none.
 QString stateOfStatLine(const QString &line);
 
 QString statFileName(const QString &pid);

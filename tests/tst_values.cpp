@@ -237,8 +237,10 @@ private Q_SLOTS:
             QVERIFY2(!isProcessId(pid), pid);
         }
         QVERIFY(isProcessId("2"));
-        QCOMPARE(stateOfStatLine("12 (a b) T 1"), "b)");
+        QCOMPARE(stateOfStatLine("12 (ab) S 1"), "S");
+        QCOMPARE(stateOfStatLine("12 (a b) x (y) T 1"), "T");
         QCOMPARE(stateOfStatLine("12 (ab)"), "");
+        QCOMPARE(stateOfStatLine(""), "");
         QVERIFY(isPausedState("t") && isPausedState("T") && !isPausedState("Z") && !isPausedState(""));
     }
 };

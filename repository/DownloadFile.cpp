@@ -1,11 +1,16 @@
 #include "repository/DownloadFile.h"
 
+#include <QFileInfo>
+
+#include <cstdio>
+
 bool DownloadFile::open(const QString &path)
 {
+    target = path;
     received = 0;
     failed = false;
-    file = std::make_unique<QSaveFile>(path);
-    return file->open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+    file = std::make_unique<QTemporaryFile>(path + ".XXXXXX");
+    return !QFileInfo(path).isDir() && file->open();
 }
 
 bool DownloadFile::append(const QByteArray &bytes)
@@ -29,7 +34,12 @@ void DownloadFile::take(QIODevice &source)
 
 bool DownloadFile::finish()
 {
-    const bool complete = file && !failed && file->commit();
+    bool complete = file && !failed && file->flush();
+    if (complete) {
+        complete = std::rename(QFile::encodeName(file->fileName()).constData(),
+                               QFile::encodeName(target).constData()) == 0;
+        file->setAutoRemove(!complete);
+    }
     file.reset();
     return complete;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <QSaveFile>
 #include <QString>
+#include <QTemporaryFile>
 
 #include <memory>
 
@@ -9,10 +9,13 @@ class QIODevice;
 
 /// Receives the content of a fetched entry in a temporary file beside its target, which is replaced when the
 /// content is complete. Until then, and whenever that fails, the target is as it was.
+///
+/// Nothing is forced to the disk, which takes long for a large file: whoever needs the content to outlast a
+/// loss of power syncs the target, beside the events.
 class DownloadFile
 {
 public:
-    /// Begin anew. False when the file cannot be made.
+    /// Begin anew. False when the file cannot be made, or is to replace a directory.
     bool open(const QString &target);
 
     /// Take these bytes. False when they, or some before them, could not be written.
@@ -33,7 +36,8 @@ public:
     void drop() { file.reset(); }
 
 private:
-    std::unique_ptr<QSaveFile> file;
+    QString target;
+    std::unique_ptr<QTemporaryFile> file;
     qint64 received = 0;
     bool failed = false;
 };

@@ -91,8 +91,9 @@ void dropAside(const QString &path)
     removeAll(old);
 }
 
-/// Bring back what the directory holds; safe to be cut off and done again.
-bool bringBack(const QString &path)
+/// Put back what the directory holds; safe to be cut off and done again. Logs nothing: it also runs in a
+/// thread.
+bool putBack(const QString &path)
 {
     const QString directory = beside(path, asidePrefix);
     const QString name = QFileInfo(path).fileName();
@@ -105,7 +106,6 @@ bool bringBack(const QString &path)
         removeAll(path);
     }
     if (held && !move(directory + "/" + name, path)) {
-        logError("What was set aside in '%1' could not be brought back", directory);
         return false;
     }
     for (const char *suffix : sideSuffixes) {
@@ -115,6 +115,19 @@ bool bringBack(const QString &path)
     }
     removeAll(directory);
     return true;
+}
+
+bool reported(bool isBack, const QString &path)
+{
+    if (!isBack) {
+        logError("What was set aside in '%1' could not be brought back", beside(path, asidePrefix));
+    }
+    return isBack;
+}
+
+bool bringBack(const QString &path)
+{
+    return reported(putBack(path), path);
 }
 
 QString nearestDirectory(const QString &path)
@@ -128,12 +141,17 @@ QString nearestDirectory(const QString &path)
 
 } // namespace
 
-LiveData::LiveData(QString livePath, Kind kind) : path(std::move(livePath)), kind(kind) {}
+LiveData::LiveData(QString livePath, Kind kind, Waiter &waiter)
+    : path(std::move(livePath)), kind(kind), waiter(waiter)
+{
+}
 
 LiveData::~LiveData()
 {
     if (aside) {
-        bringBack(path);
+        bool isBack = false;
+        waiter.runBeside([&] { isBack = putBack(path); });
+        reported(isBack, path);
     }
     while (!madeParents.isEmpty()) {
         QDir().rmdir(madeParents.takeLast());
@@ -237,7 +255,7 @@ bool LiveData::moveAside()
     return moved;
 }
 
-bool LiveData::copyAside(Waiter &waiter)
+bool LiveData::copyAside()
 {
     if (!exists() || QFileInfo(path).isSymLink()) {
         return moveAside();
@@ -267,7 +285,7 @@ bool LiveData::copyAside(Waiter &waiter)
     return true;
 }
 
-void LiveData::commit(Waiter &waiter)
+void LiveData::commit()
 {
     if (kind != Kind::Directory) {
         applyOwnership();

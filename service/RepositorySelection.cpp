@@ -25,6 +25,7 @@ bool VYXSaveRestore::setRepositoryUrl(QString url)
     }
     repository = chosen;
     operations.repositoryChanged();
+    checkCapability();
     operations.whenFree([this, chosen] { chosen->setUp(waiter); });
     return !url.isEmpty();
 }

@@ -73,7 +73,11 @@ ListSetting VYXSaveRestore::repositoryUrlChanged(Setting setting)
 {
     const QString url = setting.getValue();
     logInfo("Change Save/Restore url: %1", url.isEmpty() ? QString("none") : RepositoryUrl::forDisplay(url));
-    settings = settings.withRepository(!url.isEmpty() && setRepositoryUrl(url));
+    // Before the set-up, which waits: what is set meanwhile is the later wish.
+    settings = settings.withRepository(!url.isEmpty());
+    if (!url.isEmpty()) {
+        setRepositoryUrl(url);
+    }
     checkCapability();
     return {};
 }

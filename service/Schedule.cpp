@@ -46,10 +46,19 @@ void Schedule::apply(const Wish &wish)
     }
 }
 
+/// A Scheduler that did not answer in time may still have taken the task: of those without an id all go.
+RemoteCallResult Schedule::removeTask()
+{
+    if (scheduledTaskId == unknownTask) {
+        return middleware.callModule("Scheduler", "removeAllTasksByModule", {middleware.getModuleName()},
+                                     waiter);
+    }
+    return middleware.callModule("Scheduler", "removeTask", {scheduledTaskId}, waiter);
+}
+
 void Schedule::cancelTask()
 {
-    const RemoteCallResult result =
-        middleware.callModule("Scheduler", "removeTask", {scheduledTaskId}, waiter);
+    const RemoteCallResult result = removeTask();
     if (result.outcome == RemoteCallResult::Unreachable) {
         logError("Could not cancel scheduled save operations! (%1)", result.error);
     }
@@ -64,9 +73,7 @@ bool Schedule::replaceTask(const Wish &wish)
         logDebug("First schedule of a save/restore operation");
     } else {
         logDebug("Unschedule previous save/restore operation (Scheduler task id: %1)", scheduledTaskId);
-        const RemoteCallResult removed =
-            middleware.callModule("Scheduler", "removeTask", {scheduledTaskId}, waiter);
-        if (removed.outcome == RemoteCallResult::Unreachable) {
+        if (removeTask().outcome == RemoteCallResult::Unreachable) {
             return false;
         }
     }
@@ -78,6 +85,6 @@ bool Schedule::replaceTask(const Wish &wish)
     if (added.outcome == RemoteCallResult::Unreachable) {
         return false;
     }
-    scheduledTaskId = added.value.typeId() == QMetaType::Int ? added.value.toInt() : 0;
+    scheduledTaskId = added.value.typeId() == QMetaType::Int ? added.value.toInt() : unknownTask;
     return true;
 }

@@ -6,6 +6,7 @@
 
 class Middleware;
 class Waiter;
+struct RemoteCallResult;
 
 /// The Scheduler's task that starts the periodic saves: one at the most.
 ///
@@ -34,7 +35,11 @@ private:
 
     void apply(const Wish &wish);
     void cancelTask();
+    RemoteCallResult removeTask();
     bool replaceTask(const Wish &wish);
+
+    /// An id that the Scheduler gives to no task.
+    static constexpr int unknownTask = 0;
 
     Middleware &middleware;
     Waiter &waiter;

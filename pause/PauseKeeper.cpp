@@ -100,10 +100,12 @@ void PauseKeeper::ask(bool save)
 {
     logDebug("Stop modules: %1", namesOf(current).join(", "));
     QString names;
-    for (const auto &[module, pid] : std::as_const(current)) {
+    for (auto &[module, pid] : current) {
+        asked.insert(module, pid);
+        findProcess(module);
+        pid = asked.value(module);
         names += module + ":";
         logDebug("%1: %2", module, pid);
-        asked.insert(module, pid);
     }
     PauseRecord::write(current);
     VYXEvent event("stop_save_restore");
@@ -181,9 +183,36 @@ void PauseKeeper::moduleStopForSaveRestore(const VYXEvent &evt)
 {
     const QString module = evt.getArgument("ModuleName").toString();
     logDebug("Module '%1' said it is ready for Save/Restore", module);
-    if (!isInGroup(module) && asked.contains(module)) {
-        resumeLateModule(module, asked.value(module), lateResumeTries);
+    if (!asked.contains(module)) {
+        return;
     }
+    const bool found = findProcess(module);
+    if (!isInGroup(module)) {
+        resumeLateModule(module, asked.value(module), lateResumeTries);
+        return;
+    }
+    for (auto &process : current) {
+        if (found && process.first == module) {
+            process.second = asked.value(module);
+            PauseRecord::write(current);
+        }
+    }
+}
+
+/// A module may have been started, or started anew, since the list of processes was made: it hears the
+/// request all the same, and pauses. True when it has another process than the one that was known.
+bool PauseKeeper::findProcess(const QString &module)
+{
+    const ProcessState known = processState(asked.value(module));
+    if (known == ProcessState::Running || known == ProcessState::Paused) {
+        return false;
+    }
+    const QString pid = middleware.processIdOf(module);
+    if (!isProcessId(pid)) {
+        return false;
+    }
+    asked.insert(module, pid);
+    return true;
 }
 
 /// A module that pauses after the wait for it has ended would stay paused.

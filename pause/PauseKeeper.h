@@ -76,6 +76,7 @@ private:
     void settlePausedModules() const;
     void unstopModules();
     void moduleStopForSaveRestore(const VYXEvent &evt);
+    bool findProcess(const QString &module);
     void resumeLateModule(const QString &module, const QString &pid, int triesLeft);
     bool isInGroup(const QString &module) const;
 

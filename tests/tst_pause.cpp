@@ -98,6 +98,23 @@ private Q_SLOTS:
         QVERIFY(device->allRun({"Slow"}));
     }
 
+    void moduleStartedAnewMeanwhile()
+    {
+        device->addModule("Slow", "<databases><database name='d'/></databases>", "--pause-delay 1500");
+        device->sql("Slow", "d", "CREATE TABLE t(v)");
+        addDatabaseModule("A", "Plain");
+        device->addModule("Plain", "");
+        QVERIFY(device->start());
+        const QDBusPendingCall running = device->callLater("startSaveOnRepository");
+        QVERIFY(device->waitForLog("data: Slow:"));
+        device->call("stopModule", {"Plain"}, "ApplicationManager");
+        device->call("startModule", {"Plain"}, "ApplicationManager");
+        QVERIFY(device->waitForName("Plain"));
+        QVERIFY(TestDevice::resultOf(running).toBool());
+        QVERIFY(device->waitForLog("Module 'Plain' said it is ready"));
+        QVERIFY(device->allRun({"A", "Plain", "Slow"}));
+    }
+
     void repositoryChangedMeanwhile()
     {
         QVERIFY(startWithSlowModule());

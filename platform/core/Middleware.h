@@ -21,6 +21,9 @@ public:
     /// The name of the own module.
     virtual QString getModuleName() const = 0;
 
+    /// The id of the process that owns a module's name on the bus, as text; empty when there is none.
+    virtual QString processIdOf(const QString &module) = 0;
+
     /// Call a method of another module and wait for its answer, at most 25 s. Throws nothing.
     virtual RemoteCallResult callModule(const QString &module, const QString &method,
                                         const QVariantList &arguments, Waiter &waiter) = 0;

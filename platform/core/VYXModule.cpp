@@ -9,6 +9,7 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
+#include <QDBusReply>
 
 #include <csignal>
 #include <cstdio>
@@ -253,6 +254,12 @@ QDBusMessage VYXModule::syncRemoteCall(const QString &module, const QString &met
         throw new VYXException(this, VYXException::ModuleUnreachable, reply.errorMessage());
     }
     return reply;
+}
+
+QString VYXModule::processIdOf(const QString &module)
+{
+    const QDBusReply<uint> pid = QDBusConnection::systemBus().interface()->servicePid(busName(module));
+    return pid.isValid() ? QString::number(pid.value()) : QString();
 }
 
 RemoteCallResult VYXModule::callModule(const QString &module, const QString &method,

@@ -75,6 +75,7 @@ public:
     /// the bus.
     QDBusMessage syncRemoteCall(const QString &module, const QString &method, const QVariantList &arguments);
 
+    QString processIdOf(const QString &module) override;
     RemoteCallResult callModule(const QString &module, const QString &method, const QVariantList &arguments,
                                 Waiter &waiter) override;
     void asyncRemoteCall(const QString &module, const QString &method,

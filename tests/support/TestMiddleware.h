@@ -27,6 +27,7 @@ public:
     }
 
     QString getModuleName() const override { return "VYXSaveRestore"; }
+    QString processIdOf(const QString &) override { return {}; }
     RemoteCallResult callModule(const QString &module, const QString &method, const QVariantList &,
                                 Waiter &) override
     {

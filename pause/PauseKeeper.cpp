@@ -152,7 +152,7 @@ void PauseKeeper::settlePausedModules() const
 void PauseKeeper::unstopModules()
 {
     const PauseGroup group = std::exchange(current, {});
-    PauseGroup stopped;
+    PauseGroup left;
     for (const auto &process : group) {
         const auto &[module, pid] = process;
         if (!isProcessId(pid)) {
@@ -160,16 +160,17 @@ void PauseKeeper::unstopModules()
         }
         const bool onItsWay = processState(pid) == ProcessState::Running;
         if (!continueModule(module, pid)) {
-            stopped << process;
+            left << process;
         } else if (onItsWay) {
             resumeLateModule(module, pid, lateResumeTries);
+            left << process;
         }
     }
-    // Whoever could not be resumed is left to the next start.
-    if (stopped.isEmpty()) {
+    // Whoever could not be resumed, or pauses when this process has ended, is left to the next start.
+    if (left.isEmpty()) {
         PauseRecord::remove();
     } else {
-        PauseRecord::write(stopped);
+        PauseRecord::write(left);
     }
 }
 

@@ -74,6 +74,19 @@ private Q_SLOTS:
         QVERIFY(device->allRun({"A", "Slow"}));
     }
 
+    void moduleThatStopsAfterTheServiceHasEnded()
+    {
+        addDatabaseModule("A", "Slow");
+        device->addModule("Slow", "", "--pause-delay 7000");
+        QVERIFY(device->start());
+        device->callLater("startSaveOnRepository");
+        QVERIFY(device->waitForLog("Wait for modules to be paused"));
+        QCOMPARE(device->stopService(), 0);
+        QVERIFY(TestDevice::waitUntil([&] { return device->moduleState("Slow") == "T"; }));
+        QVERIFY(device->startService("FastService"));
+        QVERIFY(device->allRun({"A", "Slow"}));
+    }
+
     void secondOperation()
     {
         QVERIFY(startWithSlowModule());

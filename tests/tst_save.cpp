@@ -118,6 +118,35 @@ private Q_SLOTS:
         }
     }
 
+    void modulesThatComeAndGo()
+    {
+        const QString description = "<files><file>x</file><file>B.version</file></files>";
+        device->addModule("A", description);
+        device->addModule("B", "");
+        device->writeData("A", "x", "of A");
+        device->writeData("A", "B.version", "of A");
+        device->writeData("B", "x", "of B");
+        QVERIFY(device->startAndSave());
+        const auto comesBack = [&] {
+            for (const char *item : {"x", "B.version"}) {
+                device->writeData("A", item, "damaged");
+            }
+            device->call("startRestoreFromRepository");
+            return device->readData("A", "x") == "of A" && device->readData("A", "B.version") == "of A";
+        };
+        device->describe("B", "<files><file>x</file></files>");
+        QFile::remove(device->repositoryPath("B.version"));
+        QVERIFY(QDir().mkpath(device->repositoryPath("B.version/in the way")));
+        QVERIFY(device->save());
+        QVERIFY(comesBack());
+        QDir(device->repositoryPath("B.version")).removeRecursively();
+        QVERIFY(device->save());
+        QVERIFY(comesBack());
+        QVERIFY(QFile::remove(device->path("etc/VYXApplication/module/B/restorable.xml")));
+        QVERIFY(device->save());
+        QVERIFY(comesBack());
+    }
+
     void whatCannotBeReadTonightStays()
     {
         device->addModule("A", "<databases><database name='d'/><database name='e'/></databases>"

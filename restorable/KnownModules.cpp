@@ -14,7 +14,7 @@ bool KnownModules::isInstalled(const QString &module)
 
 RemoteCallResult KnownModules::refreshModulesList(Waiter &waiter)
 {
-    const RemoteCallResult result = middleware.callModule("ApplicationManager", "getModulesList", {}, waiter);
+    RemoteCallResult result = middleware.callModule("ApplicationManager", "getModulesList", {}, waiter);
     if (!result.failed()) {
         modules = qdbus_cast<ListApplicationConfig>(result.value);
     }

@@ -6,7 +6,7 @@
 std::optional<QString> VYXSaveRestore::readSetting(const QString &name)
 {
     const RemoteCallResult result = callModule("SettingsManager", "getSettingValue", {name}, waiter);
-    if (result.outcome == RemoteCallResult::Unreachable) {
+    if (result.failed()) {
         logError("Could not retrieve setting %1", name);
         return std::nullopt;
     }

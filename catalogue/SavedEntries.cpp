@@ -4,14 +4,11 @@
 
 #include <utility>
 
-SavedEntries::SavedEntries(LinesByModule lines, const QSet<QString> &notListed)
-    : linesByModule(std::move(lines)), reserved({ItemNames::modulesListName()})
+SavedEntries::SavedEntries(LinesByModule lines) : linesByModule(std::move(lines))
 {
     QMap<QString, QStringList> plainKeys;
+    QSet<QString> reserved = {ItemNames::modulesListName()};
     for (auto module = linesByModule.cbegin(); module != linesByModule.cend(); ++module) {
-        if (notListed.contains(module.key())) {
-            continue;
-        }
         reserved << ItemNames::versionFileName(module.key()) << ItemNames::checksumFileName(module.key())
                  << ItemNames::migrationProgramName(module.key());
         for (const ChecksumLine &line : module.value()) {
@@ -43,16 +40,4 @@ QSet<QString> SavedEntries::names() const
         }
     }
     return names;
-}
-
-bool SavedEntries::agreesWith(const SavedEntries &all) const
-{
-    for (auto module = linesByModule.cbegin(); module != linesByModule.cend(); ++module) {
-        for (const ChecksumLine &line : module.value()) {
-            if (entry(module.key(), line).text() != all.entry(module.key(), line).text()) {
-                return false;
-            }
-        }
-    }
-    return true;
 }

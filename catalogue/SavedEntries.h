@@ -13,8 +13,7 @@ using LinesByModule = QMap<QString, ChecksumLines>;
 class SavedEntries
 {
 public:
-    /// Modules that are not listed have no part in the entries of plain files.
-    explicit SavedEntries(LinesByModule linesByModule, const QSet<QString> &notListed = {});
+    explicit SavedEntries(LinesByModule linesByModule);
 
     /// The entry of an item; an empty name when its line is of no known form.
     ItemNames::EntryName entry(const QString &module, const ChecksumLine &line) const;
@@ -28,16 +27,9 @@ public:
     /// The full names of all items' entries.
     QSet<QString> names() const;
 
-    /// True for a name that the repository or one of the modules uses for something else than a plain file.
-    bool isReserved(const QString &name) const { return reserved.contains(name); }
-
-    /// True when each of these items has the same entry among `all`, of which they are a part.
-    bool agreesWith(const SavedEntries &all) const;
-
     const LinesByModule &lines() const { return linesByModule; }
 
 private:
     LinesByModule linesByModule;
-    QSet<QString> reserved;
     ItemNames::PlainFileEntries plainFiles;
 };

@@ -55,6 +55,95 @@ void Upload::fail(const QString &what, const QString &text)
     failed << UploadFailure{what, text};
 }
 
+bool Upload::fetchPreviousList()
+{
+    const QString path = DevicePaths::fetched(ItemNames::modulesListName());
+    const RequestOutcome outcome = session.getFileAndWait(ItemNames::modulesListName(), path);
+    if (outcome.kind == RequestOutcome::Absent) {
+        return true;
+    }
+    QFile file(path);
+    if (!outcome.stored() || !file.open(QIODevice::ReadOnly)) {
+        fail("'" + ItemNames::modulesListName() + "'", outcome.text);
+        return false;
+    }
+    for (const QString &name : QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts)) {
+        if (ItemNames::isModuleName(name) && !listed.contains(name) && KnownModules::isInstalled(name)) {
+            listed << name;
+        }
+    }
+    return true;
+}
+
+/// The modules of the list count also when they do not run: what they have saved keeps its names.
+void Upload::fetchPreviousState()
+{
+    QStringList names = listed;
+    for (const RestorableObject &object : modules.objects()) {
+        if (object.hasItems() && !names.contains(object.getName())) {
+            names << object.getName();
+        }
+    }
+    for (const QString &name : std::as_const(names)) {
+        fetchPreviousLines(name);
+    }
+}
+
+void Upload::fetchPreviousLines(const QString &module)
+{
+    const QString entry = ItemNames::checksumFileName(module);
+    const QString path = DevicePaths::fetched(entry);
+    const RequestOutcome outcome = session.getFileAndWait(entry, path);
+    auto lines = outcome.stored() ? readChecksumFile(path) : std::nullopt;
+    if (!lines && outcome.kind != RequestOutcome::Absent) {
+        fail("'" + entry + "'", outcome.text);
+        unknown << module;
+        unfinished << module;
+        return;
+    }
+    if (!lines) {
+        logDebug("Could not open repository checksum file (%1): all data are new!", path);
+        lines.emplace();
+    }
+    if (!listed.contains(module)) {
+        // While the module was not on the list, others may have used the names of its plain files.
+        lines->removeIf([](const ChecksumLine &line) { return line.isPlainFile(); });
+    }
+    previousLines.insert(module, *lines);
+}
+
+void Upload::makePlan()
+{
+    LinesByModule current;
+    for (auto previous = previousLines.cbegin(); previous != previousLines.cend(); ++previous) {
+        const QString &module = previous.key();
+        const auto lines = staged.lines.constFind(module);
+        const CompletedLines completed =
+            lines == staged.lines.constEnd()
+                ? allTakenOver(previous.value())
+                : completeLines(module, lines.value(), previous.value(), staged.priorities.names());
+        for (const ChecksumLine &line : staged.lines.value(module)) {
+            if (line.digest().isEmpty()) {
+                logWarning("'%1' of module '%2' cannot be read: what was saved of it before stays",
+                           line.key(), module);
+            }
+        }
+        takenOver.insert(module, completed.takenOver);
+        current.insert(module, completed.lines);
+    }
+    plan.emplace(previousLines, current);
+    if (!unknown.isEmpty()) {
+        plan->blockPlainFiles();
+    }
+    for (const QString &module : current.keys()) {
+        for (const ChecksumLine &line : std::as_const(current[module])) {
+            if (plan->isSame(module, line)) {
+                logDebug("Same file: %1", line.key());
+            }
+        }
+    }
+}
+
 bool Upload::sendFile(const QString &path, const QString &entry)
 {
     const RequestOutcome outcome = session.outcomeOf({RepositoryRequest::Put, entry, path});
@@ -80,33 +169,13 @@ void Upload::sendHeldChecksumFiles()
 {
     logDebug("Send cksum files to repository");
     for (const QString &module : previousLines.keys()) {
-        const bool changes = plan->hasChanges(module) || newcomers.contains(module);
-        if (!waiter.mustEnd() && changes && !sendChecksumFile(module, plan->heldLines(module))) {
+        if (!waiter.mustEnd() && plan->hasChanges(module) &&
+            !sendChecksumFile(module, plan->heldLines(module))) {
             plan->block(module);
             unfinished << module;
         }
     }
-    listNewcomers();
     logDebug("Done: send cksum files to repository");
-}
-
-/// The entries of listed modules get their other names by this. When it is not certain whether they have got
-/// them nothing may be promised.
-void Upload::listNewcomers()
-{
-    newcomers.subtract(unfinished);
-    if (waiter.mustEnd() || newcomers.isEmpty()) {
-        return;
-    }
-    const QStringList names = listed + newcomers.values();
-    if (sendModulesList(names)) {
-        listed = names;
-        return;
-    }
-    for (const QString &module : previousLines.keys()) {
-        plan->block(module);
-        unfinished << module;
-    }
 }
 
 void Upload::sendData()
@@ -253,20 +322,14 @@ void Upload::sendVersionFiles()
     if (waiter.mustEnd()) {
         return;
     }
-    sendModulesList(names);
-}
-
-bool Upload::sendModulesList(const QStringList &names)
-{
     logDebug("Send modules list file to repository");
     QSaveFile list(DevicePaths::staged(ItemNames::modulesListName()));
     const QByteArray text = names.isEmpty() ? QByteArray() : (names.join('\n') + "\n").toUtf8();
     if (!list.open(QIODevice::WriteOnly) || list.write(text) != text.size() || !list.commit()) {
         fail("'" + ItemNames::modulesListName() + "'",
              QString("'%1' could not be written").arg(list.fileName()));
-        return false;
+        return;
     }
-    const bool stored = sendFile(list.fileName(), ItemNames::modulesListName());
+    sendFile(DevicePaths::staged(ItemNames::modulesListName()), ItemNames::modulesListName());
     logDebug("Done: send modules list file to repository");
-    return stored;
 }

@@ -33,8 +33,7 @@ struct StagedData
 /// Brings what was staged into the repository, in phases:
 ///
 ///  1. the modules list and the checksum files as they were saved last are fetched,
-///  2. modules with changes get a checksum file that promises their unchanged items alone; modules that give
-///     other names to what listed ones have saved come on the list,
+///  2. modules with changes get a checksum file that promises their unchanged items alone,
 ///  3. new and changed items and migration programs are stored,
 ///  4. entries that nobody uses any more are removed,
 ///  5. the whole checksum files are stored,
@@ -59,11 +58,8 @@ private:
     bool fetchPreviousList();
     void fetchPreviousState();
     void fetchPreviousLines(const QString &module);
-    LinesByModule completedLines();
-    void leaveOutGoneModules(LinesByModule &current);
     void makePlan();
     void sendHeldChecksumFiles();
-    void listNewcomers();
     void sendData();
     void sendItem(const PlannedSend &send);
     QString sourceOf(const PlannedSend &send);
@@ -74,7 +70,6 @@ private:
     void sendFinalChecksumFiles();
     void sendVersionFiles();
     bool sendChecksumFile(const QString &module, const ChecksumLines &lines);
-    bool sendModulesList(const QStringList &names);
     bool sendFile(const QString &path, const QString &entry);
     void fail(const QString &what, const QString &text);
 
@@ -82,12 +77,10 @@ private:
     const KnownModules &modules;
     Waiter &waiter;
     StagedData staged;
-    QStringList listed;    ///< modules on the repository's list that stay there
-    QStringList gone;      ///< modules on the repository's list that the device has no more
+    QStringList listed;    ///< modules on the repository's list that the device still has
     QSet<QString> unknown; ///< modules whose saved lines are not known
     LinesByModule previousLines;
     QMap<QString, QSet<QString>> takenOver;
-    QSet<QString> newcomers; ///< modules that are not on the repository's list and rename entries of others
     std::optional<UploadPlan> plan;
     QSet<QString> unfinished; ///< modules whose version file must not be stored
     QList<UploadFailure> failed;

@@ -35,9 +35,8 @@ const ChecksumLine *findLine(const ChecksumLines &lines, const QString &key)
 
 } // namespace
 
-UploadPlan::UploadPlan(LinesByModule previousLines, LinesByModule currentLines,
-                       const QSet<QString> &newcomers)
-    : previous(std::move(previousLines), newcomers), current(std::move(currentLines))
+UploadPlan::UploadPlan(LinesByModule previousLines, LinesByModule currentLines)
+    : previous(std::move(previousLines)), current(std::move(currentLines))
 {
     for (const SavedEntries *state : {&previous, &current}) {
         const LinesByModule &all = state->lines();
@@ -240,16 +239,14 @@ bool UploadPlan::dropUntrueLines()
 
 QList<EntryRemoval> UploadPlan::removals() const
 {
-    const SavedEntries kept(settled);
-    const QSet<QString> used = kept.names();
+    const QSet<QString> used = SavedEntries(settled).names();
     QList<EntryRemoval> gone;
     const LinesByModule &all = previous.lines();
     for (auto module = all.cbegin(); module != all.cend(); ++module) {
         for (const ChecksumLine &line : module.value()) {
             const ItemNames::EntryName entry = previous.entry(module.key(), line);
-            const bool taken =
-                used.contains(entry.text()) || (line.isPlainFile() && kept.isReserved(entry.text()));
-            if (!entry.name.isEmpty() && !taken && !(plainFilesBlocked && line.isPlainFile())) {
+            if (!entry.name.isEmpty() && !used.contains(entry.text()) &&
+                !(plainFilesBlocked && line.isPlainFile())) {
                 gone << EntryRemoval{module.key(), line, entry};
             }
         }

@@ -44,8 +44,8 @@ class UploadPlan
 {
 public:
     /// The lines as the repository has them and as it is to have them. A module whose saved lines are not
-    /// known is in neither. `newcomers` are not on the repository's list yet.
-    UploadPlan(LinesByModule previous, LinesByModule current, const QSet<QString> &newcomers);
+    /// known is in neither.
+    UploadPlan(LinesByModule previous, LinesByModule current);
 
     /// Nothing of this module may change in the repository.
     void block(const QString &module);

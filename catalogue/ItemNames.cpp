@@ -89,16 +89,13 @@ PlainFileEntries::PlainFileEntries(const QMap<QString, QStringList> &keysByModul
     while (changed) {
         changed = false;
         QHash<QString, QSet<Item>> claims;
-        QHash<QString, QSet<QString>> claimants;
         for (auto module = keysByModule.cbegin(); module != keysByModule.cend(); ++module) {
             for (const QString &key : module.value()) {
-                const QString name = entry(module.key(), key).text();
-                claims[name].insert({module.key(), key});
-                claimants[name].insert(module.key());
+                claims[entry(module.key(), key).text()].insert({module.key(), key});
             }
         }
         for (auto claim = claims.cbegin(); claim != claims.cend(); ++claim) {
-            if (claimants.value(claim.key()).size() < 2 && !reserved.contains(claim.key())) {
+            if (claim.value().size() < 2 && !reserved.contains(claim.key())) {
                 continue;
             }
             const qsizetype before = qualified.size();

@@ -51,7 +51,7 @@ QString migrationProgramName(const QString &module);
 
 /// The repository entries of plain files, collisions resolved.
 ///
-/// An entry name claimed by more than one module, or by something else in the repository, is given up by all
+/// An entry name claimed by more than one of them, or by something else in the repository, is given up by all
 /// plain files that claim it: each takes its module's name in front instead.
 class PlainFileEntries
 {

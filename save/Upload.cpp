@@ -42,7 +42,8 @@ void Upload::postOnRepository()
     }
     for (const auto phase :
          {&Upload::fetchPreviousState, &Upload::makePlan, &Upload::sendHeldChecksumFiles, &Upload::sendData,
-          &Upload::removeDeletedFiles, &Upload::sendFinalChecksumFiles, &Upload::sendVersionFiles}) {
+          &Upload::removeDeletedFiles, &Upload::sendUnchangedChecksumFiles, &Upload::sendFinalChecksumFiles,
+          &Upload::sendVersionFiles}) {
         if (waiter.mustEnd()) {
             return;
         }
@@ -55,125 +56,49 @@ void Upload::fail(const QString &what, const QString &text)
     failed << UploadFailure{what, text};
 }
 
-bool Upload::fetchPreviousList()
-{
-    const QString path = DevicePaths::fetched(ItemNames::modulesListName());
-    const RequestOutcome outcome = session.getFileAndWait(ItemNames::modulesListName(), path);
-    if (outcome.kind == RequestOutcome::Absent) {
-        return true;
-    }
-    QFile file(path);
-    if (!outcome.stored() || !file.open(QIODevice::ReadOnly)) {
-        fail("'" + ItemNames::modulesListName() + "'", outcome.text);
-        return false;
-    }
-    for (const QString &name : QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts)) {
-        if (ItemNames::isModuleName(name) && !listed.contains(name) && KnownModules::isInstalled(name)) {
-            listed << name;
-        }
-    }
-    return true;
-}
-
-/// The modules of the list count also when they do not run: what they have saved keeps its names.
-void Upload::fetchPreviousState()
-{
-    QStringList names = listed;
-    for (const RestorableObject &object : modules.objects()) {
-        if (object.hasItems() && !names.contains(object.getName())) {
-            names << object.getName();
-        }
-    }
-    for (const QString &name : std::as_const(names)) {
-        fetchPreviousLines(name);
-    }
-}
-
-void Upload::fetchPreviousLines(const QString &module)
-{
-    const QString entry = ItemNames::checksumFileName(module);
-    const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session.getFileAndWait(entry, path);
-    auto lines = outcome.stored() ? readChecksumFile(path) : std::nullopt;
-    if (!lines && outcome.kind != RequestOutcome::Absent) {
-        fail("'" + entry + "'", outcome.text);
-        unknown << module;
-        unfinished << module;
-        return;
-    }
-    if (!lines) {
-        logDebug("Could not open repository checksum file (%1): all data are new!", path);
-        lines.emplace();
-    }
-    if (!listed.contains(module)) {
-        // While the module was not on the list, others may have used the names of its plain files.
-        lines->removeIf([](const ChecksumLine &line) { return line.isPlainFile(); });
-    }
-    previousLines.insert(module, *lines);
-}
-
-void Upload::makePlan()
-{
-    LinesByModule current;
-    for (auto previous = previousLines.cbegin(); previous != previousLines.cend(); ++previous) {
-        const QString &module = previous.key();
-        const auto lines = staged.lines.constFind(module);
-        const CompletedLines completed =
-            lines == staged.lines.constEnd()
-                ? allTakenOver(previous.value())
-                : completeLines(module, lines.value(), previous.value(), staged.priorities.names());
-        for (const ChecksumLine &line : staged.lines.value(module)) {
-            if (line.digest().isEmpty()) {
-                logWarning("'%1' of module '%2' cannot be read: what was saved of it before stays",
-                           line.key(), module);
-            }
-        }
-        takenOver.insert(module, completed.takenOver);
-        current.insert(module, completed.lines);
-    }
-    plan.emplace(previousLines, current);
-    if (!unknown.isEmpty()) {
-        plan->blockPlainFiles();
-    }
-    for (const QString &module : current.keys()) {
-        for (const ChecksumLine &line : std::as_const(current[module])) {
-            if (plan->isSame(module, line)) {
-                logDebug("Same file: %1", line.key());
-            }
-        }
-    }
-}
-
-bool Upload::sendFile(const QString &path, const QString &entry)
+SendResult Upload::sendFile(const QString &path, const QString &entry)
 {
     const RequestOutcome outcome = session.outcomeOf({RepositoryRequest::Put, entry, path});
     if (!outcome.stored()) {
         fail("'" + entry + "'", outcome.text);
     }
-    return outcome.stored();
+    return resultOf(outcome);
 }
 
-bool Upload::sendChecksumFile(const QString &module, const ChecksumLines &lines)
+bool Upload::sendChecksumFile(const ChecksumSend &file)
 {
-    const QString entry = ItemNames::checksumFileName(module);
+    const QString entry = ItemNames::checksumFileName(file.module);
     const QString path = DevicePaths::staged(entry);
-    if (!writeChecksumFile(path, lines)) {
-        logError("Can not open CKSUM (%1) file for module %2", path, module);
+    if (!writeChecksumFile(path, file.lines)) {
+        logError("Can not open CKSUM (%1) file for module %2", path, file.module);
         fail("'" + entry + "'", QString("'%1' could not be written").arg(path));
+        unfinished << file.module;
         return false;
     }
-    return sendFile(path, entry);
+    const SendResult result = sendFile(path, entry);
+    plan->note(file, result);
+    if (result != SendResult::Stored) {
+        unfinished << file.module;
+    }
+    return result == SendResult::Stored;
 }
 
 void Upload::sendHeldChecksumFiles()
 {
     logDebug("Send cksum files to repository");
-    for (const QString &module : previousLines.keys()) {
-        if (!waiter.mustEnd() && plan->hasChanges(module) &&
-            !sendChecksumFile(module, plan->heldLines(module))) {
-            plan->block(module);
-            unfinished << module;
+    for (auto files = plan->nextHeldFiles(); !files.isEmpty(); files = plan->nextHeldFiles()) {
+        for (const ChecksumSend &file : std::as_const(files)) {
+            if (waiter.mustEnd()) {
+                return;
+            }
+            if (!sendChecksumFile(file)) {
+                plan->block(file.module);
+            }
         }
+    }
+    for (const QString &module : plan->closeHeldFiles()) {
+        fail("'" + ItemNames::checksumFileName(module) + "'", "it depends on one that could not be saved");
+        unfinished << module;
     }
     logDebug("Done: send cksum files to repository");
 }
@@ -267,7 +192,8 @@ void Upload::sendMigrationPrograms()
         if (waiter.mustEnd() || unfinished.contains(module)) {
             continue;
         }
-        if (!sendFile(DevicePaths::migrationProgram(module), ItemNames::migrationProgramName(module))) {
+        if (sendFile(DevicePaths::migrationProgram(module), ItemNames::migrationProgramName(module)) !=
+            SendResult::Stored) {
             unfinished << module;
         }
     }
@@ -281,7 +207,7 @@ void Upload::removeDeletedFiles()
         unfinished += QSet<QString>(previousLines.keyBegin(), previousLines.keyEnd());
         return;
     }
-    for (const EntryRemoval &removal : plan->removals()) {
+    for (const EntryRemoval &removal : plan->takeRemovals()) {
         if (waiter.mustEnd()) {
             return;
         }
@@ -294,15 +220,25 @@ void Upload::removeDeletedFiles()
     logDebug("Done: remove deleted files");
 }
 
+/// The files of all staged modules are renewed, whatever has happened to them in the repository.
+void Upload::sendUnchangedChecksumFiles()
+{
+    for (const QString &module : staged.lines.keys()) {
+        if (!waiter.mustEnd() && !unfinished.contains(module) && plan->isFinal(module)) {
+            sendChecksumFile({module, previousLines.value(module)});
+        }
+    }
+}
+
 void Upload::sendFinalChecksumFiles()
 {
-    for (const QString &module : previousLines.keys()) {
-        const bool changed = staged.lines.contains(module) || plan->hasChanges(module);
-        if (waiter.mustEnd() || unfinished.contains(module) || !changed) {
-            continue;
-        }
-        if (!sendChecksumFile(module, plan->finalLines(module))) {
-            unfinished << module;
+    for (auto files = plan->nextFinalFiles(unfinished); !files.isEmpty();
+         files = plan->nextFinalFiles(unfinished)) {
+        for (const ChecksumSend &file : std::as_const(files)) {
+            if (waiter.mustEnd()) {
+                return;
+            }
+            sendChecksumFile(file);
         }
     }
 }
@@ -310,18 +246,23 @@ void Upload::sendFinalChecksumFiles()
 void Upload::sendVersionFiles()
 {
     logDebug("Send version files to repository");
-    QStringList names = listed;
+    // Names of what is not known depend on the list: it stays as it is then.
+    QStringList names = unknown.isEmpty() ? listed : listed + gone;
     for (const RestorableObject &object : modules.objects()) {
         const QString entry = ItemNames::versionFileName(object.getName());
         const bool stored = !waiter.mustEnd() && !unfinished.contains(object.getName()) &&
-                            sendFile(DevicePaths::staged(entry), entry);
-        if (stored && !names.contains(object.getName())) {
+                            sendFile(DevicePaths::staged(entry), entry) == SendResult::Stored;
+        if (stored && unknown.isEmpty() && !names.contains(object.getName())) {
             names << object.getName();
         }
     }
-    if (waiter.mustEnd()) {
-        return;
+    if (!waiter.mustEnd()) {
+        sendModulesList(names);
     }
+}
+
+void Upload::sendModulesList(const QStringList &names)
+{
     logDebug("Send modules list file to repository");
     QSaveFile list(DevicePaths::staged(ItemNames::modulesListName()));
     const QByteArray text = names.isEmpty() ? QByteArray() : (names.join('\n') + "\n").toUtf8();
@@ -330,6 +271,9 @@ void Upload::sendVersionFiles()
              QString("'%1' could not be written").arg(list.fileName()));
         return;
     }
-    sendFile(DevicePaths::staged(ItemNames::modulesListName()), ItemNames::modulesListName());
+    if (sendFile(list.fileName(), ItemNames::modulesListName()) == SendResult::Stored) {
+        plan->noteListed(names);
+        sendFinalChecksumFiles();
+    }
     logDebug("Done: send modules list file to repository");
 }

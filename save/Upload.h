@@ -33,11 +33,13 @@ struct StagedData
 /// Brings what was staged into the repository, in phases:
 ///
 ///  1. the modules list and the checksum files as they were saved last are fetched,
-///  2. modules with changes get a checksum file that promises their unchanged items alone,
+///  2. modules with changes get a checksum file that promises their unchanged items alone; where names of
+///     entries change, the digests concerned go first,
 ///  3. new and changed items and migration programs are stored,
 ///  4. entries that nobody uses any more are removed,
-///  5. the whole checksum files are stored,
-///  6. then version files and the modules list.
+///  5. the whole checksum files are stored, digests of items whose entries have just changed their names
+///  last,
+///  6. then version files and the modules list, and the digests that depended on who is on it.
 ///
 /// A phase is over when the outcome of each of its requests is known, and goes on only for the modules for
 /// which the one before has succeeded. An item that fails keeps the line of what the repository holds of it;
@@ -67,10 +69,12 @@ private:
     bool isEntryCertain(const PlannedSend &send);
     void sendMigrationPrograms();
     void removeDeletedFiles();
+    void sendUnchangedChecksumFiles();
     void sendFinalChecksumFiles();
     void sendVersionFiles();
-    bool sendChecksumFile(const QString &module, const ChecksumLines &lines);
-    bool sendFile(const QString &path, const QString &entry);
+    bool sendChecksumFile(const ChecksumSend &file);
+    void sendModulesList(const QStringList &names);
+    SendResult sendFile(const QString &path, const QString &entry);
     void fail(const QString &what, const QString &text);
 
     RepositorySession &session;
@@ -78,6 +82,7 @@ private:
     Waiter &waiter;
     StagedData staged;
     QStringList listed;    ///< modules on the repository's list that the device still has
+    QStringList gone;      ///< modules on that list that the device has no more
     QSet<QString> unknown; ///< modules whose saved lines are not known
     LinesByModule previousLines;
     QMap<QString, QSet<QString>> takenOver;

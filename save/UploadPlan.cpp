@@ -33,21 +33,44 @@ const ChecksumLine *findLine(const ChecksumLines &lines, const QString &key)
     return found == lines.cend() ? nullptr : &*found;
 }
 
+LinesByModule without(LinesByModule lines, const QSet<QString> &modules)
+{
+    lines.removeIf([&](const auto &module) { return modules.contains(module.key()); });
+    return lines;
+}
+
+QSet<QString> namesOf(const LinesByModule &lines)
+{
+    return {lines.keyBegin(), lines.keyEnd()};
+}
+
+LinesByModule united(LinesByModule lines, const LinesByModule &more)
+{
+    for (auto module = more.cbegin(); module != more.cend(); ++module) {
+        for (const ChecksumLine &line : module.value()) {
+            if (findLine(lines[module.key()], line.key()) == nullptr) {
+                lines[module.key()] << line;
+            }
+        }
+    }
+    return lines;
+}
+
 } // namespace
 
-UploadPlan::UploadPlan(LinesByModule previousLines, LinesByModule currentLines)
-    : previous(std::move(previousLines)), current(std::move(currentLines))
+UploadPlan::UploadPlan(LinesByModule previousOnes, const LinesByModule &currentLines, QSet<QString> entering)
+    : previousLines(std::move(previousOnes)), previous(without(previousLines, entering)),
+      current(currentLines), meanwhile(united(previousLines, currentLines)),
+      files(previousLines, entering, namesOf(without(previousLines, namesOf(currentLines))))
 {
-    for (const SavedEntries *state : {&previous, &current}) {
-        const LinesByModule &all = state->lines();
-        for (auto module = all.cbegin(); module != all.cend(); ++module) {
+    for (const LinesByModule *state : {&std::as_const(previousLines), &current.lines()}) {
+        for (auto module = state->cbegin(); module != state->cend(); ++module) {
             for (const ChecksumLine &line : module.value()) {
                 claims[claimOf(module.key(), line)] << itemName(module.key(), line);
             }
         }
     }
-    const LinesByModule &before = previous.lines();
-    for (auto module = before.cbegin(); module != before.cend(); ++module) {
+    for (auto module = previousLines.cbegin(); module != previousLines.cend(); ++module) {
         for (const ChecksumLine &line : module.value()) {
             if (!line.digest().isEmpty()) {
                 held.insert(previous.entry(module.key(), line).text(), line.digest());
@@ -57,12 +80,12 @@ UploadPlan::UploadPlan(LinesByModule previousLines, LinesByModule currentLines)
     compare();
 }
 
-/// An item whose entry gets another name is sent again, as if it were new.
+/// An item whose entry gets another name, if only meanwhile, is sent again, as if it were new.
 void UploadPlan::compare()
 {
     const LinesByModule &all = current.lines();
     for (auto module = all.cbegin(); module != all.cend(); ++module) {
-        const ChecksumLines before = previous.lines().value(module.key());
+        const ChecksumLines before = previousLines.value(module.key());
         ChecksumEntries entries = compareChecksumLines(module.value(), before, true);
         QHash<QString, QString> namesBefore;
         for (const ChecksumLine &line : before) {
@@ -71,8 +94,9 @@ void UploadPlan::compare()
         for (const ChecksumLine &line : module.value()) {
             ChecksumStatus &status = entries[line.key()].status;
             const auto name = namesBefore.constFind(line.key());
-            const bool moves =
-                name != namesBefore.constEnd() && name.value() != current.entry(module.key(), line).text();
+            const bool moves = name != namesBefore.constEnd() &&
+                               (name.value() != current.entry(module.key(), line).text() ||
+                                name.value() != meanwhile.entry(module.key(), line).text());
             status = status == Deleted || moves ? New : status;
         }
         statuses.insert(module.key(), entries);
@@ -82,8 +106,8 @@ void UploadPlan::compare()
 void UploadPlan::block(const QString &module)
 {
     blockedModules << module;
-    for (const SavedEntries *state : {&previous, &current}) {
-        for (const ChecksumLine &line : state->lines().value(module)) {
+    for (const LinesByModule *state : {&std::as_const(previousLines), &current.lines()}) {
+        for (const ChecksumLine &line : state->value(module)) {
             frozenClaims << claimOf(module, line);
         }
     }
@@ -97,8 +121,11 @@ void UploadPlan::confirm(const PlannedSend &send)
 bool UploadPlan::isFrozen(const QString &module, const ChecksumLine &line) const
 {
     const QString claim = claimOf(module, line);
-    const bool unconfirmed = plainFilesBlocked && line.isPlainFile() && !confirmedClaims.contains(claim);
-    return unconfirmed || blockedModules.contains(module) || frozenClaims.contains(claim);
+    const bool comesOrGoes = findLine(previousLines.value(module), line.key()) == nullptr ||
+                             findLine(current.lines().value(module), line.key()) == nullptr;
+    const bool unconfirmed = line.isPlainFile() && !confirmedClaims.contains(claim);
+    return (namesBlocked && (comesOrGoes || unconfirmed)) || blockedModules.contains(module) ||
+           frozenClaims.contains(claim);
 }
 
 bool UploadPlan::hasChanges(const QString &module) const
@@ -113,15 +140,58 @@ ChecksumLines UploadPlan::heldLines(const QString &module) const
     const ChecksumEntries entries = statuses.value(module);
     const ChecksumLines wanted = current.lines().value(module);
     ChecksumLines lines;
+    const ChecksumLines before = previousLines.value(module);
     for (const ChecksumLine &line : wanted) {
+        if (namesBlocked && findLine(before, line.key()) == nullptr) {
+            continue;
+        }
         lines << (entries.value(line.key()).status == Same ? line : withoutDigest(line));
     }
-    for (const ChecksumLine &line : previous.lines().value(module)) {
+    for (const ChecksumLine &line : before) {
         if (findLine(wanted, line.key()) == nullptr) {
             lines << withoutDigest(line);
         }
     }
     return lines;
+}
+
+QList<ChecksumSend> UploadPlan::nextHeldFiles() const
+{
+    LinesByModule target;
+    for (const QString &module : current.lines().keys()) {
+        if (hasChanges(module) && !isBlocked(module)) {
+            target.insert(module, heldLines(module));
+        }
+    }
+    return files.next(target, held);
+}
+
+QStringList UploadPlan::closeHeldFiles()
+{
+    QStringList barred;
+    for (const QString &module : current.lines().keys()) {
+        if (hasChanges(module) && !isBlocked(module) && !files.isCertainly(module, heldLines(module))) {
+            block(module);
+            barred << module;
+        }
+    }
+    promised = files.promised(current.lines().keys());
+    for (const QString &module : current.lines().keys()) {
+        for (const PlannedSend &send : sends(module)) {
+            if (promised.contains(send.entry.text())) {
+                frozenClaims << claimOf(module, send.line);
+            }
+        }
+    }
+    return barred;
+}
+
+QList<ChecksumSend> UploadPlan::nextFinalFiles(const QSet<QString> &kept) const
+{
+    LinesByModule target = settled;
+    target.removeIf(
+        [&](const auto &module) { return isBlocked(module.key()) || kept.contains(module.key()); });
+    return files.next(target, held);
 }
 
 QList<PlannedSend> UploadPlan::sends(const QString &module) const
@@ -134,7 +204,7 @@ QList<PlannedSend> UploadPlan::sends(const QString &module) const
         if (!item || (status != New && status != Updated)) {
             continue;
         }
-        const ChecksumLine *before = findLine(previous.lines().value(module), line.key());
+        const ChecksumLine *before = findLine(previousLines.value(module), line.key());
         PlannedSend send = {*item, line, current.entry(module, line), {}, {}, status == New};
         if (before != nullptr && !before->digest().isEmpty()) {
             send.heldAs = previous.entry(module, *before).text();
@@ -182,13 +252,13 @@ std::optional<ChecksumLine> UploadPlan::keptLine(const QString &module, const Ch
     if (wanted != nullptr && digest == storedLine(module, *wanted).digest()) {
         return storedLine(module, *wanted);
     }
-    return claims.value(claimOf(module, before)).size() > 1 ? std::optional(withoutDigest(before))
-                                                            : std::nullopt;
+    const bool claimed = namesBlocked || claims.value(claimOf(module, before)).size() > 1;
+    return claimed ? std::optional(withoutDigest(before)) : std::nullopt;
 }
 
 ChecksumLines UploadPlan::settledLines(const QString &module) const
 {
-    const ChecksumLines before = previous.lines().value(module);
+    const ChecksumLines before = previousLines.value(module);
     const ChecksumLines wanted = current.lines().value(module);
     ChecksumLines lines;
     for (const ChecksumLine &line : wanted) {
@@ -210,48 +280,56 @@ bool UploadPlan::settle()
 {
     settled.clear();
     for (const QString &module : current.lines().keys()) {
-        settled.insert(module, isBlocked(module) ? previous.lines().value(module) : settledLines(module));
+        settled.insert(module, isBlocked(module) ? files.lines(module) : settledLines(module));
     }
-    return dropUntrueLines();
+    return withdrawUntrueDigests();
 }
 
-/// No line may promise what its entry does not hold. Dropping one can change the entries of others, so they
-/// are looked at again; the line of a blocked module cannot be dropped.
-bool UploadPlan::dropUntrueLines()
+/// No line may promise what its entry does not hold. The lines stay, and with them the entries of others;
+/// those of a blocked module cannot change.
+bool UploadPlan::withdrawUntrueDigests()
 {
-    bool changed = true;
-    while (changed) {
-        changed = false;
-        const SavedEntries names(settled);
-        for (auto module = settled.begin(); module != settled.end(); ++module) {
-            const qsizetype untrue = module->removeIf([&](const ChecksumLine &line) {
-                const QString entry = names.entry(module.key(), line).text();
-                return !entry.isEmpty() && !line.digest().isEmpty() && held.value(entry) != line.digest();
-            });
-            if (untrue > 0 && isBlocked(module.key())) {
-                return false;
+    const SavedEntries names(settled);
+    bool possible = true;
+    for (auto module = settled.begin(); module != settled.end(); ++module) {
+        for (ChecksumLine &line : *module) {
+            const QString entry = names.entry(module.key(), line).text();
+            if (!entry.isEmpty() && !line.digest().isEmpty() && held.value(entry) != line.digest()) {
+                line.setDigest({});
+                possible = possible && !isBlocked(module.key());
             }
-            changed = changed || untrue > 0;
         }
     }
-    return true;
+    return possible;
 }
 
-QList<EntryRemoval> UploadPlan::removals() const
+QList<EntryRemoval> UploadPlan::takeRemovals()
 {
-    const QSet<QString> used = SavedEntries(settled).names();
+    const QSet<QString> used = SavedEntries(settled).names() + promised;
     QList<EntryRemoval> gone;
-    const LinesByModule &all = previous.lines();
-    for (auto module = all.cbegin(); module != all.cend(); ++module) {
-        for (const ChecksumLine &line : module.value()) {
-            const ItemNames::EntryName entry = previous.entry(module.key(), line);
-            if (!entry.name.isEmpty() && !used.contains(entry.text()) &&
-                !(plainFilesBlocked && line.isPlainFile())) {
-                gone << EntryRemoval{module.key(), line, entry};
+    for (auto module = settled.cbegin(); module != settled.cend(); ++module) {
+        for (const ChecksumLine &line : previousLines.value(module.key())) {
+            if (namesBlocked && line.isPlainFile()) {
+                continue;
+            }
+            for (const ItemNames::EntryName &entry : possibleEntries(module.key(), line)) {
+                if (!entry.name.isEmpty() && !used.contains(entry.text())) {
+                    gone << EntryRemoval{module.key(), line, entry};
+                    held.remove(entry.text());
+                }
             }
         }
     }
     return gone;
+}
+
+/// A plain file whose line has no digest was being replaced or moved: its entry may still have another name.
+QList<ItemNames::EntryName> UploadPlan::possibleEntries(const QString &module, const ChecksumLine &line) const
+{
+    const ItemNames::EntryName entry = previous.entry(module, line);
+    const ItemNames::EntryName unqualified = {{}, claimOf(module, line)};
+    const bool moved = line.isPlainFile() && line.digest().isEmpty() && entry.text() != unqualified.text();
+    return moved ? QList{entry, unqualified} : QList{entry};
 }
 
 void UploadPlan::noteRemovalFailed(const EntryRemoval &removal)
@@ -263,7 +341,7 @@ void UploadPlan::noteRemovalFailed(const EntryRemoval &removal)
     }
     lines << withoutDigest(removal.line);
     const LinesByModule with = settled;
-    if (!dropUntrueLines() || settled != with) {
+    if (!withdrawUntrueDigests() || settled != with) {
         settled = before;
     }
 }

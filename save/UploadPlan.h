@@ -3,6 +3,7 @@
 #include "catalogue/ChecksumComparison.h"
 #include "catalogue/SavedEntries.h"
 #include "catalogue/SavedItem.h"
+#include "save/StandingFiles.h"
 
 #include <QHash>
 #include <QMap>
@@ -28,13 +29,6 @@ struct EntryRemoval
     ItemNames::EntryName entry;
 };
 
-/// What has become of a send.
-enum class SendResult {
-    Stored,
-    Untouched, ///< failed, and the entry is as it was
-    Unknown,   ///< failed, and what the entry holds now is not known
-};
-
 /// What an upload has to do, and what the checksum files may promise after what was done. It knows what the
 /// repository holds, entry by entry, and does nothing itself.
 ///
@@ -44,13 +38,15 @@ class UploadPlan
 {
 public:
     /// The lines as the repository has them and as it is to have them. A module whose saved lines are not
-    /// known is in neither.
-    UploadPlan(LinesByModule previous, LinesByModule current);
+    /// known is in neither. One that leaves the modules list is not in `current`; those of `entering` are not
+    /// on the list yet.
+    UploadPlan(LinesByModule previous, const LinesByModule &current, QSet<QString> entering = {});
 
     /// Nothing of this module may change in the repository.
     void block(const QString &module);
-    /// The entries of plain files are not known for certain: none may change unless it is confirmed.
-    void blockPlainFiles() { plainFilesBlocked = true; }
+    /// There are items that are not known: those that are must neither take names nor give them up, and the
+    /// entry of a plain file must not change unless it is confirmed.
+    void blockNames() { namesBlocked = true; }
     /// The item's entry has been looked at and holds what it is held to hold.
     void confirm(const PlannedSend &send);
 
@@ -61,9 +57,24 @@ public:
         return statuses.value(module).value(line.key()).status == Same;
     }
 
-    /// The lines that hold while the module's items are being sent: those of unchanged items. The others have
-    /// no digest: they promise nothing and keep the items' names taken.
-    ChecksumLines heldLines(const QString &module) const;
+    /// The checksum files to be stored next, until there are none, so that modules with changes promise their
+    /// unchanged items alone while items are being sent. The other lines have no digest: they promise nothing
+    /// and keep the items' names taken.
+    QList<ChecksumSend> nextHeldFiles() const;
+    /// The checksum files to be stored next, until there are none, to get to the settled lines. The files of
+    /// the modules of `kept` stay as they are.
+    QList<ChecksumSend> nextFinalFiles(const QSet<QString> &kept) const;
+    /// True when the module has changed nothing, and its file is as it is to be.
+    bool isFinal(const QString &module) const
+    {
+        return !hasChanges(module) && settled.contains(module) &&
+               files.isCertainly(module, settled.value(module));
+    }
+    void note(const ChecksumSend &send, SendResult result) { files.note(send, result); }
+    void noteListed(const QStringList &modules) { files.noteListed(modules); }
+    /// The checksum files are as they are to stay while items are sent. Modules with changes whose file could
+    /// not be brought there are blocked and returned, as far as they were not.
+    QStringList closeHeldFiles();
 
     /// The module's items that are new or changed, in the order of its lines.
     QList<PlannedSend> sends(const QString &module) const;
@@ -75,9 +86,8 @@ public:
     /// Decide what the checksum files may say after all sends. False when that cannot be told for certain:
     /// then the held lines have to stay.
     bool settle();
-    ChecksumLines finalLines(const QString &module) const { return settled.value(module); }
-    /// The entries that no settled line uses.
-    QList<EntryRemoval> removals() const;
+    /// The entries that no settled line uses; whatever becomes of their removal, nothing relies on them.
+    QList<EntryRemoval> takeRemovals();
     /// The entry is still there: its item stays in the lines, without digest, and is removed another time.
     void noteRemovalFailed(const EntryRemoval &removal);
 
@@ -88,15 +98,21 @@ private:
     ChecksumLine storedLine(const QString &module, ChecksumLine line) const;
     std::optional<ChecksumLine> keptLine(const QString &module, const ChecksumLine &before,
                                          const ChecksumLine *wanted) const;
-    bool dropUntrueLines();
+    ChecksumLines heldLines(const QString &module) const;
+    QList<ItemNames::EntryName> possibleEntries(const QString &module, const ChecksumLine &line) const;
+    bool withdrawUntrueDigests();
 
-    SavedEntries previous;
+    LinesByModule previousLines;
+    SavedEntries previous; ///< of the modules on the list
     SavedEntries current;
+    SavedEntries meanwhile; ///< with the lines of both
+    StandingFiles files;
+    QSet<QString> promised; ///< entries that must not change while items are sent
     QMap<QString, ChecksumEntries> statuses;
     QHash<QString, QSet<QString>> claims; ///< items by the entry that they claim
     QSet<QString> blockedModules;
     QSet<QString> frozenClaims; ///< claimed entries whose items stay as they were saved
-    bool plainFilesBlocked = false;
+    bool namesBlocked = false;
     QSet<QString> confirmedClaims;
     QHash<QString, QString>
         stored;                   ///< digest of what was stored, by module and key, when it is not the line's

@@ -249,10 +249,13 @@ void Upload::sendVersionFiles()
     // Names of what is not known depend on the list: it stays as it is then.
     QStringList names = unknown.isEmpty() ? listed : listed + gone;
     for (const RestorableObject &object : modules.objects()) {
+        if (waiter.mustEnd() || unfinished.contains(object.getName())) {
+            continue;
+        }
+        // Other modules' entries can depend on the list, so a module is on it even without its version.
         const QString entry = ItemNames::versionFileName(object.getName());
-        const bool stored = !waiter.mustEnd() && !unfinished.contains(object.getName()) &&
-                            sendFile(DevicePaths::staged(entry), entry) == SendResult::Stored;
-        if (stored && unknown.isEmpty() && !names.contains(object.getName())) {
+        sendFile(DevicePaths::staged(entry), entry);
+        if (unknown.isEmpty() && !names.contains(object.getName())) {
             names << object.getName();
         }
     }

@@ -78,15 +78,16 @@ bool ItemRestorer::restoreDatabase(const PlannedItem &planned)
         return keep(QString("Dump '%1' is missing or broken").arg(dump), target);
     }
     const bool partial = DatabaseRestore::isPartial(waiter, dump);
-    LiveData live(target, LiveData::Kind::Database, waiter);
+    LiveData live(target, LiveData::Kind::Database);
     if (partial && !live.exists()) {
         logError("Database '%1' does not exist: there is nothing to put the saved rows into", target);
         return false;
     }
-    if (!(partial ? live.copyAside() : live.moveAside()) || !DatabaseRestore::load(waiter, dump, target)) {
+    if (!(partial ? live.copyAside(waiter) : live.moveAside()) ||
+        !DatabaseRestore::load(waiter, dump, target)) {
         return keep({}, target);
     }
-    live.commit();
+    live.commit(waiter);
     return true;
 }
 
@@ -97,14 +98,14 @@ bool ItemRestorer::restoreDirectory(const PlannedItem &planned)
     if (const QString fault = faultOfArchive(archive, directory); !fault.isEmpty()) {
         return keep(fault, directory);
     }
-    LiveData live(directory, LiveData::Kind::Directory, waiter);
+    LiveData live(directory, LiveData::Kind::Directory);
     const QStringList arguments = {"-C", "/", "-xzf", archive};
     logDebug("%1", ShellText::commandLine("tar", arguments));
-    if (!live.copyAside() || !runCommand(waiter, "tar", arguments).succeeded() ||
+    if (!live.copyAside(waiter) || !runCommand(waiter, "tar", arguments).succeeded() ||
         !QFileInfo(directory).isDir()) {
         return keep({}, directory);
     }
-    live.commit();
+    live.commit(waiter);
     return true;
 }
 

@@ -91,9 +91,8 @@ void dropAside(const QString &path)
     removeAll(old);
 }
 
-/// Put back what the directory holds; safe to be cut off and done again. Logs nothing: it also runs in a
-/// thread.
-bool putBack(const QString &path)
+/// Bring back what the directory holds; safe to be cut off and done again.
+bool bringBack(const QString &path)
 {
     const QString directory = beside(path, asidePrefix);
     const QString name = QFileInfo(path).fileName();
@@ -106,6 +105,7 @@ bool putBack(const QString &path)
         removeAll(path);
     }
     if (held && !move(directory + "/" + name, path)) {
+        logError("What was set aside in '%1' could not be brought back", directory);
         return false;
     }
     for (const char *suffix : sideSuffixes) {
@@ -115,19 +115,6 @@ bool putBack(const QString &path)
     }
     removeAll(directory);
     return true;
-}
-
-bool reported(bool isBack, const QString &path)
-{
-    if (!isBack) {
-        logError("What was set aside in '%1' could not be brought back", beside(path, asidePrefix));
-    }
-    return isBack;
-}
-
-bool bringBack(const QString &path)
-{
-    return reported(putBack(path), path);
 }
 
 QString nearestDirectory(const QString &path)
@@ -141,17 +128,12 @@ QString nearestDirectory(const QString &path)
 
 } // namespace
 
-LiveData::LiveData(QString livePath, Kind kind, Waiter &waiter)
-    : path(std::move(livePath)), kind(kind), waiter(waiter)
-{
-}
+LiveData::LiveData(QString livePath, Kind kind) : path(std::move(livePath)), kind(kind) {}
 
 LiveData::~LiveData()
 {
     if (aside) {
-        bool isBack = false;
-        waiter.runBeside([&] { isBack = putBack(path); });
-        reported(isBack, path);
+        bringBack(path);
     }
     while (!madeParents.isEmpty()) {
         QDir().rmdir(madeParents.takeLast());
@@ -255,7 +237,7 @@ bool LiveData::moveAside()
     return moved;
 }
 
-bool LiveData::copyAside()
+bool LiveData::copyAside(Waiter &waiter)
 {
     if (!exists() || QFileInfo(path).isSymLink()) {
         return moveAside();
@@ -285,7 +267,7 @@ bool LiveData::copyAside()
     return true;
 }
 
-void LiveData::commit()
+void LiveData::commit(Waiter &waiter)
 {
     if (kind != Kind::Directory) {
         applyOwnership();

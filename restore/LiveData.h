@@ -13,8 +13,6 @@ class Waiter;
 /// drops what was set aside; without it the destructor brings it back. When the process dies in between,
 /// `recoverAll` brings it back at the next start. A symbolic link at the live path is treated as the link
 /// that it is.
-///
-/// Writing and removing large data takes its time: `commit` and the destructor serve events meanwhile.
 class LiveData
 {
 public:
@@ -24,7 +22,7 @@ public:
         Directory,
     };
 
-    LiveData(QString path, Kind kind, Waiter &waiter);
+    LiveData(QString path, Kind kind);
     ~LiveData();
 
     LiveData(const LiveData &) = delete;
@@ -38,11 +36,11 @@ public:
 
     /// Keep a copy of the live data, which stay in place. The files of a directory are kept as hard links
     /// where the file system can: the step that follows must replace files, not write into them.
-    bool copyAside();
+    bool copyAside(Waiter &waiter);
 
     /// The new data are good: give a file the owner, group and mode of the old one (or of its directory) and
     /// drop what was set aside.
-    void commit();
+    void commit(Waiter &waiter);
 
     /// Bring back whatever a process that died had set aside below a directory.
     static void recoverAll(const QString &root);
@@ -66,7 +64,6 @@ private:
 
     QString path;
     Kind kind;
-    Waiter &waiter;
     Ownership ownership;
     QStringList madeParents;
     bool aside = false;

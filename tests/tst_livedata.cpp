@@ -65,13 +65,13 @@ private Q_SLOTS:
         QVERIFY(symlink("f", live("link").toUtf8().constData()) == 0);
         const QStringList before = everything();
         const auto steps = [&](bool finish) {
-            auto *file = new LiveData(live("f"), LiveData::Kind::File, waiter);
-            auto *database = new LiveData(live("d.data"), LiveData::Kind::Database, waiter);
-            auto *tree = new LiveData(live("tree"), LiveData::Kind::Directory, waiter);
-            auto *link = new LiveData(live("link"), LiveData::Kind::File, waiter);
-            auto *absent = new LiveData(live("new/parent/file"), LiveData::Kind::File, waiter);
-            auto *absentDatabase = new LiveData(live("e.data"), LiveData::Kind::Database, waiter);
-            const bool aside = file->moveAside() && database->moveAside() && tree->copyAside() &&
+            auto *file = new LiveData(live("f"), LiveData::Kind::File);
+            auto *database = new LiveData(live("d.data"), LiveData::Kind::Database);
+            auto *tree = new LiveData(live("tree"), LiveData::Kind::Directory);
+            auto *link = new LiveData(live("link"), LiveData::Kind::File);
+            auto *absent = new LiveData(live("new/parent/file"), LiveData::Kind::File);
+            auto *absentDatabase = new LiveData(live("e.data"), LiveData::Kind::Database);
+            const bool aside = file->moveAside() && database->moveAside() && tree->copyAside(waiter) &&
                                link->moveAside() && absent->moveAside() && absentDatabase->moveAside();
             for (const char *item :
                  {"f", "d.data", "d.data-journal", "link", "new/parent/file", "e.data", "e.data-journal"}) {
@@ -151,13 +151,13 @@ private Q_SLOTS:
         chmod(live("f").toUtf8().constData(), 0640);
         chmod(live().toUtf8().constData(), 0750);
         {
-            LiveData file(live("f"), LiveData::Kind::File, waiter);
-            LiveData fresh(live("a/b/fresh"), LiveData::Kind::File, waiter);
+            LiveData file(live("f"), LiveData::Kind::File);
+            LiveData fresh(live("a/b/fresh"), LiveData::Kind::File);
             QVERIFY(file.moveAside() && fresh.moveAside());
             write("f", "new");
             write("a/b/fresh", "new");
-            file.commit();
-            fresh.commit();
+            file.commit(waiter);
+            fresh.commit(waiter);
         }
         const auto mode = [&](const QString &item) {
             struct stat status = {};
@@ -174,9 +174,9 @@ private Q_SLOTS:
     void whatCannotBeSetAsideStays()
     {
         write("f", "old");
-        LiveData blocked(live("f/below a file"), LiveData::Kind::File, waiter);
+        LiveData blocked(live("f/below a file"), LiveData::Kind::File);
         QVERIFY(!blocked.moveAside());
-        LiveData longName(live(QString(250, 'x')), LiveData::Kind::File, waiter);
+        LiveData longName(live(QString(250, 'x')), LiveData::Kind::File);
         QVERIFY(!longName.moveAside());
         QCOMPARE(everything(), QStringList{"f"});
     }

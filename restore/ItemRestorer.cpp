@@ -2,18 +2,16 @@
 
 #include "commands/Command.h"
 #include "commands/Digest.h"
-#include "commands/ShellText.h"
 #include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositorySession.h"
-#include "restore/ArchiveListing.h"
+#include "restore/ArchiveRestore.h"
 #include "restore/DatabaseRestore.h"
 #include "restore/LiveData.h"
 #include "restore/Replacement.h"
 #include "staging/DatabaseDump.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 namespace {
 
@@ -56,20 +54,6 @@ bool ItemRestorer::keep(const QString &reason, const QString &target)
     return false;
 }
 
-/// Empty when the archive can be read and holds nothing but the directory.
-QString ItemRestorer::faultOfArchive(const QString &archive, const QString &directory)
-{
-    const CommandResult result = runCommand(waiter, "tar", archiveListingArguments(archive));
-    const auto members = parseArchiveListing(result.output);
-    if (!result.succeeded() || !members || members->isEmpty()) {
-        return QString("Archive '%1' is missing or broken").arg(archive);
-    }
-    if (!staysInside(*members, directory)) {
-        return QString("Archive '%1' is refused: it leads out of '%2'").arg(archive, directory);
-    }
-    return {};
-}
-
 bool ItemRestorer::restoreDatabase(const PlannedItem &planned)
 {
     const QString &dump = planned.source;
@@ -93,20 +77,9 @@ bool ItemRestorer::restoreDatabase(const PlannedItem &planned)
 
 bool ItemRestorer::restoreDirectory(const PlannedItem &planned)
 {
-    const QString &archive = planned.source;
     const QString directory = planned.item.livePath();
-    if (const QString fault = faultOfArchive(archive, directory); !fault.isEmpty()) {
-        return keep(fault, directory);
-    }
-    LiveData live(directory, LiveData::Kind::Directory);
-    const QStringList arguments = {"-C", "/", "-xzf", archive};
-    logDebug("%1", ShellText::commandLine("tar", arguments));
-    if (!live.copyAside(waiter) || !runCommand(waiter, "tar", arguments).succeeded() ||
-        !QFileInfo(directory).isDir()) {
-        return keep({}, directory);
-    }
-    live.commit(waiter);
-    return true;
+    ArchiveRestore archive(planned.source, directory, waiter);
+    return archive.restore(planned.digest) || keep(archive.errorText(), directory);
 }
 
 /// The file is fetched beside its live one, which stays until the new content is known to be what was

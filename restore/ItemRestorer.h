@@ -21,7 +21,6 @@ private:
     bool restoreDirectory(const PlannedItem &planned);
     bool restoreFile(const PlannedItem &planned);
     bool keep(const QString &reason, const QString &target);
-    QString faultOfArchive(const QString &archive, const QString &directory);
 
     RepositorySession &session;
     Waiter &waiter;

@@ -5,6 +5,7 @@
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
+#include "restore/TreeAccess.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -45,16 +46,6 @@ bool move(const QString &from, const QString &to)
     return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
 }
 
-void removeAll(const QString &path)
-{
-    const QFileInfo info(path);
-    if (info.isDir() && !info.isSymLink()) {
-        QDir(path).removeRecursively();
-    } else {
-        QFile::remove(path);
-    }
-}
-
 bool mark(const QString &directory, const QString &marker)
 {
     QFile file(directory + "/" + marker);
@@ -86,9 +77,9 @@ void sync(const QString &path)
 void dropAside(const QString &path)
 {
     const QString old = beside(path, oldPrefix);
-    removeAll(old);
+    TreeAccess::removeAll(old);
     move(beside(path, asidePrefix), old);
-    removeAll(old);
+    TreeAccess::removeAll(old);
 }
 
 /// Bring back what the directory holds; safe to be cut off and done again.
@@ -102,7 +93,7 @@ bool bringBack(const QString &path)
         if (database) {
             removeSideFiles(path);
         }
-        removeAll(path);
+        TreeAccess::removeAll(path);
     }
     if (held && !move(directory + "/" + name, path)) {
         logError("What was set aside in '%1' could not be brought back", directory);
@@ -113,7 +104,7 @@ bool bringBack(const QString &path)
             move(directory + "/" + name + suffix, path + suffix);
         }
     }
-    removeAll(directory);
+    TreeAccess::removeAll(directory);
     return true;
 }
 
@@ -203,7 +194,7 @@ bool LiveData::makeParents()
 
 bool LiveData::prepare(const QString &directory) const
 {
-    removeAll(directory);
+    TreeAccess::removeAll(directory);
     return mkdir(QFile::encodeName(directory).constData(), S_IRWXU) == 0 &&
            (kind != Kind::Database || mark(directory, databaseMarker));
 }
@@ -218,7 +209,7 @@ bool LiveData::moveAside()
     const QString directory = beside(path, asidePrefix);
     if (!makeParents() || !prepare(made) || (!exists() && !mark(made, absentMarker)) ||
         !move(made, directory)) {
-        removeAll(made);
+        TreeAccess::removeAll(made);
         return false;
     }
     aside = true;
@@ -247,20 +238,14 @@ bool LiveData::copyAside(Waiter &waiter)
     }
     rememberOwnership();
     const QString made = beside(path, newPrefix);
-    bool copied = prepare(made);
-    if (kind == Kind::Directory) {
-        copied = copied && (runCommand(waiter, "cp", {"-al", path, made}).succeeded() ||
-                            (prepare(made) && runCommand(waiter, "cp", {"-a", path, made}).succeeded()));
-    } else {
-        copied = copied && runCommand(waiter, "cp", {"-a", path, made}).succeeded();
-    }
+    bool copied = prepare(made) && runCommand(waiter, "cp", {"-a", path, made}).succeeded();
     for (const char *suffix : sideSuffixes) {
         if (kind == Kind::Database && present(path + suffix)) {
             copied = copied && runCommand(waiter, "cp", {"-a", path + suffix, made}).succeeded();
         }
     }
     if (!copied || !move(made, beside(path, asidePrefix))) {
-        removeAll(made);
+        TreeAccess::removeAll(made);
         return false;
     }
     aside = true;
@@ -269,14 +254,10 @@ bool LiveData::copyAside(Waiter &waiter)
 
 void LiveData::commit(Waiter &waiter)
 {
-    if (kind != Kind::Directory) {
-        applyOwnership();
-    }
+    applyOwnership();
     // Writing a large file to the disk takes its time, and so does removing one.
     waiter.runBeside([this] {
-        if (kind != Kind::Directory) {
-            sync(path);
-        }
+        sync(path);
         sync(QFileInfo(path).path());
         dropAside(path);
     });
@@ -299,7 +280,7 @@ void LiveData::recoverAll(const QString &root)
     for (const QString &directory : std::as_const(found)) {
         const QFileInfo info(directory);
         if (!info.fileName().startsWith(asidePrefix)) {
-            removeAll(directory);
+            TreeAccess::removeAll(directory);
             continue;
         }
         const QString name = info.fileName().mid(asidePrefix.size());

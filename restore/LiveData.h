@@ -19,7 +19,6 @@ public:
     enum class Kind {
         File,
         Database, ///< with the files that SQLite keeps beside it
-        Directory,
     };
 
     LiveData(QString path, Kind kind);
@@ -34,11 +33,10 @@ public:
     /// everything as before, when that is not possible.
     bool moveAside();
 
-    /// Keep a copy of the live data, which stay in place. The files of a directory are kept as hard links
-    /// where the file system can: the step that follows must replace files, not write into them.
+    /// Keep a copy of the live data, which stay in place.
     bool copyAside(Waiter &waiter);
 
-    /// The new data are good: give a file the owner, group and mode of the old one (or of its directory) and
+    /// The new data are good: give them the owner, group and mode of the old one (or of its directory) and
     /// drop what was set aside.
     void commit(Waiter &waiter);
 

@@ -3,6 +3,7 @@
 #include "catalogue/ItemNames.h"
 #include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
+#include "restore/TreeAccess.h"
 
 #include <QDir>
 #include <QFile>
@@ -25,16 +26,6 @@ std::optional<struct stat> statusOf(const QString &path)
     return exists ? std::optional(status) : std::nullopt;
 }
 
-void removeAll(const QString &path)
-{
-    const QFileInfo info(path);
-    if (info.isDir() && !info.isSymLink()) {
-        QDir(path).removeRecursively();
-    } else {
-        QFile::remove(path);
-    }
-}
-
 /// Have the file system that holds the path written to the disk.
 bool syncFileSystem(const QString &path)
 {
@@ -54,7 +45,7 @@ Replacement::Replacement(QString path) : livePath(std::move(path)) {}
 
 Replacement::~Replacement()
 {
-    removeAll(path());
+    TreeAccess::removeAll(path());
     while (!madeParents.isEmpty()) {
         QDir().rmdir(madeParents.takeLast());
     }
@@ -70,7 +61,7 @@ bool Replacement::prepare()
     if (!makeParents()) {
         return false;
     }
-    removeAll(path());
+    TreeAccess::removeAll(path());
     return !statusOf(path());
 }
 
@@ -100,21 +91,18 @@ bool Replacement::makeParents()
     return true;
 }
 
-/// Nothing for a directory, whose content comes with its own.
-std::optional<Replacement::Ownership> Replacement::ownershipToTake() const
+std::optional<Replacement::Ownership> Replacement::ownership(mode_t kind) const
 {
-    const auto made = statusOf(path());
-    if (!made || !S_ISREG(made->st_mode)) {
-        return std::nullopt;
-    }
-    if (const auto old = statusOf(livePath); old && S_ISREG(old->st_mode)) {
+    if (const auto old = statusOf(livePath); old && (old->st_mode & S_IFMT) == kind) {
         return Ownership{old->st_uid, old->st_gid, old->st_mode & ALLPERMS};
     }
     struct stat above = {};
     if (stat(QFile::encodeName(QFileInfo(livePath).path()).constData(), &above) != 0) {
         return std::nullopt;
     }
-    return Ownership{above.st_uid, above.st_gid, above.st_mode & ACCESSPERMS & ~executable};
+    const mode_t mode =
+        kind == S_IFDIR ? above.st_mode & ALLPERMS : above.st_mode & ACCESSPERMS & ~executable;
+    return Ownership{above.st_uid, above.st_gid, mode};
 }
 
 /// A rename replaces a file or a link; two directories change places.
@@ -131,9 +119,10 @@ bool Replacement::exchange() const
 bool Replacement::replace(Waiter &waiter)
 {
     const QByteArray made = QFile::encodeName(path());
-    if (const auto ownership = ownershipToTake()) {
-        if (lchown(made.constData(), ownership->user, ownership->group) != 0 ||
-            chmod(made.constData(), ownership->mode) != 0) {
+    const auto status = statusOf(path());
+    if (const auto taken = ownership(S_IFREG); taken && status && S_ISREG(status->st_mode)) {
+        if (lchown(made.constData(), taken->user, taken->group) != 0 ||
+            chmod(made.constData(), taken->mode) != 0) {
             logWarning("Owner or mode of '%1' could not be kept", livePath);
         }
     }
@@ -141,10 +130,15 @@ bool Replacement::replace(Waiter &waiter)
     waiter.runBeside([&] {
         replaced = syncFileSystem(path()) && exchange();
         syncFileSystem(QFileInfo(livePath).path());
-        removeAll(path());
+        TreeAccess::removeAll(path());
     });
     if (replaced) {
         madeParents.clear();
     }
     return replaced;
+}
+
+void Replacement::discard(Waiter &waiter)
+{
+    waiter.runBeside([this] { TreeAccess::removeAll(path()); });
 }

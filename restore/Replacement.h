@@ -17,6 +17,13 @@ class Waiter;
 class Replacement
 {
 public:
+    struct Ownership
+    {
+        uid_t user = 0;
+        gid_t group = 0;
+        mode_t mode = 0;
+    };
+
     explicit Replacement(QString livePath);
     ~Replacement();
 
@@ -30,20 +37,19 @@ public:
     /// Where the new content is to be made: in the directory of the live data, under a name of the service's.
     QString path() const;
 
-    /// Put the new content in place, on the disk before the old one goes. A file takes the owner, group and
-    /// mode of the one that it replaces, or of the directory, without the right to execute. False, with the
-    /// old content still there, when it could not be done.
+    /// What new content of a kind, S_IFREG or S_IFDIR, takes: owner, group and mode of live content of that
+    /// kind, or else of the directory around it, for a file without the right to execute. Nothing when there
+    /// is no such directory; `prepare` makes it.
+    std::optional<Ownership> ownership(mode_t kind) const;
+
+    /// Put the new content in place, on the disk before the old one goes. A file takes its `ownership`;
+    /// a directory comes with its own. False, with the old content still there, when it could not be done.
     bool replace(Waiter &waiter);
 
-private:
-    struct Ownership
-    {
-        uid_t user = 0;
-        gid_t group = 0;
-        mode_t mode = 0;
-    };
+    /// Remove the new content with events served, as the destructor does without.
+    void discard(Waiter &waiter);
 
-    std::optional<Ownership> ownershipToTake() const;
+private:
     bool makeParents();
     bool exchange() const;
 

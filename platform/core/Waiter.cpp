@@ -21,7 +21,7 @@ void Waiter::end(End reason)
 
 Waiter::End Waiter::endReason() const
 {
-    return VYXApplication::isEnding() ? End::ProcessEnds : latched;
+    return VYXApplication::isEnding() ? End::ProcessEnds : latched.load();
 }
 
 WaitOutcome Waiter::waitUntil(const std::function<bool()> &condition, std::chrono::milliseconds limit,

@@ -2,6 +2,7 @@
 
 #include <QtGlobal>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 
@@ -11,7 +12,8 @@ enum class WaitOutcome { Met, TimedOut, Ended };
 ///
 /// While somebody waits, calls of other modules, signals and timers are handled; whoever can be re-entered so
 /// takes a `Waiter &`, and what has none cannot be. Each operation has a waiter of its own. It remembers why
-/// the operation has to end early; from then on no wait of it lasts any longer. Main thread only.
+/// the operation has to end early; from then on no wait of it lasts any longer. Main thread
+/// only; but work that it runs beside may ask whether waits have to end.
 class Waiter
 {
 public:
@@ -28,7 +30,7 @@ public:
     /// End all waits, present and to come. The first reason stays.
     void end(End reason);
 
-    /// Why waits end; that the process ends comes before every other reason.
+    /// Why waits end; that the process ends comes before every other reason. May be asked in any thread.
     End endReason() const;
     bool mustEnd() const { return endReason() != End::None; }
 
@@ -42,9 +44,9 @@ public:
     bool dispatchEventsFor(std::chrono::milliseconds period);
 
     /// Run work in a thread of its own and wait for its end, which is always waited for. The work must touch
-    /// nothing that events can reach.
+    /// nothing that events can reach; what takes long asks `mustEnd` again and again.
     void runBeside(const std::function<void()> &work);
 
 private:
-    End latched = End::None;
+    std::atomic<End> latched = End::None;
 };

@@ -6,22 +6,36 @@
 #include <QProcessEnvironment>
 
 #include <csignal>
+#include <optional>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr int killLimitMs = 5000;
+constexpr qsizetype keptErrorBytes = 4096;
 
-void prepare(QProcess &process)
+void setLimit(__rlimit_resource_t resource, rlim_t value)
+{
+    const struct rlimit both = {value, value};
+    setrlimit(resource, &both);
+}
+
+void prepare(QProcess &process, const std::optional<CommandLimits> &limits = {})
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("LC_ALL", "C");
     process.setProcessEnvironment(environment);
     process.setStandardInputFile(QProcess::nullDevice());
-    process.setChildProcessModifier([] {
+    process.setChildProcessModifier([limits] {
         setpgid(0, 0);
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (limits) {
+            setLimit(RLIMIT_CPU, static_cast<rlim_t>(limits->processorTime.count()));
+            setLimit(RLIMIT_FSIZE, static_cast<rlim_t>(limits->fileSize));
+            setLimit(RLIMIT_CORE, 0);
+        }
     });
 }
 
@@ -33,6 +47,11 @@ void killGroup(QProcess &process)
     }
     process.kill();
     process.waitForFinished(killLimitMs);
+}
+
+QString reasonOf(WaitOutcome outcome)
+{
+    return outcome == WaitOutcome::TimedOut ? "time limit reached" : "the operation has to end";
 }
 
 } // namespace
@@ -52,8 +71,7 @@ CommandResult runCommand(Waiter &waiter, const QString &program, const QStringLi
         waiter.waitUntil([&process] { return process.state() == QProcess::NotRunning; }, limit);
     if (outcome != WaitOutcome::Met) {
         killGroup(process);
-        result.errorText =
-            outcome == WaitOutcome::TimedOut ? "time limit reached" : "the operation has to end";
+        result.errorText = reasonOf(outcome);
         result.output = process.readAllStandardOutput();
         return result;
     }
@@ -71,4 +89,38 @@ CommandResult runCommand(Waiter &waiter, const QString &program, const QStringLi
 CommandResult runShellLine(Waiter &waiter, const QString &line)
 {
     return runCommand(waiter, "/bin/sh", {"-c", line});
+}
+
+CommandResult runFed(Waiter &waiter, const QString &line, const QString &program,
+                     const QStringList &arguments, const CommandLimits &limits)
+{
+    CommandResult result;
+    if (waiter.mustEnd()) {
+        result.errorText = reasonOf(WaitOutcome::Ended);
+        return result;
+    }
+    QProcess feeder;
+    QProcess eater;
+    prepare(feeder, limits);
+    prepare(eater, limits);
+    feeder.setStandardErrorFile(QProcess::nullDevice());
+    feeder.setStandardOutputProcess(&eater);
+    eater.setStandardOutputFile(QProcess::nullDevice());
+    feeder.start("/bin/sh", {"-c", line});
+    eater.start(program, arguments);
+    QByteArray errors;
+    const WaitOutcome outcome = waiter.waitUntil(
+        [&] {
+            errors += eater.readAllStandardError().left(keptErrorBytes - errors.size());
+            return eater.state() == QProcess::NotRunning;
+        },
+        limits.wallClock);
+    killGroup(eater);
+    killGroup(feeder);
+    result.finished = outcome == WaitOutcome::Met && eater.exitStatus() == QProcess::NormalExit &&
+                      eater.error() != QProcess::FailedToStart;
+    result.exitCode = eater.exitCode();
+    result.errorText =
+        outcome == WaitOutcome::Met ? QString::fromLocal8Bit(errors).trimmed() : reasonOf(outcome);
+    return result;
 }

@@ -27,3 +27,17 @@ CommandResult runCommand(Waiter &waiter, const QString &program, const QStringLi
 
 /// Run one line in a POSIX shell, in the same way. Values in the line must be quoted (see ShellText).
 CommandResult runShellLine(Waiter &waiter, const QString &line);
+
+/// What a child may use up; it is ended when it exceeds one of them.
+struct CommandLimits
+{
+    std::chrono::milliseconds wallClock;
+    std::chrono::seconds processorTime;
+    qint64 fileSize; ///< of each file that it writes, in bytes
+};
+
+/// Run a program whose standard input is what a line in a POSIX shell prints. Of the program's standard
+/// output nothing is kept, of its standard error the first 4096 bytes. The limits hold for the shell's
+/// children, too; the rest is as above.
+CommandResult runFed(Waiter &waiter, const QString &line, const QString &program,
+                     const QStringList &arguments, const CommandLimits &limits);

@@ -2,36 +2,215 @@
 
 #include "commands/Command.h"
 #include "commands/ShellText.h"
+#include "platform/core/VYXApplication.h"
+#include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
+#include "staging/DatabaseDump.h"
 
-namespace DatabaseRestore {
+#include <QFile>
+#include <QFileInfo>
+#include <QStorageInfo>
+#include <QtEndian>
 
-bool isPartial(Waiter &waiter, const QString &dump)
+#include <memory>
+#include <sqlite3.h>
+#include <utility>
+
+namespace {
+
+const QByteArray headOfWhole = "PRAGMA foreign_keys=OFF;\n";
+const QByteArray headOfRows = "BEGIN TRANSACTION;\n";
+
+// The shell's status when it has come to the end of what it was fed. Its other ones do not tell: it ends with
+// 0 after a dump that is cut off or that ends the shell. What makes it end so fails while a transaction is
+// open.
+constexpr int endReached = 77;
+const QString endOfInput = R"(printf '\nBEGIN;COMMIT;\n.exit 77\n')";
+
+constexpr int pagesPerStep = 1000;
+constexpr int instructionsBetweenLooks = 100000;
+
+struct Closing
 {
-    const CommandResult first =
-        runShellLine(waiter, QString("zcat %1 | awk 'NR == 1 {print}'").arg(ShellText::quoted(dump)));
-    return first.output.trimmed() == "BEGIN TRANSACTION;";
+    void operator()(sqlite3 *database) const { sqlite3_close(database); }
+};
+using Connection = std::unique_ptr<sqlite3, Closing>;
+
+int mustStop(void *)
+{
+    return VYXApplication::isEnding() ? 1 : 0;
 }
 
-bool load(Waiter &waiter, const QString &dump, const QString &database)
+/// No connection when the database cannot be opened. What its schema says is not trusted.
+Connection connect(const QString &path, int flags, std::chrono::milliseconds busy = {})
 {
-    const QString unpack = "zcat " + ShellText::quoted(dump);
-    // The shell's own commands in a dump must not run: they could do anything on the device.
-    const QString fill = "sqlite3 -safe " + ShellText::quoted(database);
-    logDebug("%1 | %2", unpack, fill);
-    // The status of the line is that of its end; the one of its beginning comes out on standard output.
+    sqlite3 *handle = nullptr;
+    const int result = sqlite3_open_v2(QFile::encodeName(path).constData(), &handle, flags, nullptr);
+    Connection connection(handle);
+    if (result != SQLITE_OK) {
+        return nullptr;
+    }
+    sqlite3_busy_timeout(handle, static_cast<int>(busy.count()));
+    sqlite3_db_config(handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    sqlite3_progress_handler(handle, instructionsBetweenLooks, mustStop, nullptr);
+    return connection;
+}
+
+/// The first value that the statement gives.
+QByteArray valueOf(sqlite3 *database, const char *sql)
+{
+    sqlite3_stmt *statement = nullptr;
+    QByteArray value;
+    if (sqlite3_prepare_v2(database, sql, -1, &statement, nullptr) == SQLITE_OK &&
+        sqlite3_step(statement) == SQLITE_ROW) {
+        value = reinterpret_cast<const char *>(sqlite3_column_text(statement, 0));
+    }
+    sqlite3_finalize(statement);
+    return value;
+}
+
+/// What the header of a database's file says, in bytes; 0, which SQLite ignores, when there is none. Nothing
+/// is locked for it.
+int pageSizeOf(const QString &path)
+{
+    constexpr qsizetype position = 16;
+    constexpr int largest = 65536; // does not fit: written as 1
+    QFile file(path);
+    const QByteArray head = QFileInfo(path).isSymLink() || !file.open(QIODevice::ReadOnly)
+                                ? QByteArray()
+                                : file.read(position + 2);
+    if (!head.startsWith("SQLite format 3") || head.size() < position + 2) {
+        return 0;
+    }
+    const int size = qFromBigEndian<quint16>(head.constData() + position);
+    return size == 1 ? largest : size;
+}
+
+/// Put the content of one database into another as one transaction of that. A status of SQLite's.
+int copyContent(const QString &source, const QString &target, std::chrono::milliseconds busy)
+{
+    const Connection from = connect(source, SQLITE_OPEN_READONLY);
+    const Connection to = connect(target, SQLITE_OPEN_READWRITE, busy);
+    if (!from || !to) {
+        return SQLITE_CANTOPEN;
+    }
+    sqlite3_backup *backup = sqlite3_backup_init(to.get(), "main", from.get(), "main");
+    if (backup == nullptr) {
+        return sqlite3_errcode(to.get());
+    }
+    int result = SQLITE_OK;
+    while (result == SQLITE_OK) {
+        result = VYXApplication::isEnding() ? SQLITE_INTERRUPT : sqlite3_backup_step(backup, pagesPerStep);
+    }
+    const int finished = sqlite3_backup_finish(backup);
+    return result == SQLITE_DONE ? finished : result;
+}
+
+bool isRegular(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.isFile() && !info.isSymLink();
+}
+
+} // namespace
+
+DatabaseRestore::DatabaseRestore(QString dump, QString livePath, const LoadLimits &limits)
+    : dump(std::move(dump)), livePath(livePath), limits(limits), replacement(std::move(livePath))
+{
+}
+
+QString DatabaseRestore::prepare(Waiter &waiter)
+{
+    const QString begin = QString("zcat %1 | head -c 64").arg(ShellText::quoted(dump));
+    const QByteArray head =
+        QFile::exists(dump) ? runCommand(waiter, "/bin/sh", {"-c", begin}, limits.wallClock).output : "";
+    partial = head.startsWith(headOfRows);
+    const QStringList check = {"-c", DatabaseDump::checkLine(dump)};
+    if ((!partial && !head.startsWith(headOfWhole)) ||
+        !runCommand(waiter, "/bin/sh", check, limits.wallClock).succeeded()) {
+        return QString("Dump '%1' is missing or broken").arg(dump);
+    }
+    if (partial) {
+        return {};
+    }
+    if (!replacement.prepare()) {
+        return QString("There is no place for a database beside '%1'").arg(livePath);
+    }
+    const QString fault = load(waiter, replacement.path());
+    return fault.isEmpty() ? faultOfLoaded(waiter) : fault;
+}
+
+QString DatabaseRestore::apply(Waiter &waiter)
+{
+    return partial ? mergeRows(waiter) : replaceWhole(waiter);
+}
+
+/// The shell's own commands in a dump must not run: they could do anything on the device. A tenth of what is
+/// free is left to the others. A new database takes the live one's page size, which SQLite cannot change in
+/// one that has a write-ahead log.
+QString DatabaseRestore::load(Waiter &waiter, const QString &database) const
+{
+    constexpr int shares = 10;
+    const qint64 available = QStorageInfo(QFileInfo(database).path()).bytesAvailable();
+    const qint64 fileSize = QFileInfo(database).size() + available - available / shares;
+    const QString line = QString("zcat %1 && %2").arg(ShellText::quoted(dump), endOfInput);
+    const QString busy = QString(".timeout %1").arg(limits.busy.count());
+    const QString pageSize = QString("PRAGMA page_size=%1;").arg(pageSizeOf(livePath));
+    const QStringList arguments = {"-init", "/dev/null", "-batch", "-safe",  "-bail",
+                                   "-cmd",  busy,        "-cmd",   pageSize, database};
+    logDebug("{ %1; } | %2", line, ShellText::commandLine("sqlite3", arguments));
     const CommandResult result =
-        runShellLine(waiter, QString("{ { %1; echo $? >&3; } | %2 >&2; } 3>&1").arg(unpack, fill));
-    if (!result.succeeded() || result.output.trimmed() != "0") {
-        logError("Dump '%1' could not be loaded: %2", dump, result.errorText);
-        return false;
+        runFed(waiter, line, "sqlite3", arguments, {limits.wallClock, limits.processorTime, fileSize});
+    if (result.finished && result.exitCode == endReached) {
+        return {};
     }
-    const CommandResult check = runCommand(waiter, "sqlite3", {database, "PRAGMA quick_check;"});
-    if (!check.succeeded() || check.output.trimmed() != "ok") {
-        logError("Database '%1' made of dump '%2' is not sound", database, dump);
-        return false;
-    }
-    return true;
+    return QString("Dump '%1' could not be loaded: %2").arg(dump, result.errorText);
 }
 
-} // namespace DatabaseRestore
+/// The journal has to be the one kind that leaves the live database's alone.
+QString DatabaseRestore::faultOfLoaded(Waiter &waiter) const
+{
+    bool sound = false;
+    waiter.runBeside([&] {
+        const Connection database = connect(replacement.path(), SQLITE_OPEN_READWRITE);
+        sound = database && valueOf(database.get(), "PRAGMA journal_mode=DELETE") == "delete" &&
+                valueOf(database.get(), "PRAGMA quick_check(1)") == "ok";
+    });
+    return sound ? QString() : QString("Database '%1' made of dump '%2' is not sound").arg(livePath, dump);
+}
+
+QString DatabaseRestore::replaceWhole(Waiter &waiter)
+{
+    int result = SQLITE_CANTOPEN;
+    if (isRegular(livePath)) {
+        waiter.runBeside([&] { result = copyContent(replacement.path(), livePath, limits.busy) & 0xff; });
+    }
+    const bool inUse = result == SQLITE_BUSY || result == SQLITE_LOCKED || result == SQLITE_READONLY;
+    const bool broken = result == SQLITE_CANTOPEN || result == SQLITE_NOTADB || result == SQLITE_CORRUPT;
+    if (result == SQLITE_OK) {
+        return {};
+    }
+    if ((!inUse && !broken) || !replacement.replaceDatabase(waiter)) {
+        return QString("Database '%1' could not be written: %2").arg(livePath, sqlite3_errstr(result));
+    }
+    if (inUse) {
+        logWarning("Database '%1' was in use: it was replaced, and its user has to open it again", livePath);
+    }
+    return {};
+}
+
+QString DatabaseRestore::mergeRows(Waiter &waiter) const
+{
+    if (!isRegular(livePath)) {
+        return QString("Database '%1' does not exist: there is nothing to put the saved rows into")
+            .arg(livePath);
+    }
+    const QString fault = load(waiter, livePath);
+    // Opening rolls back what a shell that was ended has left, closing folds its log in.
+    waiter.runBeside([&] {
+        if (const Connection database = connect(livePath, SQLITE_OPEN_READWRITE, limits.busy)) {
+            valueOf(database.get(), "PRAGMA schema_version");
+        }
+    });
+    return fault;
+}

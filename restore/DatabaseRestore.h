@@ -1,17 +1,51 @@
 #pragma once
 
+#include "restore/Replacement.h"
+
 #include <QString>
+
+#include <chrono>
 
 class Waiter;
 
-/// Putting SQL dumps back into SQLite databases with the device's tools.
-namespace DatabaseRestore {
+/// What the loading of one dump may use up.
+struct LoadLimits
+{
+    std::chrono::milliseconds wallClock = std::chrono::minutes(10);
+    std::chrono::seconds processorTime = std::chrono::minutes(10);
+    std::chrono::milliseconds busy =
+        std::chrono::seconds(5); ///< how long a lock of the database is waited for
+};
 
-/// True for a dump that holds selected rows only, to be merged into a database that exists.
-bool isPartial(Waiter &waiter, const QString &dump);
+/// Puts one SQL dump back into its SQLite database. Either all of it gets there, or the database stays as it
+/// was, also when the process is killed or the device loses its power.
+///
+/// A dump of a whole database is loaded into a database beside the live one, whose content then goes into the
+/// live one in one transaction: whoever has it open goes on with it. Only a live one that is missing, broken,
+/// or held by a user who cannot be waited for is replaced. A dump of selected rows is one transaction itself
+/// and is run on the live database.
+class DatabaseRestore
+{
+public:
+    DatabaseRestore(QString dump, QString livePath, const LoadLimits &limits = {});
 
-/// Run the dump on the database, which is made when it does not exist. True when the dump was read to its
-/// end, every statement succeeded, and the database passes SQLite's quick check.
-bool load(Waiter &waiter, const QString &dump, const QString &database);
+    /// Check the dump, and load that of a whole database; the live one is not touched, and its users may run.
+    /// Empty, or what is wrong.
+    QString prepare(Waiter &waiter);
 
-} // namespace DatabaseRestore
+    /// Put the content in its place after `prepare` has succeeded, with the live one's users stopped. Empty,
+    /// or what is wrong; the live database is as it was then.
+    QString apply(Waiter &waiter);
+
+private:
+    QString load(Waiter &waiter, const QString &database) const;
+    QString faultOfLoaded(Waiter &waiter) const;
+    QString replaceWhole(Waiter &waiter);
+    QString mergeRows(Waiter &waiter) const;
+
+    QString dump;
+    QString livePath;
+    LoadLimits limits;
+    Replacement replacement;
+    bool partial = false;
+};

@@ -6,12 +6,8 @@
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositorySession.h"
 #include "restore/ArchiveRestore.h"
-#include "restore/DatabaseRestore.h"
 #include "restore/LiveData.h"
 #include "restore/Replacement.h"
-#include "staging/DatabaseDump.h"
-
-#include <QFile>
 
 namespace {
 
@@ -54,25 +50,29 @@ bool ItemRestorer::keep(const QString &reason, const QString &target)
     return false;
 }
 
+void ItemRestorer::prepareDatabase(const PlannedItem &planned)
+{
+    const QString target = planned.item.livePath();
+    if (!LiveData::belongsToModule(target, planned.item.getModule())) {
+        return; // `restore` tells
+    }
+    auto made = std::make_unique<DatabaseRestore>(planned.source, target);
+    if (const QString fault = made->prepare(waiter); !fault.isEmpty()) {
+        keep(fault, target);
+        return;
+    }
+    databases[target] = std::move(made);
+}
+
 bool ItemRestorer::restoreDatabase(const PlannedItem &planned)
 {
-    const QString &dump = planned.source;
     const QString target = planned.item.livePath();
-    if (!QFile::exists(dump) || !runShellLine(waiter, DatabaseDump::checkLine(dump)).succeeded()) {
-        return keep(QString("Dump '%1' is missing or broken").arg(dump), target);
-    }
-    const bool partial = DatabaseRestore::isPartial(waiter, dump);
-    LiveData live(target, LiveData::Kind::Database);
-    if (partial && !live.exists()) {
-        logError("Database '%1' does not exist: there is nothing to put the saved rows into", target);
+    const auto made = databases.extract(target);
+    if (made.empty()) {
         return false;
     }
-    if (!(partial ? live.copyAside(waiter) : live.moveAside()) ||
-        !DatabaseRestore::load(waiter, dump, target)) {
-        return keep({}, target);
-    }
-    live.commit(waiter);
-    return true;
+    const QString fault = made.mapped()->apply(waiter);
+    return fault.isEmpty() || keep(fault, target);
 }
 
 bool ItemRestorer::restoreDirectory(const PlannedItem &planned)

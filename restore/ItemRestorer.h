@@ -1,6 +1,10 @@
 #pragma once
 
+#include "restore/DatabaseRestore.h"
 #include "restore/RestorePlanner.h"
+
+#include <map>
+#include <memory>
 
 class RepositorySession;
 class Waiter;
@@ -13,7 +17,10 @@ public:
     /// Both must outlive the object.
     ItemRestorer(RepositorySession &session, Waiter &waiter) : session(session), waiter(waiter) {}
 
-    /// True when the item was put back. The module of a database has to be paused.
+    /// Do what can be done for a database while its module runs.
+    void prepareDatabase(const PlannedItem &planned);
+
+    /// True when the item was put back. A database has to be prepared, and its module to be paused.
     bool restore(const PlannedItem &planned);
 
 private:
@@ -24,4 +31,5 @@ private:
 
     RepositorySession &session;
     Waiter &waiter;
+    std::map<QString, std::unique_ptr<DatabaseRestore>> databases; ///< those prepared, by their paths
 };

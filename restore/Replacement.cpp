@@ -26,6 +26,24 @@ std::optional<struct stat> statusOf(const QString &path)
     return exists ? std::optional(status) : std::nullopt;
 }
 
+void removeSideFiles(const QString &path)
+{
+    for (const char *suffix : Replacement::sideSuffixes) {
+        TreeAccess::removeAll(path + suffix);
+    }
+}
+
+QString readyPath(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.path() + "/" + Replacement::readyPrefix() + info.fileName();
+}
+
+bool move(const QString &from, const QString &to)
+{
+    return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0;
+}
+
 /// Have the file system that holds the path written to the disk.
 bool syncFileSystem(const QString &path)
 {
@@ -41,11 +59,16 @@ bool syncFileSystem(const QString &path)
 
 } // namespace
 
-Replacement::Replacement(QString path) : livePath(std::move(path)) {}
+Replacement::Replacement(QString path) : livePath(std::move(path))
+{
+    static int made = 0;
+    number = ++made;
+}
 
 Replacement::~Replacement()
 {
     TreeAccess::removeAll(path());
+    removeSideFiles(path());
     while (!madeParents.isEmpty()) {
         QDir().rmdir(madeParents.takeLast());
     }
@@ -53,7 +76,7 @@ Replacement::~Replacement()
 
 QString Replacement::path() const
 {
-    return QFileInfo(livePath).path() + "/" + ItemNames::ownPrefix() + "incoming";
+    return QString("%1/%2incoming.%3").arg(QFileInfo(livePath).path(), ItemNames::ownPrefix()).arg(number);
 }
 
 bool Replacement::prepare()
@@ -116,7 +139,7 @@ bool Replacement::exchange() const
     return renameat2(AT_FDCWD, made.constData(), AT_FDCWD, live.constData(), RENAME_EXCHANGE) == 0;
 }
 
-bool Replacement::replace(Waiter &waiter)
+void Replacement::takeOwnership() const
 {
     const QByteArray made = QFile::encodeName(path());
     const auto status = statusOf(path());
@@ -126,6 +149,11 @@ bool Replacement::replace(Waiter &waiter)
             logWarning("Owner or mode of '%1' could not be kept", livePath);
         }
     }
+}
+
+bool Replacement::replace(Waiter &waiter)
+{
+    takeOwnership();
     bool replaced = false;
     waiter.runBeside([&] {
         replaced = syncFileSystem(path()) && exchange();
@@ -141,4 +169,41 @@ bool Replacement::replace(Waiter &waiter)
 void Replacement::discard(Waiter &waiter)
 {
     waiter.runBeside([this] { TreeAccess::removeAll(path()); });
+}
+
+bool Replacement::replaceDatabase(Waiter &waiter)
+{
+    const auto old = statusOf(livePath);
+    if (old && S_ISDIR(old->st_mode)) {
+        return false;
+    }
+    takeOwnership();
+    bool replaced = false;
+    waiter.runBeside([&] {
+        replaced = syncFileSystem(path()) && move(path(), readyPath(livePath)) && complete(livePath);
+    });
+    if (replaced) {
+        madeParents.clear();
+    }
+    return replaced;
+}
+
+QString Replacement::readyPrefix()
+{
+    return ItemNames::ownPrefix() + "ready.";
+}
+
+bool Replacement::complete(const QString &livePath)
+{
+    const QString directory = QFileInfo(livePath).path();
+    if (!syncFileSystem(directory)) {
+        return false;
+    }
+    removeSideFiles(livePath);
+    for (const char *suffix : sideSuffixes) {
+        if (statusOf(livePath + suffix)) {
+            return false;
+        }
+    }
+    return syncFileSystem(directory) && move(readyPath(livePath), livePath) && syncFileSystem(directory);
 }

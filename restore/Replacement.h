@@ -3,6 +3,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <array>
 #include <optional>
 #include <sys/types.h>
 
@@ -12,8 +13,7 @@ class Waiter;
 /// holds the old content or the whole new one.
 ///
 /// The new content is a file or a directory at `path()`. What is not put in place is removed with the object;
-/// what a process that died has left is removed by `LiveData::recoverAll`. One replacement at a time is made
-/// in a directory.
+/// what a process that died has left is removed by `LiveData::recoverAll`.
 class Replacement
 {
 public:
@@ -23,6 +23,9 @@ public:
         gid_t group = 0;
         mode_t mode = 0;
     };
+
+    /// What follows a SQLite database's name in the names of the files that SQLite keeps beside it.
+    static constexpr std::array sideSuffixes = {"-wal", "-shm", "-journal"};
 
     explicit Replacement(QString livePath);
     ~Replacement();
@@ -49,10 +52,24 @@ public:
     /// Remove the new content with events served, as the destructor does without.
     void discard(Waiter &waiter);
 
+    /// The same for a SQLite database, whose side files go with it. A directory is not replaced.
+    ///
+    /// No content ever meets the side files of the other one and is used with them: the new content, which is
+    /// on the disk, takes the name `readyPrefix()` + <name> first, then the side files are removed, then it
+    /// takes its place. From the first step on the new content counts: whatever cuts the steps off,
+    /// `complete` does the rest at the next start.
+    bool replaceDatabase(Waiter &waiter);
+
+    static QString readyPrefix();
+    /// Put a database that is ready in its place.
+    static bool complete(const QString &livePath);
+
 private:
+    void takeOwnership() const;
     bool makeParents();
     bool exchange() const;
 
     QString livePath;
+    int number; ///< tells those apart that are made in one directory
     QStringList madeParents;
 };

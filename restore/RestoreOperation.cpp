@@ -117,6 +117,8 @@ void RestoreOperation::restoreGroup(const QStringList &group, const QStringList 
 {
     const QString name = priorityName(priority);
     if (priority == RestorableObject::high) {
+        forEachItem(modules, name, DatabaseItem,
+                    [this](const PlannedItem &planned) { restorer->prepareDatabase(planned); });
         const Pause pause =
             context.pauses.stopModules(context.modules.processesOf(group), false, context.waiter);
         if (!pause.holds() && !context.waiter.mustEnd()) {
@@ -128,21 +130,29 @@ void RestoreOperation::restoreGroup(const QStringList &group, const QStringList 
     restoreItems(modules, name, FileItem);
 }
 
-void RestoreOperation::restoreItems(const QStringList &modules, const QString &priorityName,
-                                    RestorableItemKind kind)
+void RestoreOperation::forEachItem(const QStringList &modules, const QString &priorityName,
+                                   RestorableItemKind kind,
+                                   const std::function<void(const PlannedItem &)> &step)
 {
     for (const QString &module : modules) {
         for (const PlannedItem &planned : plan.value(module).items) {
-            if (planned.item.getKind() != kind || planned.item.getPriority() != priorityName ||
-                context.waiter.mustEnd()) {
-                continue;
-            }
-            if (!restorer->restore(planned)) {
-                ++failedItems;
-                failedModules << module;
+            if (planned.item.getKind() == kind && planned.item.getPriority() == priorityName &&
+                !context.waiter.mustEnd()) {
+                step(planned);
             }
         }
     }
+}
+
+void RestoreOperation::restoreItems(const QStringList &modules, const QString &priorityName,
+                                    RestorableItemKind kind)
+{
+    forEachItem(modules, priorityName, kind, [this](const PlannedItem &planned) {
+        if (!restorer->restore(planned)) {
+            ++failedItems;
+            failedModules << planned.item.getModule();
+        }
+    });
 }
 
 /// The modules whose saved data are of another release or version than the installed module.

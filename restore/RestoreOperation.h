@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 
 class ItemRestorer;
@@ -35,6 +36,8 @@ private:
     void startRestoreFromRepositoryForPriority(RestorableObject::RestorablePriority priority);
     void restoreGroup(const QStringList &group, const QStringList &modules,
                       RestorableObject::RestorablePriority priority);
+    void forEachItem(const QStringList &modules, const QString &priorityName, RestorableItemKind kind,
+                     const std::function<void(const PlannedItem &)> &step);
     void restoreItems(const QStringList &modules, const QString &priorityName, RestorableItemKind kind);
     QList<Migration> checkVersions() const;
     void startMigrations();

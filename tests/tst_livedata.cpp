@@ -1,8 +1,8 @@
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "restore/ArchiveRestore.h"
-#include "restore/DatabaseRestore.h"
 #include "restore/LiveData.h"
+#include "restore/Replacement.h"
 #include "tests/support/DataTable.h"
 #include "tests/support/TestDevice.h"
 
@@ -81,52 +81,41 @@ private Q_SLOTS:
         QDir().mkpath(live());
     }
 
-    void failureBringsBack_data()
+    void unfinishedReplacement_data()
     {
         columns<bool>("dies");
         row("step fails", false);
         row("process dies", true);
     }
-    void failureBringsBack()
+    void unfinishedReplacement()
     {
         QFETCH(bool, dies);
         write("f", "old");
-        write("d.data", "old db");
-        write("d.data-wal", "old wal");
-        QVERIFY(symlink("f", live("link").toUtf8().constData()) == 0);
+        write("tree/x", "old x");
         const QStringList before = everything();
         const auto steps = [&](bool finish) {
-            auto *file = new LiveData(live("f"), LiveData::Kind::File);
-            auto *database = new LiveData(live("d.data"), LiveData::Kind::Database);
-            auto *link = new LiveData(live("link"), LiveData::Kind::File);
-            auto *absent = new LiveData(live("new/parent/file"), LiveData::Kind::File);
-            auto *absentDatabase = new LiveData(live("e.data"), LiveData::Kind::Database);
-            const bool aside = file->moveAside() && database->moveAside() && link->moveAside() &&
-                               absent->moveAside() && absentDatabase->moveAside();
-            for (const char *item :
-                 {"f", "d.data", "d.data-journal", "link", "new/parent/file", "e.data", "e.data-journal"}) {
-                write(item, "half of the new");
+            std::vector<Replacement *> all; // a process that is killed destroys nothing
+            for (const char *item : {"f", "tree", "new/parent/file"}) {
+                all.push_back(new Replacement(live(item)));
+                if (!all.back()->prepare()) {
+                    qFatal("no place for %s", item);
+                }
+                writeFile(all.back()->path() + (item == QString("tree") ? "/x" : ""), "half of the new");
             }
             if (finish) {
-                for (LiveData *data : {file, database, link, absent, absentDatabase}) {
-                    delete data;
-                }
+                qDeleteAll(all);
             }
-            return aside;
         };
         if (dies) {
             killed([&] { steps(false); });
-            QVERIFY(everything().join(' ').contains(".saverestore-aside."));
+            QVERIFY(everything().join(' ').contains(".saverestore-"));
             LiveData::recoverAll(DevicePaths::dataRoot());
             QDir(live("new")).removeRecursively();
         } else {
-            QVERIFY(steps(true));
+            steps(true);
         }
         QCOMPARE(everything(), before);
-        QCOMPARE(content("f"), "old");
-        QCOMPARE(content("d.data"), "old db");
-        QCOMPARE(content("d.data-wal"), "old wal");
-        QVERIFY(QFileInfo(live("link")).isSymLink());
+        QCOMPARE(content("f") + content("tree/x"), "oldold x");
     }
 
     void recoveryCutOff_data()
@@ -171,19 +160,16 @@ private Q_SLOTS:
         QCOMPARE(content("d.data"), "old");
     }
 
-    void commitKeepsOwnershipAndMode()
+    void replacementKeepsOwnershipAndMode()
     {
         write("f", "old");
         chmod(live("f").toUtf8().constData(), 0640);
         chmod(live().toUtf8().constData(), 0750);
-        {
-            LiveData file(live("f"), LiveData::Kind::File);
-            LiveData fresh(live("a/b/fresh"), LiveData::Kind::File);
-            QVERIFY(file.moveAside() && fresh.moveAside());
-            write("f", "new");
-            write("a/b/fresh", "new");
-            file.commit(waiter);
-            fresh.commit(waiter);
+        for (const QString &item : {QString("f"), QString("a/b/fresh"), QString(255, 'x')}) {
+            Replacement replacement(live(item));
+            QVERIFY(replacement.prepare());
+            writeFile(replacement.path(), "new");
+            QVERIFY(replacement.replace(waiter));
         }
         const auto mode = [&](const QString &item) {
             struct stat status = {};
@@ -194,17 +180,8 @@ private Q_SLOTS:
         QCOMPARE(mode("f"), 0640U);
         QCOMPARE(mode("a/b/fresh"), 0640U);
         QCOMPARE(mode("a/b"), 0750U);
-        QCOMPARE(everything(), QStringList({"a", "a/b", "a/b/fresh", "f"}));
-    }
-
-    void whatCannotBeSetAsideStays()
-    {
-        write("f", "old");
-        LiveData blocked(live("f/below a file"), LiveData::Kind::File);
-        QVERIFY(!blocked.moveAside());
-        LiveData longName(live(QString(250, 'x')), LiveData::Kind::File);
-        QVERIFY(!longName.moveAside());
-        QCOMPARE(everything(), QStringList{"f"});
+        QVERIFY(!Replacement(live("f/below a file")).prepare());
+        QCOMPARE(everything(), QStringList({"a", "a/b", "a/b/fresh", "f", QString(255, 'x')}));
     }
 
     void places()
@@ -311,29 +288,6 @@ private Q_SLOTS:
         QVERIFY(!ArchiveRestore(root.filePath("a"), live("d"), ending).restore(digest));
         QCOMPARE(state(true), before);
         QVERIFY(ArchiveRestore(root.filePath("a"), live("d"), waiter).restore(digest));
-    }
-
-    void dumpsThatAreRefused_data()
-    {
-        columns<QByteArray, bool>("sql", "loads");
-        row("good", QByteArray("BEGIN TRANSACTION;\nCREATE TABLE t(v);\nCOMMIT;\n"), true);
-        row("no SQL", QByteArray("hello\n"), false);
-        const QByteArray badStatement = "BEGIN;\nCREATE TABLE t(v);\nINSERT INTO u VALUES(1);\nCOMMIT;\n";
-        row("one bad statement", badStatement, false);
-        row("shell command", QByteArray("CREATE TABLE t(v);\n.shell touch TRACE\n"), false);
-        row("another database", QByteArray("ATTACH 'TRACE' AS x; CREATE TABLE x.t(v);\n"), false);
-        const QByteArray fullTextIndex =
-            TestDevice::shell("printf \"CREATE VIRTUAL TABLE f USING fts5(x); INSERT INTO f VALUES('a "
-                              "b');\\n.dump\\n\" | sqlite3");
-        row("full text index", fullTextIndex, true);
-    }
-    void dumpsThatAreRefused()
-    {
-        QFETCH(QByteArray, sql);
-        write("dump", QByteArray(sql).replace("TRACE", live("trace").toUtf8()));
-        TestDevice::shell("gzip " + live("dump"));
-        QTEST(DatabaseRestore::load(waiter, live("dump.gz"), live("x.data")), "loads");
-        QVERIFY(!QFile::exists(live("trace")));
     }
 };
 

@@ -188,9 +188,8 @@ private Q_SLOTS:
         row("dump missing", "rm A++whole.dump.gz", "whole",
             "Could not fetch 'A++whole.dump.gz' from the repository");
         row("dump truncated", cutOff.arg("A++whole.dump.gz"), "whole", broken);
-        row("dump without its end",
-            "zcat A++whole.dump.gz | grep -v COMMIT | gzip > x; mv x A++whole.dump.gz", "whole", broken);
-        row("dump is no SQL", "(echo hello; echo 'COMMIT;') | gzip > A++whole.dump.gz", "whole",
+        row("dump is no SQL",
+            "printf 'PRAGMA foreign_keys=OFF;\\nhello\\nCOMMIT;\\n' | gzip > A++whole.dump.gz", "whole",
             "could not be loaded");
         row("archive missing", "rm A++a++zipped.tar.gz", "a/zipped/y",
             "Could not fetch 'A++a++zipped.tar.gz'");

@@ -1,0 +1,205 @@
+#include "platform/core/Waiter.h"
+#include "platform/DevicePaths.h"
+#include "restore/DatabaseRestore.h"
+#include "restore/LiveData.h"
+#include "tests/support/DataTable.h"
+#include "tests/support/TestDevice.h"
+
+#include <QRegularExpression>
+
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+
+/// What the restore of a dump does to a database and to its users.
+class tst_databases : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir root;
+    Waiter waiter;
+
+    QString live(const QString &item = {}) const { return root.path() + "/data/VYXApplication/m/" + item; }
+    QString names() const { return QDir(live()).entryList(QDir::Files | QDir::Hidden).join(' '); }
+
+    /// Restore x.data from a dump, which follows the head of a whole one when it does not begin with "=".
+    QString restored(const QByteArray &sql)
+    {
+        const QString dump = root.filePath("dump");
+        writeFile(dump, sql.startsWith('=') ? sql.mid(1) : "PRAGMA foreign_keys=OFF;\n" + sql);
+        TestDevice::shell("gzip -f " + dump);
+        DatabaseRestore restore(dump + ".gz", live("x.data"), {.processorTime = 1s, .busy = 100ms});
+        const QString fault = restore.prepare(waiter);
+        return fault.isEmpty() ? restore.apply(waiter) : fault;
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());
+        QDir(root.path() + "/data").removeRecursively();
+        QDir().mkpath(live());
+    }
+
+    void dumps_data()
+    {
+        // the dump after the head of a whole one, or a dump of its own; what is in the database afterwards
+        columns<QByteArray, QByteArray>("sql", "content");
+        const QByteArray loaded = "CREATE TABLE t(v);\nINSERT INTO t VALUES('new');\n";
+        row("good", "BEGIN;\n" + loaded + "COMMIT;\n", QByteArray("new\n"));
+        row("full text index", "BEGIN;\n" + loaded + "CREATE VIRTUAL TABLE f USING fts5(x);\nCOMMIT;\n",
+            QByteArray("new\n"));
+        row("other settings",
+            "PRAGMA page_size=512;\nPRAGMA journal_mode=WAL;\nBEGIN;\n" + loaded + "COMMIT;\n",
+            QByteArray("new\n"));
+        const QByteArray old = "old\n";
+        row("no SQL", QByteArray("hello\nCOMMIT;\n"), old);
+        row("one bad statement", "BEGIN;\n" + loaded + "INSERT INTO u VALUES(1);\nCOMMIT;\n", old);
+        row("shell command", loaded + ".shell touch TRACE\nBEGIN;\nCOMMIT;\n", old);
+        row("another database", loaded + "ATTACH 'TRACE' AS x; CREATE TABLE x.t(v);\nBEGIN;\nCOMMIT;\n", old);
+        row("no end", "BEGIN;\n" + loaded, old);
+        row("end within a text", "BEGIN;\n" + loaded + "INSERT INTO t VALUES('\nCOMMIT;\n');\n", old);
+        row("rolled back", "BEGIN;\n" + loaded + "ROLLBACK;\n", old);
+        row("ends the shell", ".quit\nBEGIN;\n" + loaded + "COMMIT;\n", old);
+        row("begins otherwise", "=.quit\nBEGIN;\n" + loaded + "COMMIT;\n", old);
+        const QByteArray numbers = "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c) ";
+        row("endless output", "BEGIN;\n" + loaded + numbers + "SELECT x FROM c;\nCOMMIT;\n", old);
+        row("endless rows", "BEGIN;\n" + loaded + "INSERT INTO t " + numbers + "SELECT x FROM c;\nCOMMIT;\n",
+            old);
+        row("nothing but ends", QByteArray("COMMIT;\n").repeated(1000000), old);
+        const QByteArray rows = "=BEGIN TRANSACTION;\nREPLACE INTO t VALUES('row');\n";
+        row("rows", rows + "COMMIT;\n", QByteArray("old\nrow\n"));
+        row("rows of which one fails", rows + "REPLACE INTO u VALUES(1);\nCOMMIT;\n", old);
+        row("rows without end", rows + numbers + "SELECT x FROM c;\nCOMMIT;\n", old);
+    }
+    void dumps()
+    {
+        QFETCH(QByteArray, sql);
+        QFETCH(QByteArray, content);
+        TestDevice::sqlOnFile(live("x.data"), "CREATE TABLE t(v); INSERT INTO t VALUES('old')");
+        const QString fault = restored(sql.replace("TRACE", live("trace").toUtf8()));
+        QCOMPARE(fault.isEmpty(), content != "old\n");
+        QVERIFY(!names().contains(QRegularExpression("saverestore|trace")));
+        QCOMPARE(TestDevice::sqlOnFile(live("x.data"), "SELECT v FROM t; PRAGMA quick_check"),
+                 content + "ok\n");
+    }
+
+    void usersOfDatabases_data()
+    {
+        // the pragmas of the database, what its user does before he is stopped, what happens to the database
+        columns<QString, QByteArray, QString, bool>("pragmas", "user", "damage", "sameFile");
+        const QString log = "PRAGMA journal_mode=WAL;";
+        const QString small = "PRAGMA page_size=512;";
+        const QByteArray reads = "SELECT * FROM t;";
+        const QByteArray writes = "BEGIN; INSERT INTO t VALUES('half');";
+        row("idle", QString(), reads, QString(), true);
+        row("idle with a log", log, reads, QString(), true);
+        row("reads", QString(), "BEGIN;" + reads, QString(), false);
+        row("reads with a log", log, "BEGIN;" + reads, QString(), true);
+        row("writes", QString(), writes, QString(), false);
+        row("writes with a log", log, writes, QString(), false);
+        row("writes more than is kept in memory", QString(),
+            "PRAGMA cache_size=1;" + writes + "INSERT INTO t VALUES(zeroblob(100000));", QString(), false);
+        row("small pages", small, reads, QString(), true);
+        row("small pages with a log", small + log, reads, QString(), true);
+        row("missing", QString(), QByteArray(), "rm x.data", false);
+        row("missing but for a log", log, QByteArray(),
+            "rm x.data; echo x >x.data-wal; echo x >x.data-journal", false);
+        row("empty", QString(), QByteArray(), ": >x.data", true);
+        row("garbage", QString(), QByteArray(), "head -c 9999 /dev/urandom >x.data", false);
+        row("cut off", "CREATE TABLE u(v); INSERT INTO u VALUES(zeroblob(90000));", QByteArray(),
+            "head -c 5000 x.data >y; cat y >x.data; rm y", false);
+        row("a link", QString(), QByteArray(), "mv x.data y; ln -s y x.data", false);
+    }
+    void usersOfDatabases()
+    {
+        QFETCH(QString, pragmas);
+        QFETCH(QByteArray, user);
+        QFETCH(QString, damage);
+        QFETCH(bool, sameFile);
+        const QString file = live("x.data");
+        TestDevice::sqlOnFile(file, pragmas + "CREATE TABLE t(v); INSERT INTO t VALUES('old')");
+        QProcess process;
+        if (!user.isEmpty()) {
+            process.start("sqlite3", {"-batch", file});
+            process.write(user + "\n.print ready\n");
+            QVERIFY(TestDevice::waitUntil([&] { return process.readAllStandardOutput().contains("ready"); }));
+            kill(static_cast<pid_t>(process.processId()), SIGSTOP);
+        }
+        TestDevice::shell("cd " + live() + "; chmod 750 .; chmod 640 x.data; " + damage);
+        const auto number = [&] { return TestDevice::shell("stat -c %i " + file); };
+        const QByteArray before = number();
+        QCOMPARE(restored("BEGIN;\nCREATE TABLE t(v);\nINSERT INTO t VALUES('new');\nCOMMIT;\n"), QString());
+        QCOMPARE(number() == before, sameFile);
+        QCOMPARE(TestDevice::shell("stat -c %a " + file), "640\n");
+        if (!user.isEmpty()) {
+            kill(static_cast<pid_t>(process.processId()), SIGCONT);
+            process.write("ROLLBACK;\nINSERT INTO t VALUES('later');\n");
+            process.closeWriteChannel();
+            QVERIFY(process.waitForFinished());
+        }
+        QCOMPARE(TestDevice::sqlOnFile(file, "SELECT v FROM t; PRAGMA integrity_check"),
+                 sameFile && !user.isEmpty() ? "new\nlater\nok\n" : "new\nok\n");
+        QVERIFY(!names().contains("saverestore"));
+    }
+
+    void killedRestores_data()
+    {
+        columns<QByteArray, QString>("sql", "sign"); // of the moment to kill
+        const QByteArray rows = "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c LIMIT 600) "
+                                "INSERT INTO t SELECT zeroblob(100000) FROM c;\n";
+        row("load", "BEGIN;\nCREATE TABLE t(v);\n" + rows + "COMMIT;\n", QString(".saverestore-incoming"));
+        row("copy", "BEGIN;\nCREATE TABLE t(v);\n" + rows + "COMMIT;\n", QString("x.data-journal"));
+        row("rows", "=BEGIN TRANSACTION;\n" + rows + "COMMIT;\n", QString("x.data-journal"));
+    }
+    void killedRestores()
+    {
+        QFETCH(QByteArray, sql);
+        QFETCH(QString, sign);
+        TestDevice::sqlOnFile(live("x.data"), "CREATE TABLE t(v); INSERT INTO t VALUES('old')");
+        const pid_t child = fork();
+        if (child == 0) {
+            restored(sql);
+            _exit(0);
+        }
+        QVERIFY(TestDevice::waitUntil([&] { return names().contains(sign); }));
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+        QVERIFY(WIFSIGNALED(status));
+        const QString children = "pgrep -f '" + live() + "[.x]'";
+        QVERIFY(TestDevice::waitUntil([&] { return TestDevice::shell(children).isEmpty(); }));
+        LiveData::recoverAll(DevicePaths::dataRoot());
+        const QByteArray rows =
+            TestDevice::sqlOnFile(live("x.data"), "SELECT count(*) FROM t; PRAGMA integrity_check");
+        QVERIFY2(rows == "1\nok\n" || rows == "600\nok\n", rows); // all of the old or all of the new
+        QVERIFY(!names().contains("saverestore"));
+    }
+
+    void writerKeepsItsDatabase()
+    {
+        TestDevice device;
+        device.addModule("W", "<databases><database name='samples'/></databases>",
+                         "--write-database samples");
+        QVERIFY(device.start());
+        const auto rows = [&](const char *which) {
+            return device.sql("W", "samples", QString("SELECT count(*) FROM samples ") + which).toInt();
+        };
+        QVERIFY(TestDevice::waitUntil([&] { return rows("") > 0; }));
+        device.sql("W", "samples", "INSERT INTO samples VALUES(-1, '', 0)");
+        QVERIFY(device.save());
+        const QString number = "stat -c %i " + device.dataPath("W", "samples.data");
+        const QByteArray before = TestDevice::shell(number);
+        device.sql("W", "samples", "DELETE FROM samples");
+        device.call("startRestoreFromRepository");
+        QCOMPARE(rows("WHERE id = -1"), 1);
+        QCOMPARE(TestDevice::shell(number), before);
+        const int restoredRows = rows("");
+        QVERIFY(TestDevice::waitUntil([&] { return rows("") > restoredRows; }));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_databases)
+#include "tst_databases.moc"

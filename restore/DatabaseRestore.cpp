@@ -205,7 +205,7 @@ QString DatabaseRestore::mergeRows(Waiter &waiter) const
         return QString("Database '%1' does not exist: there is nothing to put the saved rows into")
             .arg(livePath);
     }
-    const QString fault = load(waiter, livePath);
+    QString fault = load(waiter, livePath);
     // Opening rolls back what a shell that was ended has left, closing folds its log in.
     waiter.runBeside([&] {
         if (const Connection database = connect(livePath, SQLITE_OPEN_READWRITE, limits.busy)) {

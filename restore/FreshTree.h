@@ -28,8 +28,8 @@ struct FileMetadata
 /// component from its open descriptor, so that no link is followed, whoever made it. What has a name that is
 /// to be made is removed before. A directory's time and mode do not change by what is made in it. May be used
 /// beside the main thread. Every call throws an ArchiveFault: System, Ended when the waiter has to end,
-/// LeadsOut when a link stands where a directory above the name should be, TooMany when more is made than the
-/// limit allows.
+/// LeadsOut when a link stands where a directory above the name should be, TooMany when more directories are
+/// made than the limit allows.
 class FreshTree
 {
 public:

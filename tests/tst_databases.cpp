@@ -5,6 +5,7 @@
 #include "tests/support/DataTable.h"
 #include "tests/support/TestDevice.h"
 
+#include <QDeadlineTimer>
 #include <QRegularExpression>
 
 #include <csignal>
@@ -153,28 +154,34 @@ private Q_SLOTS:
 
     void killedRestores_data()
     {
-        columns<QByteArray, QString>("sql", "sign"); // of the moment to kill
+        columns<QByteArray, QString>("sql", "grows"); // the file in whose middle the restore is killed
         const QByteArray rows = "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c LIMIT 600) "
                                 "INSERT INTO t SELECT zeroblob(100000) FROM c;\n";
-        row("load", "BEGIN;\nCREATE TABLE t(v);\n" + rows + "COMMIT;\n", QString(".saverestore-incoming"));
-        row("copy", "BEGIN;\nCREATE TABLE t(v);\n" + rows + "COMMIT;\n", QString("x.data-journal"));
-        row("rows", "=BEGIN TRANSACTION;\n" + rows + "COMMIT;\n", QString("x.data-journal"));
+        row("load", "BEGIN;\nCREATE TABLE t(v);\n" + rows + "COMMIT;\n", QString(".saverestore-incoming.*"));
+        row("copy", "BEGIN;\nCREATE TABLE t(v);\n" + rows + "COMMIT;\n", QString("x.data"));
+        row("rows", "=BEGIN TRANSACTION;\n" + rows + "COMMIT;\n", QString("x.data"));
     }
     void killedRestores()
     {
         QFETCH(QByteArray, sql);
-        QFETCH(QString, sign);
+        QFETCH(QString, grows);
         TestDevice::sqlOnFile(live("x.data"), "CREATE TABLE t(v); INSERT INTO t VALUES('old')");
         const pid_t child = fork();
         if (child == 0) {
             restored(sql);
             _exit(0);
         }
-        QVERIFY(TestDevice::waitUntil([&] { return names().contains(sign); }));
+        const auto halfWritten = [&] {
+            const QFileInfoList files = QDir(live()).entryInfoList({grows}, QDir::Files | QDir::Hidden);
+            return !files.isEmpty() && files.first().size() > 1000000;
+        };
+        const QDeadlineTimer deadline(20s);
+        while (!halfWritten() && !deadline.hasExpired()) { // a pause would miss the moment
+        }
         kill(child, SIGKILL);
         int status = 0;
         waitpid(child, &status, 0);
-        QVERIFY(WIFSIGNALED(status));
+        QVERIFY(WIFSIGNALED(status) && !deadline.hasExpired());
         const QString children = "pgrep -f '" + live() + "[.x]'";
         QVERIFY(TestDevice::waitUntil([&] { return TestDevice::shell(children).isEmpty(); }));
         LiveData::recoverAll(DevicePaths::dataRoot());

@@ -1,0 +1,51 @@
+#include "platform/Descriptor.h"
+
+#include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <unistd.h>
+
+Descriptor::~Descriptor()
+{
+    if (isOpen()) {
+        close(fileNumber);
+    }
+}
+
+struct stat Descriptor::status() const
+{
+    struct stat found = {};
+    fstat(fileNumber, &found);
+    return found;
+}
+
+std::optional<QByteArrayList> namesIn(const Descriptor &directory)
+{
+    Descriptor opened(openat(directory.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const auto end = [](DIR *stream) { closedir(stream); };
+    const std::unique_ptr<DIR, decltype(end)> stream(fdopendir(opened.number()), end);
+    if (!stream) {
+        return std::nullopt;
+    }
+    opened.release();
+    QByteArrayList names;
+    errno = 0;
+    while (const dirent *entry = readdir(stream.get())) {
+        const QByteArray name = entry->d_name;
+        if (name != "." && name != "..") {
+            names << name;
+        }
+        errno = 0;
+    }
+    return errno == 0 ? std::optional(names) : std::nullopt;
+}
+
+Descriptor openedForReading(const Descriptor &found)
+{
+    if (!S_ISREG(found.status().st_mode)) {
+        return {};
+    }
+    const QByteArray itself = "/proc/self/fd/" + QByteArray::number(found.number());
+    return Descriptor(open(itself.constData(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+}

@@ -1,34 +1,36 @@
 #include "commands/Digest.h"
 
-#include "commands/Command.h"
-#include "commands/ShellText.h"
+#include "commands/Portions.h"
+#include "platform/Descriptor.h"
 
-#include <QFileInfo>
-#include <QRegularExpression>
+#include <QCryptographicHash>
+#include <QFile>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 using namespace std::chrono_literals;
 
-QString digestFromOutput(const QByteArray &output)
+QString fileDigest(Waiter &waiter, const Descriptor &file)
 {
-    static const QRegularExpression digest(R"(\A[0-9a-f]{32}\z)");
-    const QString text = QString::fromUtf8(output).trimmed();
-    const qsizetype separator = text.lastIndexOf("= ");
-    if (separator < 0) {
+    if (!file.isOpen()) {
         return {};
     }
-    const QString candidate = text.mid(separator + 2).toLower();
-    return digest.match(candidate).hasMatch() ? candidate : QString();
+    QCryptographicHash hash(QCryptographicHash::Md5);
+    QByteArray portion(qsizetype{1024} * 1024, Qt::Uninitialized);
+    const bool whole = runInPortions(waiter, 30s, [&] {
+        const ssize_t count = TEMP_FAILURE_RETRY(read(file.number(), portion.data(), portion.size()));
+        if (count <= 0) {
+            return count == 0 ? Portion::Last : Portion::Failed;
+        }
+        hash.addData(QByteArrayView(portion.constData(), count));
+        return Portion::More;
+    });
+    return whole ? QString::fromLatin1(hash.result().toHex()) : QString();
 }
 
 QString fileDigest(Waiter &waiter, const QString &path)
 {
-    if (!QFileInfo(path).isFile()) {
-        return {};
-    }
-    return digestFromOutput(runCommand(waiter, "openssl", {"md5", path}, 30s).output);
-}
-
-QString digestCommandLine(const QString &path)
-{
-    return ShellText::commandLine("openssl", {"md5", path});
+    const Descriptor found(open(QFile::encodeName(path).constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    return fileDigest(waiter, openedForReading(found));
 }

@@ -1,17 +1,14 @@
 #pragma once
 
-#include <QByteArray>
 #include <QString>
 
+class Descriptor;
 class Waiter;
 
-/// The MD5 digest in the output of "openssl md5": what follows the last "= ". Empty unless it is 32
-/// hexadecimal digits.
-QString digestFromOutput(const QByteArray &output);
+/// MD5 digest of what is left to read of an open file, 32 lower-case hexadecimal digits, computed within 30 s
+/// with events served. Empty when there is none: not open, unreadable, too slow, or the waiter has to end.
+QString fileDigest(Waiter &waiter, const Descriptor &file);
 
-/// MD5 digest of a file, 32 lower-case hexadecimal digits, computed by the command "openssl md5" within 30 s.
-/// Empty when there is none: no such file, not a regular file (never opened), unreadable, or too slow.
+/// The digest of one of the service's own files. Empty also when there is no such file or when it is no
+/// regular one: a link, say.
 QString fileDigest(Waiter &waiter, const QString &path);
-
-/// The command that `fileDigest` runs, as text for a log.
-QString digestCommandLine(const QString &path);

@@ -1,14 +1,24 @@
 #include "repository/DigestingFile.h"
 
+#include "platform/Beneath.h"
+
 #include <QFileInfo>
 
-bool DigestingFile::openRegular(const QString &path)
+bool DigestingFile::openRegular(const QString &path, const QString &within)
 {
     setFileName(path);
     hash.reset();
     hashed = 0;
     inOrder = true;
-    return QFileInfo(path).isFile() && open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    constexpr auto mode = QIODevice::ReadOnly | QIODevice::Unbuffered;
+    if (within.isEmpty()) {
+        return QFileInfo(path).isFile() && open(mode);
+    }
+    if (!path.startsWith(within + "/")) {
+        return false;
+    }
+    Descriptor file = Beneath(within).openRegular(encodeName(path.mid(within.size() + 1))).descriptor;
+    return file.isOpen() && open(file.release(), mode, QFileDevice::AutoCloseHandle);
 }
 
 QString DigestingFile::digest() const

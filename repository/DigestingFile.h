@@ -12,8 +12,9 @@ class DigestingFile : public QFile
 public:
     DigestingFile() = default;
 
-    /// Open a regular file for reading, unbuffered; anything else is not opened.
-    bool openRegular(const QString &path);
+    /// Open a regular file for reading, unbuffered; anything else is not opened. Nor is what lies outside of
+    /// the directory `within`, if one is given.
+    bool openRegular(const QString &path, const QString &within = {});
 
     /// MD5 of the bytes read since the beginning, 32 lower-case hexadecimal digits; empty when they were not
     /// read in their order.

@@ -212,7 +212,7 @@ void DistantRepository::startPut(const RepositoryRequest &request)
         return;
     }
     auto source = std::make_unique<DigestingFile>();
-    if (!source->openRegular(path)) {
+    if (!source->openRegular(path, request.within)) {
         finish(unsent(QString("Could not read file '%1'").arg(path)));
         return;
     }

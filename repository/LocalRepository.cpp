@@ -136,7 +136,7 @@ bool LocalRepository::replaceEntry()
 
 void LocalRepository::startPut()
 {
-    if (!source.openRegular(underWay.path) || !openIncoming()) {
+    if (!source.openRegular(underWay.path, underWay.within) || !openIncoming()) {
         endPut(false);
         return;
     }

@@ -42,6 +42,9 @@ struct RepositoryRequest
     Method method = Check;
     QString entry; ///< full name of the entry: one component, neither empty nor "." nor ".."
     QString path;  ///< local file: source of a Put, target of a Get
+    /// Of a Put: directory out of which the path must not lead, by a link either. Empty for a file of the
+    /// service's own.
+    QString within = {};
 };
 
 /// The place that holds the saved data: files stored under flat entry names.

@@ -144,7 +144,9 @@ void Upload::sendItem(const PlannedSend &send)
     }
     RequestOutcome outcome = {RequestOutcome::Failed, "what was saved of it could not be fetched", true};
     if (!source.isEmpty()) {
-        outcome = session.outcomeOf({RepositoryRequest::Put, send.entry.text(), source});
+        const bool live = source == send.item.livePath();
+        const QString within = live ? DevicePaths::moduleData(send.item.getModule()) : QString();
+        outcome = session.outcomeOf({RepositoryRequest::Put, send.entry.text(), source, within});
     }
     plan->note(send, resultOf(outcome), outcome.digest);
     if (!outcome.stored()) {

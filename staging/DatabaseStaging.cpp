@@ -3,7 +3,7 @@
 #include "catalogue/ItemNames.h"
 #include "commands/Command.h"
 #include "commands/Digest.h"
-#include "commands/ShellText.h"
+#include "commands/FileCopy.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "staging/DatabaseDump.h"
@@ -26,9 +26,9 @@ void removeSideFiles(const QString &copy)
     }
 }
 
-QString copyCommand(const QString &source, const QString &target)
+QString fileNameOf(const QString &database)
 {
-    return ShellText::commandLine("cp", {source, target});
+    return database + ".data";
 }
 
 /// What SQLite makes of a copy.
@@ -59,7 +59,7 @@ CopyState inspectCopy(Waiter &waiter, const QString &copy)
 } // namespace
 
 DatabaseStaging::DatabaseStaging(QString moduleName, ChecksumLines &lines, Waiter &waiter)
-    : module(std::move(moduleName)), lines(lines), waiter(waiter)
+    : module(std::move(moduleName)), data(module), lines(lines), waiter(waiter)
 {
 }
 
@@ -76,18 +76,13 @@ QString DatabaseStaging::copyPath(const QString &database) const
 void DatabaseStaging::copy(const QString &database)
 {
     logDebug("Copying database '%2' of module '%1' into temp dir", module, database);
-    const QString source = DevicePaths::moduleData(module) + "/" + database + ".data";
     const QString target = copyPath(database);
     QString digest;
-    if (!copyWithSideFiles(source, target)) {
-        reportStagingError(copyCommand(source, target));
-    } else {
+    if (copyWithSideFiles(fileNameOf(database), target)) {
         digest = fileDigest(waiter, target);
-        if (digest.isEmpty()) {
-            reportStagingError(digestCommandLine(target));
-        }
     }
     if (digest.isEmpty()) {
+        reportStagingError(QString("the copy of '%1'").arg(data.pathOf(fileNameOf(database))));
         QFile::remove(target);
     }
     lines.append(ChecksumLine::database(itemOf(database).key(), digest));
@@ -95,25 +90,29 @@ void DatabaseStaging::copy(const QString &database)
 
 void DatabaseStaging::noteMissing(const QString &database)
 {
-    reportStagingError(
-        copyCommand(DevicePaths::moduleData(module) + "/" + database + ".data", copyPath(database)));
+    reportStagingError(QString("the copy of '%1'").arg(data.pathOf(fileNameOf(database))));
     lines.append(ChecksumLine::database(itemOf(database).key(), {}));
 }
 
-bool DatabaseStaging::copyWithSideFiles(const QString &source, const QString &target)
+/// The file name is that in the module's data directory.
+bool DatabaseStaging::copyWithSideFiles(const QString &file, const QString &target)
 {
-    if (!QFileInfo(source).isFile() || !runCommand(waiter, "cp", {source, target}).succeeded()) {
+    if (!copyContent(waiter, data.openRegular(file).descriptor, target)) {
         return false;
     }
     bool sideFiles = false;
     for (const char *suffix : sideFileSuffixes) {
-        const QFileInfo sideFile(source + suffix);
-        if (sideFile.isFile() && sideFile.size() > 0) {
-            sideFiles = true;
-            if (!runCommand(waiter, "cp", {source + suffix, target + suffix}).succeeded()) {
-                removeSideFiles(target);
-                return false;
-            }
+        const Beneath::Opened sideFile = data.openRegular(file + suffix);
+        if (sideFile.state == Beneath::State::Missing || sideFile.state == Beneath::State::WrongKind) {
+            continue;
+        }
+        if (sideFile.descriptor.isOpen() && sideFile.descriptor.status().st_size == 0) {
+            continue;
+        }
+        sideFiles = true;
+        if (!copyContent(waiter, sideFile.descriptor, target + suffix)) {
+            removeSideFiles(target);
+            return false;
         }
     }
     return !sideFiles || foldSideFiles(target);

@@ -2,6 +2,7 @@
 
 #include "catalogue/ChecksumFile.h"
 #include "restorable/RestorableObject.h"
+#include "staging/ModuleData.h"
 
 #include <QString>
 
@@ -25,7 +26,7 @@ public:
     void dump(const RestorableDatabase &database);
 
 private:
-    bool copyWithSideFiles(const QString &source, const QString &target);
+    bool copyWithSideFiles(const QString &file, const QString &target);
     bool foldSideFiles(const QString &copy);
     bool dumpWhole(const QString &copy, const QString &dumpPath);
     bool dumpSelections(const RestorableDatabase &database, const QString &copy, const QString &dumpPath);
@@ -33,6 +34,7 @@ private:
     QString copyPath(const QString &database) const;
 
     QString module;
+    ModuleData data;
     ChecksumLines &lines;
     Waiter &waiter;
 };

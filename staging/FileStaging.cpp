@@ -4,13 +4,10 @@
 #include "commands/Command.h"
 #include "commands/Digest.h"
 #include "commands/ShellText.h"
-#include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "staging/StagingError.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 
 #include <utility>
 
@@ -26,16 +23,17 @@ QString priorityOf(const RestorableFile &item)
     return priorityName(item.getPriority());
 }
 
-bool fitsChecksumLine(const QString &name)
+/// True for a name that a line can hold and that comes back as the same bytes.
+bool fitsChecksumLine(const QByteArray &name)
 {
-    return !name.contains('\t') && !name.contains('\n') && !name.contains('\r');
+    const bool breaksLine = name.contains('\t') || name.contains('\n') || name.contains('\r');
+    return !breaksLine && QFile::encodeName(QFile::decodeName(name)) == name;
 }
 
 } // namespace
 
 FileStaging::FileStaging(QString moduleName, ChecksumLines &lines, Waiter &waiter)
-    : module(std::move(moduleName)), dataDirectory(DevicePaths::moduleData(module)), lines(lines),
-      waiter(waiter)
+    : module(std::move(moduleName)), data(module), lines(lines), waiter(waiter)
 {
 }
 
@@ -53,14 +51,21 @@ void FileStaging::stage(const RestorableFile &item)
 void FileStaging::stageFile(const RestorableFile &item)
 {
     logDebug("Saving file '%1' of module '%2'", item.getPath(), module);
-    const QString path = dataDirectory + "/" + item.getPath();
-    const QString digest = fileDigest(waiter, path);
+    const QString path = item.getPath();
+    lines.append(ChecksumLine::file(path, digestOf(data.openRegular(path).descriptor, data.pathOf(path)),
+                                    item.isZipped(), priorityOf(item)));
+}
+
+/// Empty when the digest cannot be taken, as of a descriptor that is not open.
+QString FileStaging::digestOf(const Descriptor &file, const QString &shown)
+{
+    const QString digest = fileDigest(waiter, file);
     if (digest.isEmpty()) {
-        reportStagingError(digestCommandLine(path));
+        reportStagingError(QString("the digest of '%1'").arg(shown));
     } else {
         logDebug("md5sum= %1", digest);
     }
-    lines.append(ChecksumLine::file(item.getPath(), digest, item.isZipped(), priorityOf(item)));
+    return digest;
 }
 
 bool FileStaging::archiveDirectory(const QString &source, const QString &archive)
@@ -81,10 +86,11 @@ void FileStaging::stageZippedDirectory(const RestorableFile &item)
     const SavedItem saved(DirectoryItem, module, item.getPath(), priorityOf(item));
     const QString archive = saved.stagedPath().chopped(compressedSuffix.size());
     QString digest;
-    if (archiveDirectory(dataDirectory + "/" + item.getPath(), archive)) {
+    const bool inside = data.openDirectory(item.getPath()).descriptor.isOpen();
+    if (inside && archiveDirectory(data.pathOf(item.getPath()), archive)) {
         digest = fileDigest(waiter, archive);
         if (digest.isEmpty()) {
-            reportStagingError(digestCommandLine(archive));
+            reportStagingError(QString("the digest of '%1'").arg(archive));
         }
         if (!compressArchive(archive, !digest.isEmpty())) {
             digest.clear();
@@ -110,33 +116,37 @@ bool FileStaging::compressArchive(const QString &archive, bool wanted)
 void FileStaging::stageDirectory(const RestorableFile &item)
 {
     logDebug("Saving directory (unzipped) '%1' of module '%2'", item.getPath(), module);
-    const QDir directory(dataDirectory + "/" + item.getPath());
-    if (!directory.exists()) {
-        // Gone since the description was read: like an item that was missing then.
+    const Beneath::Opened directory = data.openDirectory(item.getPath());
+    const auto names = namesIn(directory.descriptor);
+    if (!names) {
+        // Not known what is in it: a line that keeps what was saved of it.
+        reportStagingError(QString("the list of '%1'").arg(data.pathOf(item.getPath())));
         lines.append(ChecksumLine::file(item.getPath(), {}, false, priorityOf(item)));
         return;
     }
-    const QStringList entries =
-        directory.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
-    logDebug("files in %1: %2", directory.absolutePath(), entries.join(" - "));
-    for (const QString &entry : entries) {
-        stageDirectoryEntry(item, directory.absolutePath(), entry);
+    logDebug("files in %1: %2", data.pathOf(item.getPath()), QFile::decodeName(names->join(" - ")));
+    for (const QByteArray &name : *names) {
+        if (!name.startsWith('.')) {
+            stageDirectoryEntry(item, name);
+        }
     }
 }
 
-void FileStaging::stageDirectoryEntry(const RestorableFile &item, const QString &directory,
-                                      const QString &entry)
+/// What is no file has no line; a link that leads out has one, which keeps what was saved under its name.
+void FileStaging::stageDirectoryEntry(const RestorableFile &item, const QByteArray &name)
 {
-    const QString path = directory + "/" + entry;
-    if (!QFileInfo(path).isFile() || !fitsChecksumLine(entry)) {
-        reportStagingError(digestCommandLine(path));
+    const QString path = item.getPath() + "/" + QFile::decodeName(name);
+    const Beneath::Opened file = data.openRegular(QFile::encodeName(item.getPath()) + "/" + name);
+    if (file.state == Beneath::State::WrongKind || file.state == Beneath::State::Missing) {
+        reportStagingError(QString("the digest of '%1'").arg(data.pathOf(path)));
         return;
     }
-    const QString digest = fileDigest(waiter, path);
-    if (digest.isEmpty()) {
-        reportStagingError(digestCommandLine(path));
-    } else {
-        logDebug("md5sum= %1", digest);
+    if (!fitsChecksumLine(name)) {
+        logWarning("'%1' in directory '%2' of module '%3' is left out: its name has a TAB, a line break or "
+                   "bytes that are no UTF-8",
+                   QString::fromLatin1(name.toPercentEncoding()), item.getPath(), module);
+        return;
     }
-    lines.append(ChecksumLine::file(item.getPath() + "/" + entry, digest, false, priorityOf(item)));
+    lines.append(
+        ChecksumLine::file(path, digestOf(file.descriptor, data.pathOf(path)), false, priorityOf(item)));
 }

@@ -2,6 +2,7 @@
 
 #include "catalogue/ChecksumFile.h"
 #include "restorable/RestorableObject.h"
+#include "staging/ModuleData.h"
 
 #include <QString>
 
@@ -21,12 +22,13 @@ private:
     void stageFile(const RestorableFile &item);
     void stageZippedDirectory(const RestorableFile &item);
     void stageDirectory(const RestorableFile &item);
-    void stageDirectoryEntry(const RestorableFile &item, const QString &directory, const QString &entry);
+    void stageDirectoryEntry(const RestorableFile &item, const QByteArray &name);
+    QString digestOf(const Descriptor &file, const QString &shown);
     bool archiveDirectory(const QString &source, const QString &archive);
     bool compressArchive(const QString &archive, bool wanted);
 
     QString module;
-    QString dataDirectory;
+    ModuleData data;
     ChecksumLines &lines;
     Waiter &waiter;
 };

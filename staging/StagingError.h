@@ -2,8 +2,10 @@
 
 #include "platform/logger/VYXLogger.h"
 
-/// Log that a command gave no usable result.
-inline void reportStagingError(const QString &command)
+#include <QString>
+
+/// Log that a command or a part of the work gave no usable result.
+inline void reportStagingError(const QString &work)
 {
-    logDebug("Error with %1", command);
+    logDebug("Error with %1", work);
 }

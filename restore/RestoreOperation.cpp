@@ -73,8 +73,8 @@ bool RestoreOperation::prepare()
     }
     context.modules.completeSaveGroups();
     logDebug("Cleaning restore directory: %1", DevicePaths::restoreDirectory());
-    const bool cleaned = WorkingDirectory::clean(DevicePaths::restoreDirectory(), context.waiter) &&
-                         staging.cleanSaveDirectory();
+    const bool cleaned =
+        WorkingDirectory::cleanRestoreDirectory(context.waiter) && staging.cleanSaveDirectory();
     if (!cleaned) {
         context.middleware.reportFailure("Data could not be staged: abort restore operations.");
     }

@@ -74,8 +74,8 @@ bool SaveOperation::prepare()
         return false;
     }
     context.modules.completeSaveGroups();
-    const bool cleaned = WorkingDirectory::clean(DevicePaths::restoreDirectory(), context.waiter) &&
-                         staging.cleanSaveDirectory();
+    const bool cleaned =
+        WorkingDirectory::cleanRestoreDirectory(context.waiter) && staging.cleanSaveDirectory();
     if (!cleaned || !stageVersionFiles()) {
         context.middleware.reportFailure("Data could not be staged: abort backup operations.");
         return false;

@@ -28,7 +28,7 @@ void forEachObject(const KnownModules &modules, const QStringList &names, const 
 bool StagingArea::cleanSaveDirectory()
 {
     logDebug("Cleaning save directory");
-    return WorkingDirectory::clean(DevicePaths::stagingRoot(), waiter);
+    return WorkingDirectory::cleanStagingRoot(waiter);
 }
 
 void StagingArea::stageFiles(const QStringList &names, RestorableOrder::RestorablePriority priority)

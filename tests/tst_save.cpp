@@ -4,6 +4,7 @@
 #include <QTest>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -298,20 +299,28 @@ private Q_SLOTS:
         QCOMPARE(device->savedLines("A").keys(), QStringList({"blocked", "good"}));
     }
 
-    void stagingThatCannotBeWritten()
+    void stagingThatCannotBeUsed()
     {
         QVERIFY(saveOneFile());
         const QByteArray checksums = device->entry("A.cksum");
-        const QString staging = device->path("tmp/VYXApplication/SaveRestore/Save");
-        QDir(staging).removeRecursively();
-        device->write("tmp/VYXApplication/SaveRestore/Save", "a file in the way");
-        QVERIFY(!saveAfterMark());
-        QVERIFY(device->hasLogged("Data could not be staged"));
-        QCOMPARE(device->entry("A.cksum"), checksums);
-        QCOMPARE(device->entry("f"), "f");
-        QFile::remove(staging);
+        const QString work = device->path("tmp/VYXApplication/SaveRestore");
+        const char *const foreign = getuid() == 0 ? "mkdir Save; chown 65534 Save" : "chmod 777 .";
+        for (const char *made : {"touch Save", "ln -s ../victim Save", "chmod 777 .", foreign,
+                                 "cd ..; mkdir victim/Save; mv SaveRestore x; ln -s victim SaveRestore"}) {
+            TestDevice::shell("cd " + work +
+                              "/.. && rm -rf *; mkdir victim SaveRestore; touch victim/kept; cd " +
+                              "SaveRestore; " + made);
+            QVERIFY2(!saveAfterMark(), made);
+            QVERIFY(device->hasLogged("Data could not be staged"));
+            QCOMPARE(QDir(work + "/../victim").entryList(QDir::Files), QStringList{"kept"});
+            QCOMPARE(device->entry("A.cksum"), checksums);
+        }
+        TestDevice::shell("cd " + work +
+                          "/.. && rm SaveRestore; mkdir -p SaveRestore/Save/tree/b/c/a/b/c; cd Save*;"
+                          "touch Save/tree/b/f; ln -s /etc Save/tree/l; chmod 777 Save");
         QVERIFY(saveAfterMark());
-        QCOMPARE(int(QFileInfo(staging).permissions() & 0x077), 0);
+        QCOMPARE(QDir(work + "/Save").entryList({"tree", "removed*"}), QStringList());
+        QCOMPARE(int(QFileInfo(work + "/Save").permissions() & 0x077), 0);
     }
 };
 

@@ -9,6 +9,9 @@ namespace {
 
 using ShellText::quoted;
 
+const QString failedTransaction = "ROLLBACK; -- due to errors";
+const QString failureRule = "/^" + failedTransaction + "$/ {failed = 1}";
+
 QString temporaryTable(int number)
 {
     return QString("tmp_%1").arg(number);
@@ -60,9 +63,17 @@ QString renamingRule(const DatabaseDump::Selection &selection)
         .arg(head, awkString(replacement), QString::number(head.size() + 1));
 }
 
-QString dumpTail(const QString &copy, const QString &dump)
+/// What sqlite3 prints of these tables, of all when none is named. When it fails or is killed, its last line
+/// is that of a transaction that failed.
+QString dumpSource(const QStringList &tables, const QString &copy)
 {
-    return QString("| gzip -c >%1; rm %2").arg(quoted(dump), quoted(copy));
+    const QString command = (QStringList{".dump"} + tables).join(' ');
+    return QString("{ echo '%1' | sqlite3 %2 || echo '%3'; }").arg(command, quoted(copy), failedTransaction);
+}
+
+QString dumpTail(const QString &dump)
+{
+    return QString(" | gzip -c >%1").arg(quoted(dump));
 }
 
 } // namespace
@@ -91,7 +102,7 @@ QString sqlIdentifier(const QString &table)
 
 QString fullDumpLine(const QString &copy, const QString &dump)
 {
-    return QString("echo '.dump' | sqlite3 %1 ").arg(quoted(copy)) + dumpTail(copy, dump);
+    return dumpSource({}, copy) + dumpTail(dump);
 }
 
 QString appendPragmasLine(const QString &pragmas, const QString &dump)
@@ -106,25 +117,37 @@ QString createTableLine(const Selection &selection, const QString &copy)
     return QString("%1 | sqlite3 %2").arg(ShellText::printQuotedCommand(sql), quoted(copy));
 }
 
-QString partialDumpLine(const QList<Selection> &selections, const QString &copy, const QString &dump)
+QString countRowsSql(const QList<Selection> &selections)
+{
+    QString sql;
+    for (const Selection &selection : selections) {
+        sql += QString("SELECT count(*) FROM %1;").arg(temporaryTable(selection.number));
+    }
+    return sql;
+}
+
+QString partialDumpLine(const QList<Selection> &selections, const QString &copy, const QString &dump,
+                        qint64 rows)
 {
     QStringList tables;
-    QString program = "BEGIN {print \"BEGIN TRANSACTION;\"}";
+    QString program = failureRule + " /^COMMIT;$/ {closed = 1} BEGIN {print \"BEGIN TRANSACTION;\"} "
+                                    "!/^INSERT INTO tmp_/ {next}";
     for (const Selection &selection : selections) {
         tables << temporaryTable(selection.number);
         program += renamingRule(selection);
     }
-    program += " /^REPLACE INTO / {print} END {print \"COMMIT;\"}";
-    return QString("echo '.dump %1' | sqlite3 %2| grep -a '^INSERT INTO tmp_'| awk %3")
-               .arg(tables.join(' '), quoted(copy), ShellText::singleQuoted(program)) +
-           dumpTail(copy, dump);
+    program += QString(" /^REPLACE INTO / {print; ++rows} "
+                       "END {if (closed && !failed && rows == %1) print \"COMMIT;\"}")
+                   .arg(rows);
+    return QString("%1 | awk %2").arg(dumpSource(tables, copy), ShellText::singleQuoted(program)) +
+           dumpTail(dump);
 }
 
 QString checkLine(const QString &dump)
 {
-    return QString("gzip -t %1 && zcat %1 | awk '/^COMMIT;$/ {closed = 1} "
-                   "/^ROLLBACK; -- due to errors$/ {failed = 1} END {exit !(closed && !failed)}'")
-        .arg(quoted(dump));
+    return QString(
+               "gzip -t %1 && zcat %1 | awk '/^COMMIT;$/ {closed = 1} %2 END {exit !(closed && !failed)}'")
+        .arg(quoted(dump), failureRule);
 }
 
 } // namespace DatabaseDump

@@ -6,13 +6,13 @@
 #include "commands/FileCopy.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "staging/DatabaseDump.h"
 #include "staging/StagingError.h"
 
 #include <QFile>
 #include <QFileInfo>
 
 #include <array>
+#include <numeric>
 #include <utility>
 
 namespace {
@@ -34,19 +34,22 @@ QString fileNameOf(const QString &database)
 /// What SQLite makes of a copy.
 struct CopyState
 {
-    bool usable = false;
+    bool sound = false;
     QString pragmas; ///< part of the content that ".dump" leaves out
 };
 
 CopyState inspectCopy(Waiter &waiter, const QString &copy)
 {
-    const CommandResult result = runCommand(
-        waiter, "sqlite3", {copy, "PRAGMA page_count; PRAGMA user_version; PRAGMA application_id;"});
-    const QStringList values = QString::fromUtf8(result.output).split('\n', Qt::SkipEmptyParts);
+    const CommandResult result =
+        runCommand(waiter, "sqlite3",
+                   {copy, "PRAGMA quick_check(1); PRAGMA page_count; PRAGMA user_version; "
+                          "PRAGMA application_id;"});
+    QStringList values = QString::fromUtf8(result.output).split('\n', Qt::SkipEmptyParts);
+    const bool sound = !values.isEmpty() && values.takeFirst() == "ok";
     CopyState state;
     // A file that is cut off within its first page passes for an empty database.
-    state.usable =
-        result.succeeded() && values.size() == 3 && (values.at(0) != "0" || QFileInfo(copy).size() == 0);
+    state.sound = sound && result.succeeded() && values.size() == 3 &&
+                  (values.at(0) != "0" || QFileInfo(copy).size() == 0);
     if (values.value(1, "0") != "0") {
         state.pragmas += QString("PRAGMA user_version=%1;").arg(values.at(1).toInt());
     }
@@ -137,14 +140,23 @@ void DatabaseStaging::dump(const RestorableDatabase &database)
         return;
     }
     const QString dumpPath = itemOf(name).stagedPath();
-    const bool dumped = database.getSqlCommands().isEmpty() ? dumpWhole(copy, dumpPath)
-                                                            : dumpSelections(database, copy, dumpPath);
+    const CopyState state = inspectCopy(waiter, copy);
+    bool dumped = false;
+    if (!state.sound) {
+        logError("Database '%1' of module '%2' is not sound: its last saved copy stays", name, module);
+    } else if (database.getSqlCommands().isEmpty()) {
+        dumped = dumpWhole(copy, dumpPath, state.pragmas);
+    } else {
+        dumped = dumpSelections(database, copy, dumpPath);
+    }
     QFile::remove(copy);
     removeSideFiles(copy);
     if (dumped && runShellLine(waiter, DatabaseDump::checkLine(dumpPath)).succeeded()) {
         return;
     }
-    logError("Database '%1' of module '%2' could not be dumped: its last saved copy stays", name, module);
+    if (state.sound) {
+        logError("Database '%1' of module '%2' could not be dumped: its last saved copy stays", name, module);
+    }
     QFile::remove(dumpPath);
     for (ChecksumLine &line : lines) {
         if (line.key() == itemOf(name).key()) {
@@ -153,17 +165,16 @@ void DatabaseStaging::dump(const RestorableDatabase &database)
     }
 }
 
-bool DatabaseStaging::dumpWhole(const QString &copy, const QString &dumpPath)
+bool DatabaseStaging::dumpWhole(const QString &copy, const QString &dumpPath, const QString &pragmas)
 {
-    const CopyState state = inspectCopy(waiter, copy);
     const QString line = DatabaseDump::fullDumpLine(copy, dumpPath);
     logDebug("Dump database '%1' of module '%2'", QFileInfo(copy).completeBaseName(), module);
-    if (!state.usable || !runShellLine(waiter, line).finished) {
+    if (!runShellLine(waiter, line).succeeded()) {
         reportStagingError(line);
         return false;
     }
-    return state.pragmas.isEmpty() ||
-           runShellLine(waiter, DatabaseDump::appendPragmasLine(state.pragmas, dumpPath)).succeeded();
+    return pragmas.isEmpty() ||
+           runShellLine(waiter, DatabaseDump::appendPragmasLine(pragmas, dumpPath)).succeeded();
 }
 
 bool DatabaseStaging::dumpSelections(const RestorableDatabase &database, const QString &copy,
@@ -181,12 +192,27 @@ bool DatabaseStaging::dumpSelections(const RestorableDatabase &database, const Q
                        selection.table, database.getName(), module, result.errorText);
         }
     }
-    if (made.isEmpty()) {
+    const auto rows = countRows(made, copy);
+    if (!rows) {
         return false;
     }
-    const QString line = DatabaseDump::partialDumpLine(made, copy, dumpPath);
+    const QString line = DatabaseDump::partialDumpLine(made, copy, dumpPath, *rows);
     logDebug("%1", line);
-    const bool finished = runShellLine(waiter, line).finished;
+    const bool succeeded = runShellLine(waiter, line).succeeded();
     logDebug("Dump database '%1' of module '%2'", database.getName(), module);
-    return finished;
+    return succeeded;
+}
+
+/// How many rows were selected in all; nothing when a table is missing or there is none.
+std::optional<qint64> DatabaseStaging::countRows(const QList<DatabaseDump::Selection> &selections,
+                                                 const QString &copy)
+{
+    const CommandResult result =
+        runCommand(waiter, "sqlite3", {copy, DatabaseDump::countRowsSql(selections)});
+    const QByteArrayList counts = result.output.trimmed().split('\n');
+    if (selections.isEmpty() || !result.succeeded() || counts.size() != selections.size()) {
+        return std::nullopt;
+    }
+    return std::accumulate(counts.cbegin(), counts.cend(), qint64{0},
+                           [](qint64 sum, const QByteArray &count) { return sum + count.toLongLong(); });
 }

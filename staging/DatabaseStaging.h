@@ -2,6 +2,7 @@
 
 #include "catalogue/ChecksumFile.h"
 #include "restorable/RestorableObject.h"
+#include "staging/DatabaseDump.h"
 #include "staging/ModuleData.h"
 
 #include <QString>
@@ -22,14 +23,16 @@ public:
     /// Note a database that has no file: its line has no digest.
     void noteMissing(const QString &database);
 
-    /// Turn the copy into its dump. A dump that fails is removed, and the digest of its line is taken away.
+    /// Turn the copy into its dump, if it is sound. A dump that fails is removed, and the digest of its line
+    /// is taken away.
     void dump(const RestorableDatabase &database);
 
 private:
     bool copyWithSideFiles(const QString &file, const QString &target);
     bool foldSideFiles(const QString &copy);
-    bool dumpWhole(const QString &copy, const QString &dumpPath);
+    bool dumpWhole(const QString &copy, const QString &dumpPath, const QString &pragmas);
     bool dumpSelections(const RestorableDatabase &database, const QString &copy, const QString &dumpPath);
+    std::optional<qint64> countRows(const QList<DatabaseDump::Selection> &selections, const QString &copy);
     SavedItem itemOf(const QString &database) const;
     QString copyPath(const QString &database) const;
 

@@ -4,10 +4,13 @@
 #include "commands/Command.h"
 #include "commands/Digest.h"
 #include "commands/ShellText.h"
+#include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
+#include "staging/OutwardLinks.h"
 #include "staging/StagingError.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <utility>
 
@@ -68,10 +71,48 @@ QString FileStaging::digestOf(const Descriptor &file, const QString &shown)
     return digest;
 }
 
-bool FileStaging::archiveDirectory(const QString &source, const QString &archive)
+/// The options that keep links out of the archive that lead out of the directory; each is named by a warning.
+/// Nothing when the directory has to be left out as a whole.
+std::optional<QStringList> FileStaging::exclusions(const QString &path, const QString &list)
 {
-    const QStringList arguments = {"-cf", archive, source};
-    const CommandResult result = runCommand(waiter, "tar", arguments);
+    const Beneath::Opened directory = data.openDirectory(path);
+    if (!directory.descriptor.isOpen()) {
+        return std::nullopt;
+    }
+    if (QFileInfo(data.pathOf(path)).isSymLink()) {
+        logWarning("Directory '%1' of module '%2' is left out: one that is saved zipped must not be a link",
+                   path, module);
+        return std::nullopt;
+    }
+    OutwardLinks outward;
+    waiter.runBeside([&] { outward = outwardLinks(directory.descriptor, data.pathOf(path)); });
+    QByteArray text;
+    for (const QByteArray &link : std::as_const(outward.links)) {
+        logWarning("Link '%1' in directory '%2' of module '%3' leads out and will not be restored",
+                   QFile::decodeName(link), path, module);
+        text += QFile::encodeName(data.pathOf(path)) + "/" + link + "\n";
+    }
+    if (!outward.complete) {
+        logWarning(
+            "Directory '%1' of module '%2' is left out: it has too many entries or links that lead out, or "
+            "one of these has a name that cannot be listed",
+            path, module);
+        return std::nullopt;
+    }
+    QFile file(list);
+    const bool written = file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.flush();
+    return written ? std::optional(QStringList{"--no-wildcards", "--anchored", "--exclude-from=" + list})
+                   : std::nullopt;
+}
+
+bool FileStaging::archiveDirectory(const QString &path, const QString &archive)
+{
+    const QString list = archive + ".excluded";
+    const auto excluded = exclusions(path, list);
+    const QStringList arguments =
+        QStringList{"-cf", archive} + excluded.value_or(QStringList()) + QStringList{data.pathOf(path)};
+    const CommandResult result = excluded ? runCommand(waiter, "tar", arguments) : CommandResult();
+    QFile::remove(list);
     if (result.finished && result.exitCode <= tarFileChanged) {
         return true;
     }
@@ -86,8 +127,7 @@ void FileStaging::stageZippedDirectory(const RestorableFile &item)
     const SavedItem saved(DirectoryItem, module, item.getPath(), priorityOf(item));
     const QString archive = saved.stagedPath().chopped(compressedSuffix.size());
     QString digest;
-    const bool inside = data.openDirectory(item.getPath()).descriptor.isOpen();
-    if (inside && archiveDirectory(data.pathOf(item.getPath()), archive)) {
+    if (archiveDirectory(item.getPath(), archive)) {
         digest = fileDigest(waiter, archive);
         if (digest.isEmpty()) {
             reportStagingError(QString("the digest of '%1'").arg(archive));

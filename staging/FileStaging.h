@@ -6,6 +6,8 @@
 
 #include <QString>
 
+#include <optional>
+
 class Waiter;
 
 /// Stages the files and directories of one module: writes their checksum lines and makes the archives of
@@ -24,7 +26,8 @@ private:
     void stageDirectory(const RestorableFile &item);
     void stageDirectoryEntry(const RestorableFile &item, const QByteArray &name);
     QString digestOf(const Descriptor &file, const QString &shown);
-    bool archiveDirectory(const QString &source, const QString &archive);
+    bool archiveDirectory(const QString &path, const QString &archive);
+    std::optional<QStringList> exclusions(const QString &path, const QString &list);
     bool compressArchive(const QString &archive, bool wanted);
 
     QString module;

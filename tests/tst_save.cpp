@@ -182,14 +182,19 @@ private Q_SLOTS:
     {
         device->addModule("A", "<databases><database name='d'/></databases><files><file>f</file>"
                                "<file>dir</file><file>near</file><file zip='true'>zipped</file></files>");
-        for (const char *file : {"f", "dir/one", "zipped/z", "real"}) {
+        for (const char *file : {"f", "dir/one", "zipped/z", "zipped/sub [*]/out of", "real"}) {
             device->writeData("A", file, file);
         }
         device->sql("A", "d", "CREATE TABLE t(v)");
         QVERIFY(QFile::link("real", device->dataPath("A", "near")));
+        QVERIFY(QFile::link("../z", device->dataPath("A", "zipped/sub [*]/in")));
+        QVERIFY(QFile::link("../../real", device->dataPath("A", "zipped/sub [*]/out")));
+        QVERIFY(QFile::link("/etc", device->dataPath("A", "zipped/out")));
         QCOMPARE(chmod(device->dataPath("A", "real").toUtf8().constData(), 0640), 0);
         QVERIFY(device->startAndSave());
         QCOMPARE(device->entry("near"), "real");
+        const QByteArray packed = TestDevice::shell("tar -tzf " + device->repositoryPath("A++zipped.tar.gz"));
+        QVERIFY(packed.contains("/in\n") && packed.contains("/out of\n") && !packed.contains("/out\n"));
         QCOMPARE(QFile::permissions(device->repositoryPath("near")) & 0x0ff,
                  QFile::permissions(device->dataPath("A", "real")) & 0x0ff);
         const auto lines = device->savedLines("A");

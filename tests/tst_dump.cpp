@@ -199,24 +199,20 @@ private Q_SLOTS:
         RestorableDatabase selected("d");
         selected.addSqlCommand("t", "SELECT * FROM t");
         const QByteArray path = qgetenv("PATH");
-        const QString real = TestDevice::shell("printf %s $(command -v sqlite3)");
-        qputenv("PATH", QFile::encodeName(root.path()) + "/bin:" + path);
+        const QString tool = root.path() + "/bin/sqlite3";
         // Killed on the way, failing at its end, with a row that does not arrive.
-        for (const QString &dump :
-             {QString("kill -9 $$"), QString("%1 \"$@\"; exit 1"), QString("%1 \"$@\" | grep -v '(2)'")}) {
-            const QString tool = root.path() + "/bin/sqlite3";
-            writeFile(tool,
-                      QString("#!/bin/sh\n[ $# = 1 ] || exec %1 \"$@\"\nread -r line\ncase $line in\n.dump*) "
-                              "echo \"$line\" | %2 ;;\n*) echo \"$line\" | %1 \"$@\" ;;\nesac\n")
-                          .arg(real, dump.contains("%1") ? dump.arg(real) : dump)
-                          .toUtf8());
+        for (const char *dump : {"kill -9 $$", "sqlite3 $1; exit 1", "sqlite3 $1 | grep -v '(2)'"}) {
+            writeFile(tool, "#!/bin/sh\nPATH='" + path +
+                                "'\n[ $# = 1 ] || exec sqlite3 \"$@\"\nread -r line\n" +
+                                "case $line in\n.dump*) echo \"$line\" | " + dump +
+                                " ;;\n*) echo \"$line\" | sqlite3 $1 ;;\nesac\n");
             QVERIFY(QFile::setPermissions(tool, QFile::ReadOwner | QFile::ExeOwner | QFile::WriteOwner));
-            QVERIFY2(digestAfterStaging(selected).isEmpty(), qPrintable(dump));
+            qputenv("PATH", QFile::encodeName(root.path()) + "/bin:" + path);
+            const QString digest = digestAfterStaging(selected);
+            qputenv("PATH", path);
+            QVERIFY2(digest.isEmpty(), dump);
             QCOMPARE(leftInStaging(), QStringList());
-            QVERIFY2(dump.contains("grep") || digestAfterStaging(RestorableDatabase("d")).isEmpty(),
-                     qPrintable(dump));
         }
-        qputenv("PATH", path);
         QVERIFY(!digestAfterStaging(selected).isEmpty());
     }
 };

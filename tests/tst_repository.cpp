@@ -146,6 +146,20 @@ private Q_SLOTS:
         QCOMPARE(stored("there"), "content");
     }
 
+    void sourceWithinADirectory()
+    {
+        file("outside");
+        QVERIFY(QDir(local->path()).mkdir("data"));
+        QVERIFY(QFile::link("../outside", local->filePath("data/stolen")) &&
+                QFile::rename(file("f"), local->filePath("data/f")));
+        for (const char *source : {"f", "stolen", "../outside"}) {
+            const QString path = local->filePath("data/") + source;
+            any->submit({Method::Put, "e", path, local->filePath("data")}, noted(source));
+        }
+        QVERIFY(finished(*any));
+        QCOMPARE(outcomes, QStringList({"stored f", "kept stolen", "kept ../outside"}));
+    }
+
     void eachHasOneOutcomeInOrder()
     {
         QStringList expected;

@@ -118,28 +118,6 @@ private Q_SLOTS:
             QVERIFY2(!haveGroups(objects << module("late", {"a"}), computed), name);
         }
     }
-
-    void noModuleIsLostInGroups()
-    {
-        for (int seed = 0; seed < 300; ++seed) {
-            QRandomGenerator random(static_cast<quint32>(seed));
-            QList<RestorableObject> objects;
-            for (int number = 0; number < 6; ++number) {
-                QStringList dependencies;
-                for (int count = random.bounded(3); count > 0; --count) {
-                    dependencies << QString("m%1").arg(random.bounded(8));
-                }
-                objects << module(QString("m%1").arg(number), dependencies);
-            }
-            QStringList names;
-            for (const QStringList &group : computeGroups(objects)) {
-                names += group;
-            }
-            for (const RestorableObject &object : std::as_const(objects)) {
-                QVERIFY(names.contains(object.getName()));
-            }
-        }
-    }
 };
 
 QTEST_GUILESS_MAIN(tst_description)

@@ -1,7 +1,5 @@
 #include "device/scheduler/ScheduleMatcher.h"
-#include "device/scheduler/TaskStore.h"
 
-#include <QTemporaryDir>
 #include <QTest>
 
 class tst_device : public QObject
@@ -32,32 +30,6 @@ private Q_SLOTS:
             QVERIFY2(found == QDateTime::fromString(next, Qt::ISODate),
                      qPrintable(QString("%1: %2").arg(name, found.toString(Qt::ISODate))));
         }
-    }
-
-    void taskIdsAreNeverUsedAgain()
-    {
-        const QTemporaryDir directory;
-        const QString path = directory.filePath("tasks");
-        ScheduledTask task;
-        task.module = "M";
-        task.method = "m";
-        task.pattern.hours = {24, 3};
-        task.start = QDateTime::currentDateTime();
-        {
-            TaskStore store(path);
-            QVERIFY(store.load());
-            QCOMPARE(store.add(task), 1);
-            QCOMPARE(store.add(task), 2);
-            QVERIFY(store.remove(2));
-            QVERIFY(store.remove(99));
-        }
-        TaskStore store(path);
-        QVERIFY(store.load());
-        QCOMPARE(store.getTasks().size(), 1);
-        QCOMPARE(store.getTasks().first().pattern, task.pattern);
-        QCOMPARE(store.add(task), 3);
-        QVERIFY(store.removeByModule("M"));
-        QCOMPARE(store.add(task), 4);
     }
 };
 

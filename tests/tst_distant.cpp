@@ -43,20 +43,6 @@ private Q_SLOTS:
         startAfresh();
     }
 
-    void oneAtATimeInOrder()
-    {
-        for (const char *name : {"a", "b", "c"}) {
-            submit(*repository, Method::Put, name, file(name, name));
-        }
-        submit(*repository, Method::Get, "b", local->filePath("back"));
-        QCOMPARE(ask(*repository, Method::Remove, "a"), "stored");
-        QCOMPARE(server->requests, QStringList({"PUT a", "PUT b", "PUT c", "GET b", "DELETE a"}));
-        QCOMPARE(server->entries.keys(), QStringList({"b", "c"}));
-        QCOMPARE(content("back"), "b");
-        QVERIFY(!server->overlapped);
-        QCOMPARE(server->connections, 1);
-    }
-
     void failures_data()
     {
         columns<int, int, QStringList>("behaviour", "status", "expected"); // of check, put, get, remove
@@ -100,16 +86,6 @@ private Q_SLOTS:
         QCOMPARE(ask(*repository, Method::Get, "good", local->filePath("back")), "stored");
         QCOMPARE(content("back"), "content");
         QVERIFY(timer.elapsed() < 8000);
-    }
-
-    void serverThatIsGone()
-    {
-        server.reset();
-        QCOMPARE(ask(*repository, Method::Check, ""), "failed");
-        QVERIFY2(reason.endsWith(" - 1"), qPrintable(reason));
-        QCOMPARE(ask(*repository, Method::Put, "a", file("a")), "failed");
-        use("https://127.0.0.1:1/save"); // never set up
-        QCOMPARE(ask(*repository, Method::Check, ""), "failed");
     }
 
     void cancelledAtAnyMoment()
@@ -203,7 +179,7 @@ private Q_SLOTS:
         QFETCH(QString, popup);
         static const NginxServer secure("server");
         const QMap<QString, QString> urls = {{"HTTP", server->url()}, {"HTTPS", secure.url()}};
-        NginxServer::installTool(root.path(), "device.pem", "device.key", "ca.pem", status);
+        NginxServer::installTool(root.path(), {{"STATUS", status}});
         writeFile(root.filePath("data/dev_mode"), {});
         QVERIFY(developer || QFile::remove(root.filePath("data/dev_mode")));
         use(urls.value(place, place));

@@ -58,27 +58,14 @@ private Q_SLOTS:
         QFile::remove(device->path("data/dev_mode"));
         NginxServer::installTool(device->path(""));
         QVERIFY(start(server.url()));
-        QVERIFY(device->hasLogged("info VYXSaveRestore: Encrypt connection to '127.0.0.1'"));
         QVERIFY(run("startSaveOnRepository").toBool());
         QVERIFY(QFile::exists(server.store("odd++ü #1?%41.jpg")));
-        change("later");
-        QVERIFY(run("startSaveOnRepository").toBool());
-        QVERIFY(!device->hasLogged("Error while uploading files"));
-        QVERIFY(run("startSaveOnRepository").toBool());
-        QCOMPARE(device->logged("PUT '").size(), 3); // version file, modules list, checksum file
         change("damaged");
         QFile::remove(device->dataPath("A", "d.data"));
         run("startRestoreFromRepository");
-        QVERIFY(holds("later"));
-        QVERIFY(!device->hasLogged("error VYXSaveRestore: Error ["));
-
-        double lastEnd = 0;
+        QVERIFY(holds("saved"));
         for (const QString &line : server.accessLog()) {
-            const QStringList fields = line.split('\t');
-            QVERIFY2(fields.value(5).contains("device 0001"), qPrintable(line));
-            const double end = fields.at(0).toDouble();
-            QVERIFY2(end - fields.at(1).toDouble() >= lastEnd - 0.002, qPrintable(line));
-            lastEnd = end;
+            QVERIFY2(line.section('\t', 5, 5).contains("device 0001"), qPrintable(line));
         }
     }
 
@@ -86,104 +73,50 @@ private Q_SLOTS:
     {
         // what is not as it should be, in which way, and what the service says
         columns<QString, QString, QString>("different", "value", "message");
-        row("expired device", "cert", "device-expired.pem", "Invalid local certificate (");
-        row("device of the future", "cert", "device-future.pem", "Invalid local certificate (");
-        row("missing certificate", "cert", "none.pem", "Could not open Ssl Certificate (");
-        row("key of another kind", "key", "device-ec.key", "Invalid local private key");
-        row("missing key", "key", "none.key", "Could not open Ssl Certificate PKEY (");
-        row("one expired authority", "authorities", "ca-mixed.pem", "Invalid CA Certificate");
-        row("foreign device", "cert", "foreign-device.pem", "Connection to repository failed (");
+        row("expired device", "CERT", "device-expired.pem", "Invalid local certificate (");
+        row("device of the future", "CERT", "device-future.pem", "Invalid local certificate (");
+        row("missing certificate", "CERT", "none.pem", "Could not open Ssl Certificate (");
+        row("key of another kind", "CERT_PKEY", "device-ec.key", "Invalid local private key");
+        row("missing key", "CERT_PKEY", "none.key", "Could not open Ssl Certificate PKEY (");
+        row("one expired authority", "CA", "ca-mixed.pem", "Invalid CA Certificate");
         row("foreign server", "server", "server-foreign", "Request got");
         row("expired server", "server", "server-expired", "Request got");
         row("wrong name", "server", "server-wrongname", "Request got");
-        row("no trust list", "status", "NONE", "CTL is not deployed: abort backup operations.");
+        row("no trust list", "STATUS", "NONE", "CTL is not deployed: abort backup operations.");
     }
     void certificates()
     {
         QFETCH(QString, different);
         QFETCH(QString, value);
         QFETCH(QString, message);
-        const auto given = [&](const char *what, const char *usual) {
-            return different == what ? value : usual;
-        };
-        const QString server = given("server", "server");
-        const QString certificate = given("cert", "device.pem");
-        const bool foreign = certificate == "foreign-device.pem";
-        const QString key = foreign ? "foreign-device.key" : given("key", "device.key");
-        const QString authorities = given("authorities", "ca.pem");
-        const QString status = given("status", "SECURED");
-        const NginxServer nginx(server);
+        QMap<QString, QString> names = {{different, value}};
+        const NginxServer nginx(names.take("server").isEmpty() ? "server" : value);
         QVERIFY(nginx.isRunning());
         QFile::remove(device->path("data/dev_mode"));
-        NginxServer::installTool(device->path(""), certificate, key, authorities, status);
+        NginxServer::installTool(device->path(""), names);
         QVERIFY(start(nginx.url()));
         QVERIFY(!run("startSaveOnRepository").toBool());
         QVERIFY(device->wholeLog().contains(message));
         QVERIFY(QDir(nginx.store()).isEmpty());
-        QVERIFY(holds("saved"));
 
         // With everything in order, the next save sets the connection up anew.
-        if (server == "server") {
-            NginxServer::installTool(device->path(""));
-            QVERIFY(run("startSaveOnRepository").toBool() || foreign);
-        }
+        NginxServer::installTool(device->path(""));
+        QCOMPARE(run("startSaveOnRepository").toBool(), different != "server");
     }
 
-    void tools_data()
+    void toolThatDoesNotAnswer()
     {
-        columns<QString>("script");
-        row("missing", "");
-        row("fails", "exit 3");
-        row("prints a line feed", "echo SECURED");
-    }
-    void tools()
-    {
-        QFETCH(QString, script);
-        if (!script.isEmpty()) {
-            device->write("usr/bin/getVYXinfo", ("#!/bin/sh\n" + script + "\n").toUtf8());
-            QFile::setPermissions(device->path("usr/bin/getVYXinfo"), QFile::Permissions(0x7755));
-        }
         QVERIFY(start("https://127.0.0.1:1/save"));
         // The developer mode ends when the URL has been set already.
         QFile::remove(device->path("data/dev_mode"));
-        QVERIFY(!run("startSaveOnRepository").toBool());
-        QVERIFY(device->hasLogged("CTL is not deployed: abort backup operations."));
-        QCOMPARE(device->hasLogged("warning VYXSaveRestore: The question 'PKI STATUS DM' to "),
-                 script != "echo SECURED");
-    }
-
-    void everyNthRequestFails()
-    {
-        StoreServer store;
-        QVERIFY(start(store.url()));
-        QVERIFY(run("startSaveOnRepository").toBool());
-        const auto failEvery = [&](int nth, StoreServer::Behaviour failure) {
-            const qsizetype first = store.requests.size();
-            store.behaviour = [=](int number, const QString &, const QString &) {
-                return (number - first) % nth == 0 ? failure : StoreServer::Proper;
-            };
-        };
-        for (int nth = 1; nth < 40; nth += nth < 8 ? 1 : 4) {
-            const QByteArray saved = "round " + QByteArray::number(nth);
-            change(saved);
-            failEvery(nth, nth % 2 == 0 ? StoreServer::Close : StoreServer::Fail);
-            run("startSaveOnRepository");
-            QVERIFY(holds(saved));
-            store.behaviour = nullptr;
-            QVERIFY(run("startSaveOnRepository").toBool());
-            QVERIFY(store.entries.value("f") == saved);
-
-            change("damaged");
-            failEvery(nth, StoreServer::Fail);
-            run("startRestoreFromRepository");
-            store.behaviour = nullptr;
-            run("startRestoreFromRepository");
-            QVERIFY2(holds(saved), qPrintable(device->wholeLog()));
+        for (const QByteArray script : {"", "exit 3", "echo SECURED"}) { // with a line feed
+            if (!script.isEmpty()) {
+                device->write("usr/bin/getVYXinfo", "#!/bin/sh\n" + script + "\n");
+                QFile::setPermissions(device->path("usr/bin/getVYXinfo"), QFile::Permissions(0x7755));
+            }
+            QVERIFY(!run("startSaveOnRepository").toBool());
+            QVERIFY(device->hasLogged("CTL is not deployed: abort backup operations."));
         }
-        QCOMPARE(store.entries.keys(),
-                 QStringList({"A++conf++logs.tar.gz", "A++d.dump.gz", "A.cksum", "A.version", "f",
-                              "modules-list.sav", "odd++ü #1?%41.jpg"}));
-        QVERIFY(!store.overlapped);
     }
 
     void userInformationIsNotLogged()

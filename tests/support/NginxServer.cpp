@@ -59,12 +59,16 @@ QStringList NginxServer::accessLog() const
     return QString::fromUtf8(log).split('\n', Qt::SkipEmptyParts);
 }
 
-void NginxServer::installTool(const QString &deviceRoot, const QString &certificate, const QString &key,
-                              const QString &authorities, const QString &status)
+void NginxServer::installTool(const QString &deviceRoot, const QMap<QString, QString> &different)
 {
     QDir().mkpath(deviceRoot + "/usr/bin");
     QFile::copy(QString(SOURCES) + "/device/server/getVYXinfo", deviceRoot + "/usr/bin/getVYXinfo");
-    const QString configuration = QString("CERT=%1\nCERT_PKEY=%2\nCA=%3\nSTATUS=%4\n")
-                                      .arg(pki(certificate), pki(key), pki(authorities), status);
-    writeFile(deviceRoot + "/etc/VYXApplication/pki.conf", configuration.toUtf8());
+    QMap<QString, QString> names = {
+        {"CERT", "device.pem"}, {"CERT_PKEY", "device.key"}, {"CA", "ca.pem"}, {"STATUS", "SECURED"}};
+    names.insert(different);
+    QByteArray lines = "STATUS=" + names.take("STATUS").toUtf8();
+    for (const auto &[question, name] : names.asKeyValueRange()) {
+        lines += "\n" + question.toUtf8() + "=" + pki(name).toUtf8();
+    }
+    writeFile(deviceRoot + "/etc/VYXApplication/pki.conf", lines + "\n");
 }

@@ -2,6 +2,8 @@
 
 #include "tests/support/TestDevice.h"
 
+#include <QMap>
+
 /// The stand-in device's repository server: a real nginx below a temporary directory, with its own PKI.
 class NginxServer
 {
@@ -22,10 +24,9 @@ public:
 
     /// A file of the PKI that all servers of a test share, made on first use.
     static QString pki(const QString &name);
-    /// Install the stand-in for the device's tool below a device root, naming these files.
-    static void installTool(const QString &deviceRoot, const QString &certificate = "device.pem",
-                            const QString &key = "device.key", const QString &authorities = "ca.pem",
-                            const QString &status = "SECURED");
+    /// Install the stand-in for the device's tool below a device root, with these answers in place of the
+    /// usual CERT, CERT_PKEY, CA (names in the PKI) and STATUS.
+    static void installTool(const QString &deviceRoot, const QMap<QString, QString> &different = {});
 
 private:
     QTemporaryDir directory;

@@ -43,13 +43,6 @@ protected:
         return started;
     }
 
-    static void places()
-    {
-        columns<bool>("server");
-        row("server", true);
-        row("directory", false);
-    }
-
     QString url() const { return onServer ? store->url() : device->repositoryPath().chopped(1); }
 
     void forgetEvents()
@@ -121,27 +114,35 @@ protected:
 
     QStringList listedModules() const
     {
-        QStringList modules =
-            QString::fromUtf8(repository().value("modules-list.sav")).split('\n', Qt::SkipEmptyParts);
+        const QString list = QString::fromUtf8(repository().value("modules-list.sav"));
+        QStringList modules = list.split('\n', Qt::SkipEmptyParts);
         modules.sort();
         return modules;
     }
 
-    /// The digest that the repository's checksum file gives for an item; empty when there is none.
-    QString digest(const QString &module, const QString &key) const
+    /// The digest that a repository's checksum file gives for an item; empty when there is none.
+    static QString digest(const QString &module, const QString &key, const Entries &entries)
     {
-        for (const QByteArray &line : repository().value(module + ".cksum").split('\n')) {
+        for (const QByteArray &line : entries.value(module + ".cksum").split('\n')) {
             if (line.startsWith(key.toUtf8() + '\t')) {
                 return QString::fromUtf8(line.split('\t').value(1));
             }
         }
         return {};
     }
+    QString digest(const QString &module, const QString &key) const
+    {
+        return digest(module, key, repository());
+    }
+
+    static QString md5(const QByteArray &content)
+    {
+        return QString::fromLatin1(QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex());
+    }
 
     /// True when the repository holds this content of a plain file and its line says the same.
     bool holds(const QString &module, const QString &item, const QByteArray &content) const
     {
-        const QByteArray sum = QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex();
-        return repository().value(item) == content && digest(module, item) == QString::fromLatin1(sum);
+        return repository().value(item) == content && digest(module, item) == md5(content);
     }
 };

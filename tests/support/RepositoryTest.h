@@ -29,6 +29,8 @@ protected:
 
     QByteArray content(const QString &name) const { return readFile(local->filePath(name), "<none>"); }
 
+    QStringList localFiles() const { return QDir(local->path()).entryList(QDir::Files | QDir::Hidden); }
+
     /// The outcome in a word: a failure that has left the entry as it was is "kept".
     static QString word(const RequestOutcome &outcome)
     {

@@ -252,15 +252,6 @@ QStringList TestDevice::entries() const
     return QDir(repositoryPath()).entryList(QDir::Files | QDir::Hidden, QDir::Name);
 }
 
-QMap<QString, QStringList> TestDevice::savedLines(const QString &module) const
-{
-    QMap<QString, QStringList> lines;
-    for (const QString &line : QString::fromUtf8(entry(module + ".cksum")).split('\n', Qt::SkipEmptyParts)) {
-        lines.insert(line.section('\t', 0, 0), line.split('\t').mid(1));
-    }
-    return lines;
-}
-
 qint64 TestDevice::modulePid(const QString &module) const
 {
     const QVariant list = result("getModulesList", {}, "ApplicationManager");

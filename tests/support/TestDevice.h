@@ -6,7 +6,6 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCall>
-#include <QMap>
 #include <QProcess>
 #include <QTemporaryDir>
 
@@ -81,8 +80,6 @@ public:
 
     QStringList entries() const;
     QByteArray entry(const QString &name) const { return read("media/repository/" + name); }
-    /// The lines of a checksum file in the repository by their keys.
-    QMap<QString, QStringList> savedLines(const QString &module) const;
 
     /// Log lines of the service since the last mark that contain the text.
     QStringList logged(const QString &text) const { return wholeLog().mid(logMark).split('\n').filter(text); }

@@ -28,9 +28,9 @@ class tst_outcomes : public OperationTest
     }
 
     /// True when a save ran to its end although the server refused these requests.
-    bool saveWithRefusals(const QStringList &requests)
+    bool saveWithRefusals(const QStringList &requests, int status = 503)
     {
-        store->failStatus = 503;
+        store->failStatus = status;
         for (const QString &request : requests) {
             treated.insert(request, StoreServer::Fail);
         }
@@ -147,6 +147,55 @@ private Q_SLOTS:
         write("A", {"a"}, "damaged");
         restore();
         QCOMPARE(device->readData("A", "a"), "old");
+    }
+
+    /// One request is refused: everything else is completed, and the next save and restore bring all of it.
+    void requestThatIsRefused_data()
+    {
+        columns<QString, int>("request", "status");
+        row("migration program", "PUT AMigration", 413);
+        row("entry of a new name", "PUT A++x", 503);
+        row("held lines", "PUT A.cksum", 507);
+        row("modules list", "PUT modules-list.sav", 503);
+    }
+    void requestThatIsRefused()
+    {
+        QFETCH(QString, request);
+        QFETCH(int, status);
+        addFiles("A", {"x", "gone"});
+        addFiles("B", {"b"});
+        device->write("usr/lib/VYXApplication/migration/AMigration", "program");
+        QVERIFY(start() && save());
+        const Entries before = store->entries;
+        device->call("setModuleRelease", {"A", "2027", "1.0"}, "ApplicationManager");
+        device->write("usr/lib/VYXApplication/migration/AMigration", "later program");
+        device->describe("A", described({"x"}));
+        // B cannot take a name that A has in the same moment as A's lines are refused.
+        const bool held = request == "PUT A.cksum";
+        device->describe("B", described(held ? QStringList{"b"} : QStringList{"b", "x"}));
+        write("B", {"b", "x"}, "of B");
+        QVERIFY(saveWithRefusals({request}, status));
+        QVERIFY(holds("B", "b", "of B"));
+        if (held) {
+            for (const char *ofA : {"A.cksum", "x", "gone", "A.version"}) {
+                QCOMPARE(store->entries.value(ofA), before.value(ofA));
+            }
+        }
+        write("A", {"x"}, "damaged");
+        write("B", {"x"}, "damaged");
+        restore();
+        QVERIFY(QByteArrayList({"damaged", "old"}).contains(device->readData("A", "x")));
+        QVERIFY(QByteArrayList({"damaged", "of B"}).contains(device->readData("B", "x")));
+
+        write("A", {"x"}, "old");
+        write("B", {"x"}, "of B");
+        QVERIFY(save() && popUps.isEmpty());
+        QCOMPARE(store->entries.value("AMigration"), "later program");
+        QCOMPARE(store->entries.value("A.version"), "2027::1.0\n");
+        QVERIFY(!store->entries.contains("gone"));
+        write("A", {"x"}, "damaged");
+        restore();
+        QCOMPARE(device->readData("A", "x") + device->readData("B", "x"), "oldof B");
     }
 
     void whatPromisesIsSentLast()

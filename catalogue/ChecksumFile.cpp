@@ -30,7 +30,10 @@ ChecksumLine ChecksumLine::database(const QString &key, const QString &digest)
 ChecksumLines parseChecksumLines(const QByteArray &text)
 {
     ChecksumLines lines;
-    for (const QByteArray &line : text.split('\n')) {
+    for (QByteArray line : text.split('\n')) {
+        if (line.endsWith('\r')) {
+            line.chop(1);
+        }
         const QStringList fields = QString::fromUtf8(line).split('\t');
         if (fields.size() < 2) {
             break;

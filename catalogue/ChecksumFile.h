@@ -36,7 +36,7 @@ private:
 
 using ChecksumLines = QList<ChecksumLine>;
 
-/// The lines up to the first that has fewer than two fields. Nothing when the file cannot be opened or has
+/// The lines up to the first that has fewer than two fields; they end with a line feed, or with CR LF. Nothing when the file cannot be opened or has
 /// more than 64 MiB.
 std::optional<ChecksumLines> readChecksumFile(const QString &path);
 

@@ -153,7 +153,9 @@ void LocalRepository::startGet()
         finish({RequestOutcome::Absent, {}});
         return;
     }
-    if (!source.openRegular(entryPath()) || !download.open(underWay.path)) {
+    // An entry that is a link may not lead out of the directory.
+    const QString place = QDir(directory).canonicalPath();
+    if (!source.openRegular(place + "/" + underWay.entry, place) || !download.open(underWay.path)) {
         endGet(false);
         return;
     }

@@ -129,6 +129,7 @@ private Q_SLOTS:
         QCOMPARE(lines("a\t1\nb\nc\t3\n").size(), 1);
         QCOMPARE(lines("a\t1\n\nc\t3\n").size(), 1);
         QCOMPARE(lines("a\t\tfile\thigh\nb\t2").size(), 2);
+        QCOMPARE(lines("a\t1\tfile\thigh\r\n").first().priority(), "high");
     }
 
     void comparison()

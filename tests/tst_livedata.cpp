@@ -62,15 +62,12 @@ class tst_livedata : public QObject
         return QString::fromUtf8(TestDevice::shell(find)).split('\n', Qt::SkipEmptyParts);
     }
 
-    /// Run a step in a process of its own that dies in its middle, as a service that is killed.
-    static void killed(const std::function<void()> &step)
+    /// Write "name=content" files below a prefix.
+    void writeAll(const QString &prefix, const QStringList &files) const
     {
-        const pid_t child = fork();
-        if (child == 0) {
-            step();
-            _exit(0);
+        for (const QString &file : files) {
+            write(prefix + file.section('=', 0, 0), file.section('=', 1).toUtf8());
         }
-        waitpid(child, nullptr, 0);
     }
 
 private Q_SLOTS:
@@ -90,8 +87,7 @@ private Q_SLOTS:
     void unfinishedReplacement()
     {
         QFETCH(bool, dies);
-        write("f", "old");
-        write("tree/x", "old x");
+        writeAll("", {"f=old", "tree/x=old x"});
         const QStringList before = everything();
         const auto steps = [&](bool finish) {
             std::vector<Replacement *> all; // a process that is killed destroys nothing
@@ -107,7 +103,12 @@ private Q_SLOTS:
             }
         };
         if (dies) {
-            killed([&] { steps(false); });
+            const pid_t child = fork();
+            if (child == 0) {
+                steps(false);
+                _exit(0); // as a service that is killed
+            }
+            waitpid(child, nullptr, 0);
             QVERIFY(everything().join(' ').contains(".saverestore-"));
             LiveData::recoverAll(DevicePaths::dataRoot());
             QDir(live("new")).removeRecursively();
@@ -133,21 +134,15 @@ private Q_SLOTS:
         QFETCH(QStringList, aside);
         QFETCH(QStringList, place);
         QFETCH(QByteArray, log);
-        write(".saverestore-aside.d.data/.database", {});
-        write(".saverestore-new.x/y", "never finished");
-        write(".saverestore-old.x/y", "done with");
+        writeAll(".saverestore-", {"aside.d.data/.database", "new.x/y=never finished", "old.x/y=done with"});
         // Planted: what they stand for is the module, its neighbours, or the directory itself.
         const QStringList planted = {".saverestore-aside.", ".saverestore-aside..", ".saverestore-aside..."};
         for (const QString &name : planted) {
             write(name + "/x", "planted");
         }
         writeFile(live("../other/f"), "other");
-        for (const QString &file : aside) {
-            write(".saverestore-aside.d.data/" + file.section('=', 0, 0), file.section('=', 1).toUtf8());
-        }
-        for (const QString &file : place) {
-            write(file.section('=', 0, 0), file.section('=', 1).toUtf8());
-        }
+        writeAll(".saverestore-aside.d.data/", aside);
+        writeAll("", place);
         LiveData::recoverAll(DevicePaths::dataRoot());
         QCOMPARE(content("d.data"), "old");
         QCOMPARE(content("d.data-wal"), log);
@@ -248,9 +243,7 @@ private Q_SLOTS:
         QFETCH(QString, make);
         QFETCH(QString, shows);
         const bool refused = !shows.startsWith('[');
-        write("d/f", "old");
-        write("d/added", "since");
-        write("d/sub/x", "y");
+        writeAll("d/", {"f=old", "added=since", "sub/x=y"});
         writeFile(root.filePath("outside/v"), "victim");
         QVERIFY(symlink(qPrintable(root.filePath("outside")), qPrintable(live("d/out"))) == 0);
         const QTemporaryDir place;

@@ -36,8 +36,8 @@ private:
 
 using ChecksumLines = QList<ChecksumLine>;
 
-/// The lines up to the first that has fewer than two fields; they end with a line feed, or with CR LF. Nothing when the file cannot be opened or has
-/// more than 64 MiB.
+/// The lines up to the first that has fewer than two fields; they end with a line feed, or with CR LF.
+/// Nothing when the file cannot be opened or has more than 64 MiB.
 std::optional<ChecksumLines> readChecksumFile(const QString &path);
 
 /// The lines that a text holds, by the same rule.

@@ -40,7 +40,7 @@ Beneath::Opened opened(int number)
 QByteArray canonical(const QByteArray &path)
 {
     const std::unique_ptr<char, decltype(&std::free)> found(realpath(path.constData(), nullptr), &std::free);
-    return QByteArray(found.get());
+    return {found.get()};
 }
 
 } // namespace

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr size_t blockSize = 64 * 1024;
+constexpr size_t blockSize = size_t{64} * 1024;
 
 /// A name of an archive in the archive's own bytes, or in UTF-8 when it is told in that only.
 QByteArray nameOf(const char *bytes, const char *utf8)

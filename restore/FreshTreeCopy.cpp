@@ -21,7 +21,7 @@ using namespace TreeAccess;
 
 namespace {
 
-constexpr size_t portion = 256 * 1024;
+constexpr size_t portion = size_t{256} * 1024;
 constexpr qsizetype namedAtMost = 20;
 
 FileMetadata metadataOf(const struct stat &status)

@@ -62,7 +62,7 @@ void FileStaging::stageFile(const RestorableFile &item)
 /// Empty when the digest cannot be taken, as of a descriptor that is not open.
 QString FileStaging::digestOf(const Descriptor &file, const QString &shown)
 {
-    const QString digest = fileDigest(waiter, file);
+    QString digest = fileDigest(waiter, file);
     if (digest.isEmpty()) {
         reportStagingError(QString("the digest of '%1'").arg(shown));
     } else {

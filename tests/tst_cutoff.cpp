@@ -18,38 +18,24 @@
 namespace {
 
 /// A directory that can be reached for a number of requests only.
-class FailingRepository : public Repository
+class FailingRepository : public LocalRepository
 {
 public:
-    explicit FailingRepository(const QString &directory)
-        : Repository(LocalRepositoryType), directory(directory)
-    {
-    }
-    ~FailingRepository() override { cancelRequests(noLongerInUse()); }
-
-    QString getRepositoryUrl() const override { return directory.getRepositoryUrl(); }
-    int limit = INT_MAX;
+    FailingRepository(const QString &directory, int limit) : LocalRepository(directory), limit(limit) {}
     int count = 0;
 
 protected:
     void start(const RepositoryRequest &request) override
     {
         if (++count > limit) {
-            finish({RequestOutcome::Failed, "cut off"});
-            return;
+            return finish({RequestOutcome::Failed, "cut off"});
         }
-        directory.submit(request, [this](const RequestOutcome &outcome) { finish(outcome); });
+        LocalRepository::start(request);
     }
-    void abort() override { directory.cancelRequests(noLongerInUse()); }
 
 private:
-    LocalRepository directory;
+    const int limit;
 };
-
-QByteArray digestOf(const QByteArray &content)
-{
-    return QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex();
-}
 
 } // namespace
 
@@ -63,11 +49,9 @@ class tst_cutoff : public QObject
     QTemporaryDir root;
     TestMiddleware middleware;
     std::unique_ptr<StoreServer> store;
-    std::shared_ptr<Repository> repository;
 
     QString live(const QString &item = {}) const { return root.path() + "/data/VYXApplication/" + item; }
     QString entryPath(const QString &entry = {}) const { return root.path() + "/repository/" + entry; }
-    QString programPath() const { return DevicePaths::migrationProgram("A"); }
 
     static Files filesBelow(const QString &directory)
     {
@@ -92,36 +76,31 @@ class tst_cutoff : public QObject
     Files entries() const { return store ? store->entries : filesBelow(entryPath()); }
     void setEntries(const Files &entries) const
     {
-        if (store) {
-            store->entries = entries;
-        } else {
-            putFiles(entryPath(), entries);
+        if (!store) {
+            return putFiles(entryPath(), entries);
         }
-    }
-
-    void describe(const QString &module, const QString &items) const
-    {
-        writeFile(DevicePaths::restorableDescription(module),
-                  "<restorable>" + items.toUtf8() + "</restorable>");
+        store->entries = entries;
     }
 
     /// Describe the modules and write their data as they were, or as they are to be saved.
     void setDevice(bool changed)
     {
-        QDir(root.path() + "/data/VYXApplication").removeRecursively();
-        QDir(root.path() + "/etc").removeRecursively();
+        TestDevice::shell("cd " + root.path() + "; rm -rf data/VYXApplication etc");
         const QByteArray content = changed ? "new" : "old";
+        const char *const last = changed ? "D" : "C";
+        const QMap<QString, QByteArray> items = {
+            {"A", "<databases><database name='d'/></databases><files><file zip='true'>z</file>"
+                  "<file>stays</file>" +
+                      QByteArray(changed ? "<file>appears" : "<file>goes</file><file>removed")},
+            {"B", "<files><file>goes</file><file priority='low'>appears"},
+            {last, "<files><file>B/goes</file><file>own"}};
         ListApplicationConfig modules;
-        for (const QString &module : changed ? QStringList{"A", "B", "D"} : QStringList{"A", "B", "C"}) {
+        for (const QString &module : items.keys()) {
             modules << ApplicationConfig(module, "", changed ? "2.0" : "1.0", "2026", "STARTED");
+            writeFile(DevicePaths::restorableDescription(module),
+                      "<restorable>" + items[module] + "</file></files></restorable>");
         }
         middleware.results["ApplicationManager.getModulesList"].value = QVariant::fromValue(modules);
-        const QString appears = changed ? "<file>appears</file>" : "<file>goes</file><file>removed</file>";
-        describe("A", "<databases><database name='d'/></databases><files><file zip='true'>z</file>"
-                      "<file>stays</file>" +
-                          appears + "</files>");
-        describe("B", "<files><file>goes</file><file priority='low'>appears</file></files>");
-        describe(changed ? "D" : "C", "<files><file>B/goes</file><file>own</file></files>");
         for (const char *item : {"A/z/f", "A/appears", "A/goes", "A/removed", "B/appears", "C/B/goes",
                                  "C/own", "D/B/goes", "D/own"}) {
             writeFile(live(item), item + content);
@@ -130,51 +109,54 @@ class tst_cutoff : public QObject
             writeFile(live(item), item);
         }
         TestDevice::sqlOnFile(live("A/d.data"), "CREATE TABLE t(v); INSERT INTO t VALUES('" + content + "')");
-        writeFile(programPath(), content);
+        writeFile(DevicePaths::migrationProgram("A"), content);
     }
 
     /// Run an operation whose repository is reached for that many requests; the number that it made.
-    template <typename Operation> int run(void (*start)(Operation &), int limit = INT_MAX)
+    template <typename Operation, auto Start> int run(int limit)
     {
+        const auto directory = std::make_shared<FailingRepository>(entryPath(), limit);
+        std::shared_ptr<Repository> repository = directory;
         if (store) {
             store->requests.clear();
             store->behaviour = [limit](int number, const QString &, const QString &) {
                 return number > limit ? StoreServer::Close : StoreServer::Proper;
             };
             repository = std::make_shared<DistantRepository>(store->url());
-        } else {
-            const auto failing = std::make_shared<FailingRepository>(entryPath());
-            failing->limit = limit;
-            repository = failing;
         }
         middleware.popups.clear();
         Waiter waiter;
         KnownModules modules(middleware);
         PauseKeeper pauses(middleware);
         Operation operation({middleware, waiter, modules, pauses, true, {}, repository});
-        start(operation);
-        return store ? int(store->requests.size()) : static_cast<FailingRepository &>(*repository).count;
+        (operation.*Start)();
+        return store ? int(store->requests.size()) : directory->count;
     }
-    int save(int limit = INT_MAX)
-    {
-        return run<SaveOperation>([](SaveOperation &operation) { operation.startSaveOnRepository(); }, limit);
-    }
+    int save(int limit = INT_MAX) { return run<SaveOperation, &SaveOperation::startSaveOnRepository>(limit); }
     int restore(int limit = INT_MAX)
     {
-        return run<RestoreOperation>(
-            [](RestoreOperation &operation) { operation.startRestoreFromRepository(); }, limit);
+        return run<RestoreOperation, &RestoreOperation::startRestoreFromRepository>(limit);
     }
 
-    /// What the entry of an item holds, in the form of which its line has the digest; of a dump its rows.
-    static QByteArray unpacked(const QByteArray &entry, const QString &kind)
+    static QByteArray rows(const QByteArray &database)
     {
         const QTemporaryDir place;
-        writeFile(place.filePath("e.gz"), entry);
-        return TestDevice::shell("zcat " + place.filePath("e.gz") +
-                                 (kind == "database"
-                                      ? " | sqlite3 -bail " + place.filePath("d") + " && sqlite3 " +
-                                            place.filePath("d") + " 'SELECT v FROM t'"
-                                      : ""));
+        writeFile(place.filePath("d"), database);
+        return TestDevice::sqlOnFile(place.filePath("d"), "SELECT v FROM t");
+    }
+
+    /// Whether an entry holds what its line promises, or, of a dump, rows that were saved.
+    static bool isTrue(const ChecksumLine &line, QByteArray content)
+    {
+        const QTemporaryDir place;
+        const bool dump = line.kind() == "database";
+        if (!line.isPlainFile()) {
+            writeFile(place.filePath("e"), content);
+            content = TestDevice::shell("cd " + place.path() + "; zcat < e" +
+                                        (dump ? " | sqlite3 -bail d && sqlite3 d 'SELECT v FROM t'" : ""));
+        }
+        const QByteArray digest = QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex();
+        return dump ? content == "old\n" || content == "new\n" : digest == line.digest().toUtf8();
     }
 
     /// The first line of a listed module on this device whose entry does not hold what it promises.
@@ -191,10 +173,7 @@ class tst_cutoff : public QObject
             for (const ChecksumLine &line :
                  KnownModules::isInstalled(module.key()) ? *module : ChecksumLines()) {
                 const QByteArray entry = held[names.entry(module.key(), line).text()];
-                const QByteArray content = line.isPlainFile() ? entry : unpacked(entry, line.kind());
-                const bool right = line.kind() == "database" ? content == "old\n" || content == "new\n"
-                                                             : digestOf(content) == line.digest().toUtf8();
-                if (!line.digest().isEmpty() && !right) {
+                if (!line.digest().isEmpty() && !isTrue(line, entry)) {
                     return module.key() + ":" + line.key();
                 }
             }
@@ -202,11 +181,10 @@ class tst_cutoff : public QObject
         return {};
     }
 
-    static QByteArray rows(const QByteArray &database)
+    static Files uncompressed(Files entries)
     {
-        const QTemporaryDir place;
-        writeFile(place.filePath("d"), database);
-        return TestDevice::sqlOnFile(place.filePath("d"), "SELECT v FROM t");
+        entries.removeIf([](const auto &entry) { return entry.key().endsWith(".gz"); });
+        return entries;
     }
 
 private Q_SLOTS:
@@ -216,8 +194,7 @@ private Q_SLOTS:
         qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());
         writeFile(root.path() + "/data/dev_mode", {});
         store = server ? std::make_unique<StoreServer>() : nullptr;
-        QDir(entryPath()).removeRecursively();
-        QDir().mkpath(entryPath());
+        putFiles(entryPath(), {});
     }
 
     void saves_data()
@@ -241,19 +218,16 @@ private Q_SLOTS:
         for (int limit = 0; limit < requests; ++limit) {
             setEntries(before);
             save(limit);
-            QCOMPARE(QString("%1: %2").arg(limit).arg(untrueLine()), QString("%1: ").arg(limit));
+            const QString place = QString("after %1: ").arg(limit);
+            QCOMPARE(place + untrueLine(), place);
             QVERIFY(!middleware.popups.isEmpty());
             save();
             QCOMPARE(middleware.popups, QStringList());
             QCOMPARE(entries().keys(), wanted.keys());
-            QCOMPARE(QString("%1, then: %2").arg(limit).arg(untrueLine()), QString("%1, then: ").arg(limit));
-            for (const QString &entry : wanted.keys()) {
-                QVERIFY2(entry.endsWith(".gz") || entries()[entry] == wanted[entry],
-                         qPrintable(QString("%1 after %2").arg(entry).arg(limit)));
-            }
+            QCOMPARE(place + untrueLine(), place);
+            QVERIFY2(uncompressed(entries()) == uncompressed(wanted), qPrintable(place));
             QVERIFY(filesBelow(live()) == data);
         }
-        qInfo("%d points", requests);
     }
 
     void restores_data() { saves_data(); }
@@ -264,36 +238,35 @@ private Q_SLOTS:
         setDevice(true);
         save();
         const Files kept = entries();
-        const Files saved = filesBelow(live());
+        Files saved = filesBelow(live());
         Files damaged = saved;
         for (const char *file : {"A/stays", "A/z/f", "B/goes", "D/own"}) {
             damaged[file] = "damaged";
         }
         damaged.remove("B/appears");
-        damaged["A/d.data"] = readFile(live("A/d.data")).replace("new", "xxx");
-        int requests = 1;
-        for (int limit = -1; limit < requests; ++limit) {
+        damaged["A/d.data"].replace("new", "xxx");
+        Files before = damaged;
+        before["A/d.data"] = "xxx\n";
+        saved["A/d.data"] = "new\n";
+        const auto found = [this] {
+            Files files = filesBelow(live());
+            files["A/d.data"] = rows(files["A/d.data"]);
+            return files;
+        };
+        for (int limit = 0, requests = 1; requests > limit; ++limit) {
             putFiles(live(), damaged);
-            const int made = restore(limit < 0 ? INT_MAX : limit);
-            requests = limit < 0 ? made : requests;
-            const Files now = filesBelow(live());
+            requests = restore(limit);
+            const Files now = found();
             for (const QString &file : saved.keys()) {
-                const bool lost = file.endsWith(".data")
-                                      ? rows(now[file]) != "new\n" && rows(now[file]) != "xxx\n"
-                                      : now.value(file, "none") != saved[file] &&
-                                            now.value(file, "none") != damaged.value(file, "none");
-                QVERIFY2(!lost, qPrintable(QString("%1 after %2").arg(file).arg(limit)));
+                const QByteArray content = now.value(file, "none");
+                QVERIFY2(content == saved[file] || content == before.value(file, "none"),
+                         qPrintable(QString("%1 after %2").arg(file).arg(limit)));
             }
             QVERIFY(entries() == kept);
             restore();
             QCOMPARE(middleware.popups, QStringList());
-            Files restored = filesBelow(live());
-            QCOMPARE(rows(restored.take("A/d.data")), "new\n");
-            Files expected = saved;
-            expected.remove("A/d.data");
-            QVERIFY(restored == expected);
+            QVERIFY(found() == saved);
         }
-        qInfo("%d points", requests);
     }
 };
 

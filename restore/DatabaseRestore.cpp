@@ -136,13 +136,24 @@ QString DatabaseRestore::prepare(Waiter &waiter)
     if (!replacement.prepare()) {
         return QString("There is no place for a database beside '%1'").arg(livePath);
     }
-    const QString fault = load(waiter, replacement.path());
-    return fault.isEmpty() ? faultOfLoaded(waiter) : fault;
+    QString fault = load(waiter, replacement.path());
+    if (fault.isEmpty()) {
+        fault = faultOfLoaded(waiter);
+    }
+    if (!fault.isEmpty()) {
+        replacement.discard(waiter);
+    }
+    return fault;
 }
 
 QString DatabaseRestore::apply(Waiter &waiter)
 {
-    return partial ? mergeRows(waiter) : replaceWhole(waiter);
+    if (partial) {
+        return mergeRows(waiter);
+    }
+    QString fault = replaceWhole(waiter);
+    replacement.discard(waiter);
+    return fault;
 }
 
 /// The shell's own commands in a dump must not run: they could do anything on the device. A tenth of what is

@@ -49,7 +49,7 @@ public:
     /// a directory comes with its own. False, with the old content still there, when it could not be done.
     bool replace(Waiter &waiter);
 
-    /// Remove the new content with events served, as the destructor does without.
+    /// Remove the new content with events served, as the destructor does without: a large one takes its time.
     void discard(Waiter &waiter);
 
     /// The same for a SQLite database, whose side files go with it. A directory is not replaced.

@@ -101,7 +101,7 @@ void ArchiveRestore::build(const QString &path, const QString &above, const File
 /// Have each member looked at that is good; throws when one is not, or the whole.
 void ArchiveRestore::read(const Visit &visit)
 {
-    ArchiveReader reader(file.get(), room, waiter);
+    ArchiveReader reader(file.number(), room, waiter);
     quint64 members = 0;
     quint64 declared = 0;
     while (auto member = reader.next()) {
@@ -175,9 +175,9 @@ void ArchiveRestore::unpackFile(FreshTree &tree, ArchiveReader &reader, const Ar
         if (block->offset > member.size || block->size > member.size - block->offset) {
             throw ArchiveFault{ArchiveFault::Kind::Broken};
         }
-        FreshTree::write(made.get(), block->bytes, block->size, block->offset);
+        FreshTree::write(made.number(), block->bytes, block->size, block->offset);
     }
-    tree.finishFile(made.get(), member.size,
+    tree.finishFile(made.number(), member.size,
                     {owner.user, owner.group, member.mode & fileModes, member.modified});
 }
 

@@ -73,20 +73,21 @@ void FreshTree::applyToLink(int parent, const QByteArray &name, const FileMetada
 Descriptor FreshTree::openParent(const QByteArray &path)
 {
     look();
-    Descriptor directory(openat(root.get(), ".", directoryFlags));
+    Descriptor directory(openat(root.number(), ".", directoryFlags));
     QList<QByteArray> parts = path.split('/');
     parts.removeLast();
     for (const QByteArray &part : std::as_const(parts)) {
-        int next = openat(directory.get(), part.constData(), directoryFlags);
+        int next = openat(directory.number(), part.constData(), directoryFlags);
         if (next < 0 && errno == ENOENT) {
-            makeDirectoryIn(directory.get(), part, usual);
-            next = openat(directory.get(), part.constData(), directoryFlags);
+            makeDirectoryIn(directory.number(), part, usual);
+            next = openat(directory.number(), part.constData(), directoryFlags);
         }
         if (next < 0) {
             const int error = errno;
             struct stat status = {};
-            const bool link = fstatat(directory.get(), part.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-                              S_ISLNK(status.st_mode);
+            const bool link =
+                fstatat(directory.number(), part.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                S_ISLNK(status.st_mode);
             throw link ? ArchiveFault{ArchiveFault::Kind::LeadsOut}
                        : ArchiveFault{ArchiveFault::Kind::System, error};
         }
@@ -102,7 +103,7 @@ void FreshTree::makeDirectoryIn(int parent, const QByteArray &name, const FileMe
     }
     const Change change(parent);
     require(mkdirat(parent, name.constData(), S_IRWXU) == 0);
-    apply(Descriptor(openat(parent, name.constData(), directoryFlags)).get(), metadata);
+    apply(Descriptor(openat(parent, name.constData(), directoryFlags)).number(), metadata);
 }
 
 /// Remove what has a name in an open directory, if anything has.
@@ -135,23 +136,23 @@ void FreshTree::makeDirectory(const QByteArray &path, const FileMetadata &metada
     }
     const Descriptor parent = openParent(path);
     const QByteArray name = lastOf(path);
-    const Descriptor there(openat(parent.get(), name.constData(), directoryFlags));
+    const Descriptor there(openat(parent.number(), name.constData(), directoryFlags));
     if (there.isOpen()) {
-        apply(there.get(), metadata);
+        apply(there.number(), metadata);
         return;
     }
-    const Change change(parent.get());
-    removeIn(parent.get(), name);
-    makeDirectoryIn(parent.get(), name, metadata);
+    const Change change(parent.number());
+    removeIn(parent.number(), name);
+    makeDirectoryIn(parent.number(), name, metadata);
 }
 
 Descriptor FreshTree::makeFile(const QByteArray &path)
 {
     const Descriptor parent = openParent(path);
     const QByteArray name = lastOf(path);
-    const Change change(parent.get());
-    removeIn(parent.get(), name);
-    Descriptor file(openat(parent.get(), name.constData(), newFileFlags, S_IRUSR | S_IWUSR));
+    const Change change(parent.number());
+    removeIn(parent.number(), name);
+    Descriptor file(openat(parent.number(), name.constData(), newFileFlags, S_IRUSR | S_IWUSR));
     require(file.isOpen());
     return file;
 }
@@ -177,19 +178,20 @@ void FreshTree::makeLink(const QByteArray &path, const QByteArray &target, const
 {
     const Descriptor parent = openParent(path);
     const QByteArray name = lastOf(path);
-    const Change change(parent.get());
-    removeIn(parent.get(), name);
-    require(symlinkat(target.constData(), parent.get(), name.constData()) == 0);
-    applyToLink(parent.get(), name, metadata);
+    const Change change(parent.number());
+    removeIn(parent.number(), name);
+    require(symlinkat(target.constData(), parent.number(), name.constData()) == 0);
+    applyToLink(parent.number(), name, metadata);
 }
 
 bool FreshTree::makeHardLink(const QByteArray &path, const QByteArray &target)
 {
     const Descriptor first =
-        openBelow(root.get(), target.left(std::max<qsizetype>(target.lastIndexOf('/'), 0)));
+        openBelow(root.number(), target.left(std::max<qsizetype>(target.lastIndexOf('/'), 0)));
     const QByteArray firstName = lastOf(target);
     struct stat status = {};
-    if (!first.isOpen() || fstatat(first.get(), firstName.constData(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+    if (!first.isOpen() ||
+        fstatat(first.number(), firstName.constData(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
         !S_ISREG(status.st_mode)) {
         return false;
     }
@@ -198,13 +200,13 @@ bool FreshTree::makeHardLink(const QByteArray &path, const QByteArray &target)
     }
     const Descriptor parent = openParent(path);
     const QByteArray name = lastOf(path);
-    const Change change(parent.get());
-    removeIn(parent.get(), name);
-    require(linkat(first.get(), firstName.constData(), parent.get(), name.constData(), 0) == 0);
+    const Change change(parent.number());
+    removeIn(parent.number(), name);
+    require(linkat(first.number(), firstName.constData(), parent.number(), name.constData(), 0) == 0);
     return true;
 }
 
 void FreshTree::finish()
 {
-    apply(root.get(), ofRoot);
+    apply(root.number(), ofRoot);
 }

@@ -35,11 +35,11 @@ void FreshTree::copy(const QString &directory)
 {
     const Descriptor live(open(QFile::encodeName(directory).constData(), directoryFlags));
     struct stat status = {};
-    require(live.isOpen() && fstat(live.get(), &status) == 0);
+    require(live.isOpen() && fstat(live.number(), &status) == 0);
     ofRoot = metadataOf(status);
     QList<QByteArray> pending = {QByteArray()};
     while (!pending.isEmpty()) {
-        copyDirectory(live.get(), pending.takeLast(), pending);
+        copyDirectory(live.number(), pending.takeLast(), pending);
     }
 }
 
@@ -49,11 +49,11 @@ void FreshTree::copyDirectory(int live, const QByteArray &path, QList<QByteArray
     if (!listed.isOpen() && errno == ENOENT) {
         return; // Gone meanwhile.
     }
-    const Descriptor target = openBelow(root.get(), path);
+    const Descriptor target = openBelow(root.number(), path);
     require(listed.isOpen() && target.isOpen());
-    const Change change(target.get());
-    const std::unique_ptr<DIR, int (*)(DIR *)> entries(fdopendir(openat(listed.get(), ".", directoryFlags)),
-                                                       closedir);
+    const Change change(target.number());
+    const std::unique_ptr<DIR, int (*)(DIR *)> entries(
+        fdopendir(openat(listed.number(), ".", directoryFlags)), closedir);
     require(entries != nullptr);
     errno = 0;
     while (const dirent *entry = readdir(entries.get())) {
@@ -63,7 +63,7 @@ void FreshTree::copyDirectory(int live, const QByteArray &path, QList<QByteArray
             continue;
         }
         const QByteArray whole = path.isEmpty() ? name : path + '/' + name;
-        if (copyEntry(listed.get(), target.get(), name)) {
+        if (copyEntry(listed.number(), target.number(), name)) {
             pending << whole;
         } else if (errno == ENOTSUP && leftOut.size() < namedAtMost) {
             leftOut << QFile::decodeName(whole);
@@ -89,7 +89,7 @@ bool FreshTree::copyEntry(int source, int target, const QByteArray &name)
         break;
     case S_IFDIR:
         require(mkdirat(target, name.constData(), S_IRWXU) == 0);
-        apply(Descriptor(openat(target, name.constData(), directoryFlags)).get(), metadataOf(status));
+        apply(Descriptor(openat(target, name.constData(), directoryFlags)).number(), metadataOf(status));
         return true;
     case S_IFLNK: {
         std::array<char, PATH_MAX> text = {};
@@ -115,13 +115,13 @@ void FreshTree::copyFile(int source, int target, const QByteArray &name)
         return; // Gone meanwhile.
     }
     struct stat status = {};
-    require(from.isOpen() && fstat(from.get(), &status) == 0);
+    require(from.isOpen() && fstat(from.number(), &status) == 0);
     const Descriptor to(openat(target, name.constData(), newFileFlags, S_IRUSR | S_IWUSR));
     require(to.isOpen());
-    if (ioctl(to.get(), FICLONE, from.get()) != 0) {
-        copyContent(from.get(), to.get(), status.st_size);
+    if (ioctl(to.number(), FICLONE, from.number()) != 0) {
+        copyContent(from.number(), to.number(), status.st_size);
     }
-    apply(to.get(), metadataOf(status));
+    apply(to.number(), metadataOf(status));
 }
 
 /// Holes stay holes where the file system tells where they are.

@@ -1,6 +1,5 @@
 #include "restore/ItemRestorer.h"
 
-#include "commands/Command.h"
 #include "commands/Digest.h"
 #include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"

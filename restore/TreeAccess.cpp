@@ -22,7 +22,7 @@ Descriptor openBelow(int root, const QByteArray &path)
     Descriptor directory(openat(root, ".", directoryFlags));
     for (const QByteArray &part : path.split('/')) {
         if (!part.isEmpty() && directory.isOpen()) {
-            directory = Descriptor(openat(directory.get(), part.constData(), directoryFlags));
+            directory = Descriptor(openat(directory.number(), part.constData(), directoryFlags));
         }
     }
     return directory;

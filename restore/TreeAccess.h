@@ -1,7 +1,7 @@
 #pragma once
 
+#include "platform/Descriptor.h"
 #include "restore/ArchiveFault.h"
-#include "restore/Descriptor.h"
 
 #include <QByteArray>
 #include <QString>

@@ -26,11 +26,6 @@ QString quoted(const QString &value)
     return ordinary.match(value).hasMatch() ? value : singleQuoted(value);
 }
 
-QString printCommand(const QString &value)
-{
-    return (echoWouldChange(value) ? QString("printf '%s\\n' ") : QString("echo ")) + quoted(value);
-}
-
 QString printQuotedCommand(const QString &value)
 {
     return (echoWouldChange(value) ? QString("printf '%s\\n' ") : QString("echo ")) + singleQuoted(value);

@@ -13,11 +13,8 @@ QString quoted(const QString &value);
 /// The value in single quotes, whatever it holds.
 QString singleQuoted(const QString &value);
 
-/// A command that prints the value and a line feed: `echo`, or `printf '%s\n'` for a value that an echo would
-/// change.
-QString printCommand(const QString &value);
-
-/// The same with the value always in single quotes.
+/// A command that prints the value, in single quotes, and a line feed: `echo`, or `printf '%s\n'` for a value
+/// that an echo would change.
 QString printQuotedCommand(const QString &value);
 
 /// Program and arguments as one line for a log.

@@ -1,14 +1,8 @@
 #include "catalogue/ItemNames.h"
 
-#include <QHash>
+#include <QStringList>
 
 #include <algorithm>
-
-namespace {
-
-const QString separator = "++";
-
-} // namespace
 
 namespace ItemNames {
 
@@ -54,12 +48,12 @@ QString normalizedItemPath(const QString &path)
 
 QString flattened(const QString &path)
 {
-    return QString(path).replace("/", separator);
+    return QString(path).replace("/", "++");
 }
 
-bool isAmbiguous(const QString &path)
+QString escaped(const QString &path)
 {
-    return path.contains(separator);
+    return flattened(QString(path).replace("%", "%25").replace("+", "%2B"));
 }
 
 QString modulesListName()
@@ -80,39 +74,6 @@ QString checksumFileName(const QString &module)
 QString migrationProgramName(const QString &module)
 {
     return module + "Migration";
-}
-
-PlainFileEntries::PlainFileEntries(const QMap<QString, QStringList> &keysByModule,
-                                   const QSet<QString> &reserved)
-{
-    bool changed = true;
-    while (changed) {
-        changed = false;
-        QHash<QString, QSet<Item>> claims;
-        for (auto module = keysByModule.cbegin(); module != keysByModule.cend(); ++module) {
-            for (const QString &key : module.value()) {
-                claims[entry(module.key(), key).text()].insert({module.key(), key});
-            }
-        }
-        for (auto claim = claims.cbegin(); claim != claims.cend(); ++claim) {
-            if (claim.value().size() < 2 && !reserved.contains(claim.key())) {
-                continue;
-            }
-            const qsizetype before = qualified.size();
-            qualified.unite(claim.value());
-            changed = changed || qualified.size() != before;
-        }
-    }
-}
-
-EntryName PlainFileEntries::entry(const QString &module, const QString &key) const
-{
-    const QString directory = key.contains('/') ? flattened(key.section('/', 0, -2)) : QString();
-    const QString name = key.section('/', -1);
-    if (!qualified.contains({module, key})) {
-        return {directory, name};
-    }
-    return {directory.isEmpty() ? module : module + separator + directory, name};
 }
 
 } // namespace ItemNames

@@ -52,22 +52,34 @@ QString SavedItem::key() const
     return path;
 }
 
-QString SavedItem::artefact() const
+QString SavedItem::entrySuffix() const
 {
     switch (kind) {
     case DatabaseItem:
-        return ItemNames::flattened(module + "/" + path) + ".dump.gz";
+        return ".dump.gz";
     case DirectoryItem:
-        return ItemNames::flattened(module + "/" + path) + archiveSuffix + ".gz";
+        return archiveSuffix + ".gz";
     case FileItem:
         break;
     }
     return {};
 }
 
+QStringList SavedItem::entryNames() const
+{
+    const QString ofModule = module + "/" + path;
+    QStringList names;
+    if (kind == FileItem) {
+        names << ItemNames::flattened(path);
+    }
+    names << ItemNames::flattened(ofModule) + entrySuffix()
+          << ItemNames::escaped(ofModule) + "%" + entrySuffix();
+    return names;
+}
+
 QString SavedItem::stagedPath() const
 {
-    return DevicePaths::staged(module + "/" + artefact());
+    return DevicePaths::staged(module + "/" + ItemNames::escaped(module + "/" + path) + entrySuffix());
 }
 
 QString SavedItem::livePath() const

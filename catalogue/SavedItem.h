@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -10,11 +10,13 @@ enum RestorableItemKind { FileItem = 0, DirectoryItem = 1, DatabaseItem = 2 };
 
 /// One thing that the repository holds of a module, and the names under which it is known. A plain value.
 ///
-/// | item                     | path | key in the checksum file | artefact and entry     | live path |
-/// |--------------------------|------|--------------------------|------------------------|---------------------|
-/// | database d of module m   | d    | m/d.data                 | m++d.dump.gz           | <data>/m/d.data |
-/// | zipped directory a/b     | a/b  | m/a/b.tar                | m++a++b.tar.gz         | <data>/m/a/b | |
-/// plain file a/c           | a/c  | a/c                      | none; see SavedEntries | <data>/m/a/c |
+/// | item                   | path | key in the checksum file | entry          | live path       |
+/// |------------------------|------|--------------------------|----------------|-----------------|
+/// | database d of module m | d    | m/d.data                 | m++d.dump.gz   | <data>/m/d.data |
+/// | zipped directory a/b   | a/b  | m/a/b.tar                | m++a++b.tar.gz | <data>/m/a/b    |
+/// | plain file a/c         | a/c  | a/c                      | a++c           | <data>/m/a/c    |
+///
+/// Where items collide their entries have other names: see SavedEntries.
 class SavedItem
 {
 public:
@@ -33,13 +35,15 @@ public:
     QString getPriority() const { return priority; }
 
     QString key() const;
-    /// The file that is staged for the item, which is its entry, too; empty for a plain file.
-    QString artefact() const;
+    /// The names that its entry can have, the last of which is that of no other item.
+    QStringList entryNames() const;
     QString livePath() const;
-    /// Where the artefact is staged.
+    /// Where the archive or dump is staged.
     QString stagedPath() const;
 
 private:
+    QString entrySuffix() const;
+
     RestorableItemKind kind;
     QString module;
     QString path;

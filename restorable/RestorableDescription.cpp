@@ -80,9 +80,6 @@ bool RestorableDescription::acceptDatabaseName(const QString &name) const
         logError("Database name '%1' of module '%2' is refused: it is no plain name", name, object.name);
         return false;
     }
-    if (ItemNames::isAmbiguous(name)) {
-        logWarning("Database '%1' of module '%2' cannot be found again by its name", name, object.name);
-    }
     return true;
 }
 
@@ -159,9 +156,6 @@ void RestorableDescription::readFile(const QDomElement &element)
         logDebug("Add dir %1 for module %2", path, object.name);
     } else {
         logDebug("Add file %1 for module %2", path, object.name);
-    }
-    if (ItemNames::isAmbiguous(path)) {
-        logWarning("File/directory '%1' of module '%2' cannot be found again by its name", path, object.name);
     }
     object.files << RestorableFile(path, kind, zip, priorityOf(element));
 }

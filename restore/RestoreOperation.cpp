@@ -1,5 +1,6 @@
 #include "restore/RestoreOperation.h"
 
+#include "catalogue/ItemNames.h"
 #include "pause/PauseKeeper.h"
 #include "platform/core/Middleware.h"
 #include "platform/core/Waiter.h"

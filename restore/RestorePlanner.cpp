@@ -1,5 +1,6 @@
 #include "restore/RestorePlanner.h"
 
+#include "catalogue/ItemNames.h"
 #include "platform/core/Middleware.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
@@ -168,8 +169,8 @@ void RestorePlanner::planModule(const QString &module)
                      line.key(), module);
         } else if (entry.status == Same) {
             logDebug("Same file '%1': no need to restore", line.key());
-        } else if (const auto planned =
-                       planItem({item->getKind(), module, item->getPath(), entry.priority}, line->digest())) {
+        } else if (const auto planned = planItem({item->getKind(), module, item->getPath(), entry.priority},
+                                                 line->digest(), saved->entry(module, line.value()))) {
             modulePlans[module].items << *planned;
         } else {
             modulePlans[module].complete = false;
@@ -177,20 +178,20 @@ void RestorePlanner::planModule(const QString &module)
     }
 }
 
-std::optional<PlannedItem> RestorePlanner::planItem(const SavedItem &item, const QString &digest)
+std::optional<PlannedItem> RestorePlanner::planItem(const SavedItem &item, const QString &digest,
+                                                    const QString &entry)
 {
     logDebug("New/updated file '%1': download and update", item.key());
+    if (!entriesKnown && item.getKind() == FileItem) {
+        noteFailure(QString("Could not fetch '%1' from the repository").arg(entry));
+        return std::nullopt;
+    }
     if (item.getKind() == FileItem) {
-        const QString entry = saved->plainFile(item.getModule(), item.key()).text();
-        if (!entriesKnown) {
-            noteFailure(QString("Could not fetch '%1' from the repository").arg(entry));
-            return std::nullopt;
-        }
         return PlannedItem{item, digest, entry};
     }
-    const QString local = DevicePaths::fetched(item.artefact());
-    if (!session.getFileAndWait(item.artefact(), local).stored()) {
-        noteFailure(QString("Could not fetch '%1' from the repository").arg(item.artefact()));
+    const QString local = DevicePaths::fetched(entry);
+    if (!session.getFileAndWait(entry, local).stored()) {
+        noteFailure(QString("Could not fetch '%1' from the repository").arg(entry));
     }
     return PlannedItem{item, digest, local};
 }

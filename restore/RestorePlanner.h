@@ -57,7 +57,7 @@ private:
     bool fetchVersion(const QString &module);
     bool fetchLines(const QString &module, bool needed);
     void planModule(const QString &module);
-    std::optional<PlannedItem> planItem(const SavedItem &item, const QString &digest);
+    std::optional<PlannedItem> planItem(const SavedItem &item, const QString &digest, const QString &entry);
     void stage(const QString &module);
     void noteFailure(const QString &text);
 

@@ -1,5 +1,6 @@
 #include "save/SaveOperation.h"
 
+#include "catalogue/ItemNames.h"
 #include "catalogue/SavedVersion.h"
 #include "pause/PauseKeeper.h"
 #include "platform/core/Middleware.h"

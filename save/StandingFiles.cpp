@@ -70,8 +70,8 @@ QList<ChecksumSend> StandingFiles::next(const LinesByModule &target,
     const Names names = namesOnTheWay(target);
     const auto truth = [&](const QString &module, const ChecksumLines &lines) {
         return trueLines(lines, [&](const ChecksumLine &line) {
-            const QString entry = names.most.entry(module, line).text();
-            return entry == names.fewest.entry(module, line).text() && held.value(entry) == line.digest();
+            const QString entry = names.most.entry(module, line);
+            return entry == names.fewest.entry(module, line) && held.value(entry) == line.digest();
         });
     };
     QList<ChecksumSend> withdrawals;
@@ -131,8 +131,7 @@ QSet<QString> StandingFiles::promised(const QStringList &modules) const
         for (const ChecksumLines &lines : files.value(module)) {
             for (const ChecksumLine &line : lines) {
                 if (!line.digest().isEmpty()) {
-                    entries << names.fewest.entry(module, line).text()
-                            << names.most.entry(module, line).text();
+                    entries << names.fewest.entry(module, line) << names.most.entry(module, line);
                 }
             }
         }

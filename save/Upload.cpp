@@ -1,5 +1,6 @@
 #include "save/Upload.h"
 
+#include "catalogue/ItemNames.h"
 #include "commands/Digest.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
@@ -138,7 +139,7 @@ void Upload::sendItem(const PlannedSend &send)
     const QString source = sourceOf(send);
     if (send.item.getKind() == FileItem) {
         logDebug(send.isNew ? "New file: %1 (prefix: %2)" : "Update file: %1 (prefix: %2)", source,
-                 send.entry.prefix);
+                 send.entry.section("++", 0, -2));
     } else {
         logDebug(send.isNew ? "New file: %1" : "Update file: %1", send.line.key());
     }
@@ -146,7 +147,7 @@ void Upload::sendItem(const PlannedSend &send)
     if (!source.isEmpty()) {
         const bool live = source == send.item.livePath();
         const QString within = live ? DevicePaths::moduleData(send.item.getModule()) : QString();
-        outcome = session.outcomeOf({RepositoryRequest::Put, send.entry.text(), source, within});
+        outcome = session.outcomeOf({RepositoryRequest::Put, send.entry, source, within});
     }
     plan->note(send, resultOf(outcome), outcome.digest);
     if (!outcome.stored()) {
@@ -181,7 +182,7 @@ bool Upload::isEntryCertain(const PlannedSend &send)
     if (unknown.isEmpty() || send.item.getKind() != FileItem) {
         return true;
     }
-    if (send.entry.text() != send.heldAs || fetchHeld(send).isEmpty()) {
+    if (send.entry != send.heldAs || fetchHeld(send).isEmpty()) {
         return false;
     }
     plan->confirm(send);
@@ -214,8 +215,8 @@ void Upload::removeDeletedFiles()
             return;
         }
         logDebug("Remove file: %1", removal.line.key());
-        if (!session.outcomeOf({RepositoryRequest::Remove, removal.entry.text(), {}}).stored()) {
-            logError("Could not remove '%1' from the repository", removal.entry.text());
+        if (!session.outcomeOf({RepositoryRequest::Remove, removal.entry, {}}).stored()) {
+            logError("Could not remove '%1' from the repository", removal.entry);
             plan->noteRemovalFailed(removal);
         }
     }

@@ -8,11 +8,7 @@ namespace {
 /// The entry that an item would have if no other item claimed it.
 QString claimOf(const QString &module, const ChecksumLine &line)
 {
-    if (line.isPlainFile()) {
-        return ItemNames::flattened(line.key());
-    }
-    const auto item = SavedItem::parse(module, line);
-    return item ? item->artefact() : QString();
+    return SavedEntries::possibleNames(module, line).value(0);
 }
 
 QString itemName(const QString &module, const ChecksumLine &line)
@@ -73,7 +69,7 @@ UploadPlan::UploadPlan(LinesByModule previousOnes, const LinesByModule &currentL
     for (auto module = previousLines.cbegin(); module != previousLines.cend(); ++module) {
         for (const ChecksumLine &line : module.value()) {
             if (!line.digest().isEmpty()) {
-                held.insert(previous.entry(module.key(), line).text(), line.digest());
+                held.insert(previous.entry(module.key(), line), line.digest());
             }
         }
     }
@@ -89,14 +85,14 @@ void UploadPlan::compare()
         ChecksumEntries entries = compareChecksumLines(module.value(), before, true);
         QHash<QString, QString> namesBefore;
         for (const ChecksumLine &line : before) {
-            namesBefore.insert(line.key(), previous.entry(module.key(), line).text());
+            namesBefore.insert(line.key(), previous.entry(module.key(), line));
         }
         for (const ChecksumLine &line : module.value()) {
             ChecksumStatus &status = entries[line.key()].status;
             const auto name = namesBefore.constFind(line.key());
-            const bool moves = name != namesBefore.constEnd() &&
-                               (name.value() != current.entry(module.key(), line).text() ||
-                                name.value() != meanwhile.entry(module.key(), line).text());
+            const bool moves =
+                name != namesBefore.constEnd() && (name.value() != current.entry(module.key(), line) ||
+                                                   name.value() != meanwhile.entry(module.key(), line));
             status = status == Deleted || moves ? New : status;
         }
         statuses.insert(module.key(), entries);
@@ -178,7 +174,7 @@ QStringList UploadPlan::closeHeldFiles()
     promised = files.promised(current.lines().keys());
     for (const QString &module : current.lines().keys()) {
         for (const PlannedSend &send : sends(module)) {
-            if (promised.contains(send.entry.text())) {
+            if (promised.contains(send.entry)) {
                 frozenClaims << claimOf(module, send.line);
             }
         }
@@ -207,7 +203,7 @@ QList<PlannedSend> UploadPlan::sends(const QString &module) const
         const ChecksumLine *before = findLine(previousLines.value(module), line.key());
         PlannedSend send = {*item, line, current.entry(module, line), {}, {}, status == New};
         if (before != nullptr && !before->digest().isEmpty()) {
-            send.heldAs = previous.entry(module, *before).text();
+            send.heldAs = previous.entry(module, *before);
             send.heldDigest = before->digest();
         }
         sends << send;
@@ -222,10 +218,10 @@ void UploadPlan::note(const PlannedSend &send, SendResult result, const QString 
         if (send.line.isPlainFile() && !digest.isEmpty()) {
             stored.insert(itemName(send.item.getModule(), send.line), digest);
         }
-        held.insert(send.entry.text(), storedLine(send.item.getModule(), send.line).digest());
+        held.insert(send.entry, storedLine(send.item.getModule(), send.line).digest());
         return;
     case SendResult::Unknown:
-        held.remove(send.entry.text());
+        held.remove(send.entry);
         break;
     case SendResult::Untouched:
         break;
@@ -245,7 +241,7 @@ ChecksumLine UploadPlan::storedLine(const QString &module, ChecksumLine line) co
 std::optional<ChecksumLine> UploadPlan::keptLine(const QString &module, const ChecksumLine &before,
                                                  const ChecksumLine *wanted) const
 {
-    const QString digest = held.value(previous.entry(module, before).text());
+    const QString digest = held.value(previous.entry(module, before));
     if (digest == before.digest()) {
         return before;
     }
@@ -293,7 +289,7 @@ bool UploadPlan::withdrawUntrueDigests()
     bool possible = true;
     for (auto module = settled.begin(); module != settled.end(); ++module) {
         for (ChecksumLine &line : *module) {
-            const QString entry = names.entry(module.key(), line).text();
+            const QString entry = names.entry(module.key(), line);
             if (!entry.isEmpty() && !line.digest().isEmpty() && held.value(entry) != line.digest()) {
                 line.setDigest({});
                 possible = possible && !isBlocked(module.key());
@@ -312,10 +308,10 @@ QList<EntryRemoval> UploadPlan::takeRemovals()
             if (namesBlocked && line.isPlainFile()) {
                 continue;
             }
-            for (const ItemNames::EntryName &entry : possibleEntries(module.key(), line)) {
-                if (!entry.name.isEmpty() && !used.contains(entry.text())) {
+            for (const QString &entry : possibleEntries(module.key(), line)) {
+                if (!entry.isEmpty() && !used.contains(entry)) {
                     gone << EntryRemoval{module.key(), line, entry};
-                    held.remove(entry.text());
+                    held.remove(entry);
                 }
             }
         }
@@ -323,13 +319,11 @@ QList<EntryRemoval> UploadPlan::takeRemovals()
     return gone;
 }
 
-/// A plain file whose line has no digest was being replaced or moved: its entry may still have another name.
-QList<ItemNames::EntryName> UploadPlan::possibleEntries(const QString &module, const ChecksumLine &line) const
+/// An item whose line has no digest was being replaced or moved: its entry may still have another name.
+QStringList UploadPlan::possibleEntries(const QString &module, const ChecksumLine &line) const
 {
-    const ItemNames::EntryName entry = previous.entry(module, line);
-    const ItemNames::EntryName unqualified = {{}, claimOf(module, line)};
-    const bool moved = line.isPlainFile() && line.digest().isEmpty() && entry.text() != unqualified.text();
-    return moved ? QList{entry, unqualified} : QList{entry};
+    const QString entry = previous.entry(module, line);
+    return line.digest().isEmpty() ? SavedEntries::possibleNames(module, line) : QStringList{entry};
 }
 
 void UploadPlan::noteRemovalFailed(const EntryRemoval &removal)

@@ -14,8 +14,8 @@
 struct PlannedSend
 {
     SavedItem item;
-    ChecksumLine line;          ///< as the module's checksum file is to have it
-    ItemNames::EntryName entry; ///< under which it is to be stored
+    ChecksumLine line;  ///< as the module's checksum file is to have it
+    QString entry;      ///< under which it is to be stored
     QString heldAs;     ///< entry under which the repository holds what it has of the item; empty for nothing
     QString heldDigest; ///< digest of that
     bool isNew = false; ///< the repository has no such item, or has it under another name
@@ -26,7 +26,7 @@ struct EntryRemoval
 {
     QString module;
     ChecksumLine line;
-    ItemNames::EntryName entry;
+    QString entry;
 };
 
 /// What an upload has to do, and what the checksum files may promise after what was done. It knows what the
@@ -99,7 +99,7 @@ private:
     std::optional<ChecksumLine> keptLine(const QString &module, const ChecksumLine &before,
                                          const ChecksumLine *wanted) const;
     ChecksumLines heldLines(const QString &module) const;
-    QList<ItemNames::EntryName> possibleEntries(const QString &module, const ChecksumLine &line) const;
+    QStringList possibleEntries(const QString &module, const ChecksumLine &line) const;
     bool withdrawUntrueDigests();
 
     LinesByModule previousLines;

@@ -1,3 +1,4 @@
+#include "catalogue/ItemNames.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositorySession.h"

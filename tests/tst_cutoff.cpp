@@ -172,7 +172,7 @@ class tst_cutoff : public QObject
         for (auto module = lines.cbegin(); module != lines.cend(); ++module) {
             for (const ChecksumLine &line :
                  KnownModules::isInstalled(module.key()) ? *module : ChecksumLines()) {
-                const QByteArray entry = held[names.entry(module.key(), line).text()];
+                const QByteArray entry = held[names.entry(module.key(), line)];
                 if (!line.digest().isEmpty() && !isTrue(line, entry)) {
                     return module.key() + ":" + line.key();
                 }

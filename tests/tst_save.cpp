@@ -172,7 +172,11 @@ private Q_SLOTS:
             write("A", {"My dir/" + name}, name.toUtf8());
         }
         write("A", {"My dir/two\nlines", "My dir/.hidden"}, "x");
+        device->addModule("B", "<files><file>a</file><file>a++x</file></files>");
+        write("B", {"a/x"}, "slash");
+        write("B", {"a++x"}, "plus");
         QVERIFY(start() && save());
+        QCOMPARE(repository()["B++a++x%"] + repository()["B++a%2B%2Bx%"], "slashplus");
         for (const QString &name : names) {
             QCOMPARE(repository().value("My dir++" + name), name.toUtf8());
             QCOMPARE(digest("A", "My dir/" + name), md5(name.toUtf8()));

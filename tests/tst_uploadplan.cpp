@@ -39,7 +39,7 @@ struct ModelUpload
         const SavedEntries names(listed);
         for (auto module = wanted.cbegin(); module != wanted.cend() && untrue.isEmpty(); ++module) {
             for (const ChecksumLine &line : listed.value(module.key())) {
-                const QString entry = names.entry(module.key(), line).text();
+                const QString entry = names.entry(module.key(), line);
                 if (!line.digest().isEmpty() && store.entries.value(entry) != line.digest()) {
                     untrue = module.key() + ":" + line.key() + " as " + entry;
                 }
@@ -81,7 +81,7 @@ struct ModelUpload
 
     void sendItem(const PlannedSend &send)
     {
-        const QString entry = send.entry.text();
+        const QString entry = send.entry;
         const bool confirms = !unknown.isEmpty() && send.item.getKind() == FileItem;
         if (plan.isBlocked(send.item.getModule()) ||
             (confirms && (entry != send.heldAs || store.entries.value(entry) != send.heldDigest))) {
@@ -150,7 +150,7 @@ struct ModelUpload
             return;
         }
         for (const EntryRemoval &removal : plan.takeRemovals()) {
-            const QString entry = removal.entry.text();
+            const QString entry = removal.entry;
             if (change("remove " + entry, [&] { store.entries.remove(entry); }) != SendResult::Stored) {
                 strays = true;
                 plan.noteRemovalFailed(removal);
@@ -181,7 +181,7 @@ bool isComplete(const Store &store, const LinesByModule &wanted, bool strays)
     for (auto module = wanted.cbegin(); module != wanted.cend(); ++module) {
         complete &= store.listed.contains(module.key()) && store.files.value(module.key()) == *module;
         for (const ChecksumLine &line : *module) {
-            entries[names.entry(module.key(), line).text()] = line.digest();
+            entries[names.entry(module.key(), line)] = line.digest();
         }
     }
     return complete && store.entries == entries;
@@ -191,9 +191,11 @@ bool isComplete(const Store &store, const LinesByModule &wanted, bool strays)
 ChecksumLines randomLines(const QString &module, const ChecksumLines &before, QRandomGenerator &random)
 {
     ChecksumLines lines = {ChecksumLine::database(module + "/d.data", {}),
-                           ChecksumLine::directory(module + "/conf.tar", {}, "high")};
-    for (const char *key :
-         {"x", "b/x", "a/x", "a/b/x", "conf/s", "b++d.dump.gz", "a++conf.tar.gz", "c.cksum"}) {
+                           ChecksumLine::directory(module + "/conf.tar", {}, "high"),
+                           ChecksumLine::directory(module + "/a/b.tar", {}, "high"),
+                           ChecksumLine::directory(module + "/a++b.tar", {}, "high")};
+    for (const char *key : {"x", "b/x", "a/x", "a/b/x", "conf/s", "b++d.dump.gz", "a++conf.tar.gz", "c.cksum",
+                            "a++x", "a++b++x", "d.dump.gz"}) {
         lines << ChecksumLine::file(key, {}, false, "high");
     }
     for (ChecksumLine &line : lines) {

@@ -67,7 +67,7 @@ private Q_SLOTS:
         struct Case
         {
             QByteArray line; // of module m
-            QString path, artefact;
+            QString path, entry;
         };
         const QByteArray database = "\t1\tdatabase\thigh\n";
         const QByteArray directory = "\t1\tdirectory\t1\tlow\n";
@@ -77,14 +77,14 @@ private Q_SLOTS:
                                    {"m/conf.tar" + directory, "conf", "m++conf.tar.gz"},
                                    {"m/conf.d.tar" + directory, "conf.d", "m++conf.d.tar.gz"},
                                    {"m/Å/l (1).tar" + directory, "Å/l (1)", "m++Å++l (1).tar.gz"},
-                                   {"backup.tar" + file, "backup.tar", ""},
-                                   {"m/a.data" + file, "m/a.data", ""}};
-        for (const auto &[text, path, artefact] : cases) {
+                                   {"backup.tar" + file, "backup.tar", "backup.tar"},
+                                   {"m/a.data" + file, "m/a.data", "m++a.data"}};
+        for (const auto &[text, path, entry] : cases) {
             const ChecksumLine line = lines(text).first();
             const auto item = SavedItem::parse("m", line);
             QVERIFY2(item, text);
             QCOMPARE(item->getPath(), path);
-            QCOMPARE(item->artefact(), artefact);
+            QCOMPARE(item->entryNames().first(), entry);
             QCOMPARE(item->key() + item->getPriority(), line.key() + line.priority());
         }
         for (const QByteArray &none :
@@ -95,31 +95,42 @@ private Q_SLOTS:
         }
     }
 
-    void plainFileEntries()
+    void entryNames()
     {
         LinesByModule modules;
         modules["a"] = lines("x\t1\tfile\thigh\nconf/s\t1\tfile\thigh\nonly/deep/f\t1\tfile\thigh\n"
-                             "modules-list.sav\t1\tfile\tlow\n");
+                             "modules-list.sav\t1\tfile\tlow\nd.dump.gz\t1\tfile\tlow\n");
         modules["b"] = lines("x\t2\tfile\thigh\nconf/s\t2\tfile\thigh\nb/d\t3\tfile\thigh\n"
-                             "b/d.data\t3\tdatabase\thigh\n");
+                             "b/d.data\t3\tdatabase\thigh\nd.dump.gz\t1\tfile\tlow\n"
+                             "only/deep\t1\tfile\tlow\n");
         // what module b's file is renamed to, claimed by another
         modules["c"] = lines("b/x\t3\tfile\thigh\nc++own\t3\tfile\thigh\n");
         modules["d"] = lines("b++d.dump.gz\t3\tfile\thigh\n");
+        // names that cannot be told apart by "++" alone
+        modules["e"] = lines("p/q\t4\tfile\thigh\np++q\t4\tfile\thigh\np%2B%2Bq\t4\tfile\thigh\n"
+                             "e/p/q.tar\t4\tdirectory\t1\thigh\ne/p++q.tar\t4\tdirectory\t1\thigh\n"
+                             "e/f++g.data\t4\tdatabase\thigh\n");
+        modules["e++f"] = lines("e++f/g.data\t4\tdatabase\thigh\ng\t4\tfile\thigh\n");
+        modules["f"] = lines("g\t4\tfile\thigh\ne++f/g\t4\tfile\thigh\n");
         const QMap<QString, QStringList> expected = {
-            {"a", {"a++x", "a++conf++s", "only++deep++f", "a++modules-list.sav"}},
-            {"b", {"b++x", "b++conf++s", "b++d", "b++d.dump.gz"}},
+            {"a", {"a++x", "a++conf++s", "only++deep++f", "a++modules-list.sav", "a++d.dump.gz"}},
+            {"b", {"b++x", "b++conf++s", "b++d", "b++d.dump.gz", "b++d.dump.gz%", "only++deep"}},
             {"c", {"c++b++x", "c++own"}},
-            {"d", {"d++b++d.dump.gz"}}};
+            {"d", {"d++b++d.dump.gz"}},
+            {"e",
+             {"e++p++q%", "e++p%2B%2Bq%", "p%2B%2Bq", "e++p++q%.tar.gz", "e++p%2B%2Bq%.tar.gz",
+              "e++f%2B%2Bg%.dump.gz"}},
+            {"e++f", {"e%2B%2Bf++g%.dump.gz", "e++f++g"}},
+            {"f", {"f++g", "f++e++f++g"}}};
         const SavedEntries entries(modules);
         for (const auto &[module, linesOfModule] : modules.asKeyValueRange()) {
             QStringList names;
             for (const ChecksumLine &line : linesOfModule) {
-                names << entries.entry(module, line).text();
+                names << entries.entry(module, line);
             }
             QCOMPARE(names, expected.value(module));
         }
-        QCOMPARE(entries.entry("a", modules["a"].at(2)).prefix, "only++deep");
-        QCOMPARE(entries.names().size(), 11);
+        QCOMPARE(entries.names().size(), 24);
     }
 
     void checksumLines()

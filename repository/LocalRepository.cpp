@@ -14,7 +14,13 @@
 namespace {
 
 constexpr qint64 portion = qint64{1024} * 1024;
-const QString incomingName = ItemNames::ownPrefix() + "incoming";
+constexpr qint64 mostParkedBytes = 64 * portion;
+constexpr qsizetype mostParked = 1000;
+
+QString incomingPrefix()
+{
+    return ItemNames::ownPrefix() + "incoming";
+}
 
 /// True when there is nothing of that name, or can be nothing.
 bool isMissing(const QString &path)
@@ -67,11 +73,6 @@ QString LocalRepository::entryPath() const
     return QString("%1/%2").arg(QDir(directory).path(), underWay.entry);
 }
 
-QString LocalRepository::incomingPath() const
-{
-    return QString("%1/%2").arg(QDir(directory).path(), incomingName);
-}
-
 void LocalRepository::start(const RepositoryRequest &request)
 {
     underWay = request;
@@ -80,7 +81,7 @@ void LocalRepository::start(const RepositoryRequest &request)
         finish(request.method == RepositoryRequest::Check ? failure(text) : loggedFailure(text));
         return;
     }
-    if (request.entry == incomingName) {
+    if (ItemNames::isOwn(request.entry)) {
         finish(loggedFailure(QString("'%1' names no file of the repository").arg(request.entry)));
         return;
     }
@@ -95,7 +96,7 @@ void LocalRepository::start(const RepositoryRequest &request)
         startGet();
         return;
     case RepositoryRequest::Remove:
-        finish(remove());
+        remove();
         return;
     }
 }
@@ -111,27 +112,39 @@ void LocalRepository::abort()
     }
 }
 
-/// What an interrupted process or anybody else has left under that name goes first.
+/// What an interrupted process or anybody else has left.
+void LocalRepository::dropLeftovers() const
+{
+    const QDir place(directory);
+    for (const QString &left :
+         place.entryList({incomingPrefix() + "*"}, QDir::AllEntries | QDir::Hidden | QDir::System)) {
+        QFile::remove(place.filePath(left));
+    }
+}
+
 bool LocalRepository::openIncoming()
 {
-    incoming.setFileName(incomingPath());
-    QFile::remove(incoming.fileName());
+    static int made = 0;
+    if (!hasParked()) {
+        dropLeftovers();
+    }
+    incoming.setFileName(QString("%1/%2.%3").arg(QDir(directory).path(), incomingPrefix()).arg(++made));
     return incoming.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered,
                          QFile::ReadOwner | QFile::WriteOwner);
 }
 
-bool LocalRepository::replaceEntry()
+bool LocalRepository::isWritten(bool copied)
 {
+    if (!copied) {
+        return false;
+    }
     incoming.setPermissions(source.permissions());
     incoming.close();
-    const QByteArray written = QFile::encodeName(incoming.fileName());
-    const QByteArray entry = QFile::encodeName(entryPath());
-    const bool replaced = incoming.error() == QFile::NoError && // of the close alone
-                          std::rename(written.constData(), entry.constData()) == 0;
-    if (!replaced) {
+    const bool written = incoming.error() == QFile::NoError; // of the close alone
+    if (!written) {
         QFile::remove(incoming.fileName());
     }
-    return replaced;
+    return written;
 }
 
 void LocalRepository::startPut()
@@ -184,17 +197,24 @@ void LocalRepository::copyPortion()
 
 void LocalRepository::endPut(bool copied)
 {
-    const QString name = ItemNames::lastComponent(underWay.path);
     const QString place = QDir(directory).path();
-    const bool stored = copied && replaceEntry();
-    const QString digest = source.digest();
-    abort();
-    if (stored) {
-        logDebug("File '%1' saved into '%2'", name, place);
-        finish({RequestOutcome::Stored, {}, false, digest});
+    const QString failed = QString("Saving file '%1' (%2) into '%3' failed")
+                               .arg(ItemNames::lastComponent(underWay.path), underWay.path, place);
+    if (isWritten(copied)) {
+        const QByteArray name = QFile::encodeName(ItemNames::lastComponent(incoming.fileName()));
+        parkedBytes += source.size();
+        const RequestOutcome stored = {RequestOutcome::Stored, {}, false, source.digest()};
+        abort();
+        parkChange(name, stored, failed);
         return;
     }
-    finish(loggedFailure(QString("Saving file '%1' (%2) into '%3' failed").arg(name, underWay.path, place)));
+    abort();
+    if (hasParked()) {
+        // What is parked may make room when it takes the places of the old entries.
+        retryAfterParked();
+    } else {
+        finish(loggedFailure(failed));
+    }
 }
 
 void LocalRepository::endGet(bool copied)
@@ -210,14 +230,71 @@ void LocalRepository::endGet(bool copied)
                              .arg(underWay.entry, getRepositoryUrl() + "/" + underWay.entry, underWay.path)));
 }
 
-RequestOutcome LocalRepository::remove() const
+void LocalRepository::remove()
 {
     if (isMissing(entryPath())) {
-        return {};
+        finish({});
+        return;
     }
     logDebug("Removing file '%1'", entryPath());
-    if (!QFile::remove(entryPath())) {
-        return loggedFailure(QString("Removing file '%1' failed").arg(entryPath()));
+    parkChange({}, {}, QString("Removing file '%1' failed").arg(entryPath()));
+}
+
+void LocalRepository::parkChange(const QByteArray &written, const RequestOutcome &success,
+                                 const QString &failureText)
+{
+    parkedChanges << Change{{written, QFile::encodeName(underWay.entry)}, success, failureText};
+    park();
+}
+
+bool LocalRepository::isFull() const
+{
+    return parkedBytes >= mostParkedBytes || parkedChanges.size() >= mostParked;
+}
+
+void LocalRepository::carryOutParked()
+{
+    QList<EntryChange> changes;
+    for (const Change &change : std::as_const(parkedChanges)) {
+        changes << change.change;
     }
-    return {};
+    const auto done = [this](const QList<EntryChanges::Result> &results) {
+        QList<RequestOutcome> outcomes;
+        for (qsizetype number = 0; number < results.size(); ++number) {
+            outcomes << outcomeOf(number, results.at(number));
+        }
+        abortParked();
+        finishParked(outcomes);
+    };
+    underWayTogether = std::make_unique<EntryChanges>(directory, changes, this, done);
+}
+
+RequestOutcome LocalRepository::outcomeOf(qsizetype number, EntryChanges::Result result) const
+{
+    const Change &change = parkedChanges.at(number);
+    if (result == EntryChanges::Result::Done) {
+        if (!change.change.written.isEmpty()) {
+            logDebug("File '%1' saved into '%2'", QFile::decodeName(change.change.entry),
+                     QDir(directory).path());
+        }
+        return change.success;
+    }
+    RequestOutcome outcome = loggedFailure(change.failureText);
+    outcome.entryUntouched = result == EntryChanges::Result::Untouched;
+    return outcome;
+}
+
+void LocalRepository::abortParked()
+{
+    if (!underWayTogether) {
+        // Nothing of it has begun.
+        for (const Change &change : std::as_const(parkedChanges)) {
+            if (!change.change.written.isEmpty()) {
+                QFile::remove(QDir(directory).filePath(QFile::decodeName(change.change.written)));
+            }
+        }
+    }
+    underWayTogether.reset();
+    parkedChanges.clear();
+    parkedBytes = 0;
 }

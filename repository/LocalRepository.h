@@ -2,6 +2,7 @@
 
 #include "repository/DigestingFile.h"
 #include "repository/DownloadFile.h"
+#include "repository/EntryChanges.h"
 #include "repository/Repository.h"
 
 #include <QFile>
@@ -10,8 +11,10 @@
 /// A repository in a directory of the device. Each entry is a regular file in it.
 ///
 /// Contents are copied in portions of 1 MiB, one for each turn of the event loop; permissions go with them.
-/// An entry is written to a hidden file of the directory (`.saverestore-incoming`, which is the name of no
-/// entry) and replaced in one step, so a Put that fails or is cancelled leaves it as it was.
+/// Entries are written to hidden files of the directory (`.saverestore-incoming.*`, which are the names of no
+/// entries). When all that were submitted together are written, or 64 MiB of them, or when the disk is full,
+/// they are brought to the disk at once and then replace the entries, each in one step. So a Put that fails
+/// or is cancelled leaves its entry as it was, and one that was stored is on the disk.
 ///
 /// The directory counts as not initialised while it does not exist or is the process's working directory;
 /// every request then fails.
@@ -31,20 +34,25 @@ protected:
     void start(const RepositoryRequest &request) override;
     void abort() override;
     bool abortKeepsEntry() const override { return true; }
+    bool isFull() const override;
+    void carryOutParked() override;
+    void abortParked() override;
 
 private:
     bool isInitialised() const;
     QString entryPath() const;
-    QString incomingPath() const;
+    void dropLeftovers() const;
 
     bool openIncoming();
-    bool replaceEntry();
+    bool isWritten(bool copied);
     void startPut();
     void startGet();
     void copyPortion();
     void endPut(bool copied);
     void endGet(bool copied);
-    RequestOutcome remove() const;
+    void remove();
+    void parkChange(const QByteArray &written, const RequestOutcome &success, const QString &failureText);
+    RequestOutcome outcomeOf(qsizetype number, EntryChanges::Result result) const;
 
     const QString directory;
     RepositoryRequest underWay;
@@ -52,4 +60,15 @@ private:
     DigestingFile source;
     QFile incoming;
     DownloadFile download;
+
+    /// What is parked.
+    struct Change
+    {
+        EntryChange change;
+        RequestOutcome success;
+        QString failureText;
+    };
+    QList<Change> parkedChanges;
+    qint64 parkedBytes = 0;
+    std::unique_ptr<EntryChanges> underWayTogether;
 };

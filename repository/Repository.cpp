@@ -21,6 +21,9 @@ Repository::~Repository()
     if (current) {
         tell(*std::exchange(current, std::nullopt), {RequestOutcome::Failed, noLongerInUse()});
     }
+    for (const Pending &pending : std::exchange(parked, {})) {
+        tell(pending, {RequestOutcome::Failed, noLongerInUse()});
+    }
     for (const Pending &pending : std::exchange(queue, {})) {
         tell(pending, {RequestOutcome::Failed, noLongerInUse(), true});
     }
@@ -43,10 +46,20 @@ void Repository::cancelRequests(const QString &why)
 {
     const bool kept = abortKeepsEntry();
     const QList<Pending> queued = std::exchange(queue, {});
+    const QList<Pending> together = std::exchange(parked, {});
     const std::optional<Pending> underWay = std::exchange(current, std::nullopt);
+    const bool begun = std::exchange(carryingOut, false);
+    if (!together.isEmpty()) {
+        abortParked();
+    }
     if (underWay) {
         abort();
-        // From here on this object may be gone.
+    }
+    // From here on this object may be gone.
+    for (const Pending &pending : together) {
+        tell(pending, {RequestOutcome::Failed, why, !begun});
+    }
+    if (underWay) {
         tell(*underWay, {RequestOutcome::Failed, why, kept});
     }
     for (const Pending &pending : queued) {
@@ -64,6 +77,31 @@ void Repository::finish(const RequestOutcome &outcome)
     }
 }
 
+void Repository::park()
+{
+    parked << *std::exchange(current, std::nullopt);
+    noteProgress();
+    scheduleNext();
+}
+
+void Repository::retryAfterParked()
+{
+    queue.prepend(*std::exchange(current, std::nullopt));
+    carryingOut = true;
+    carryOutParked();
+}
+
+void Repository::finishParked(const QList<RequestOutcome> &outcomes)
+{
+    const QList<Pending> finished = std::exchange(parked, {});
+    carryingOut = false;
+    noteProgress();
+    scheduleNext();
+    for (qsizetype number = 0; number < finished.size(); ++number) {
+        tell(finished.at(number), outcomes.at(number));
+    }
+}
+
 void Repository::scheduleNext()
 {
     QMetaObject::invokeMethod(this, &Repository::startNext, Qt::QueuedConnection);
@@ -71,7 +109,19 @@ void Repository::scheduleNext()
 
 void Repository::startNext()
 {
-    if (current || queue.isEmpty()) {
+    if (current || carryingOut) {
+        return;
+    }
+    const auto changes = [](const Pending &pending) {
+        return pending.request.method == RepositoryRequest::Put ||
+               pending.request.method == RepositoryRequest::Remove;
+    };
+    if (!parked.isEmpty() && (queue.isEmpty() || !changes(queue.first()) || isFull())) {
+        carryingOut = true;
+        carryOutParked();
+        return;
+    }
+    if (queue.isEmpty()) {
         return;
     }
     current = queue.takeFirst();

@@ -49,8 +49,9 @@ struct RepositoryRequest
 
 /// The place that holds the saved data: files stored under flat entry names.
 ///
-/// Requests are carried out one at a time in the order in which they were submitted. Each has exactly one
-/// outcome, which is handed to its `done` from the event loop, never from within `submit`. A request ends by
+/// Requests are carried out in the order in which they were submitted; Puts and removals that follow each
+/// other may be carried out together, and are told then. Each has exactly one outcome, which is handed to its
+/// `done` from the event loop, never from within `submit`. A request ends by
 /// itself within bounded time: when it is carried out, when it fails, or after 30 s without any progress; one
 /// that fails never stops those behind it. A failed fetch leaves its local target as it was. Memory does not
 /// grow with the size of a file, and events are served between portions of a large one. Nothing throws. Main
@@ -88,7 +89,7 @@ public:
     /// returns. What they submit is carried out.
     void cancelRequests(const QString &why);
 
-    bool hasPendingRequests() const { return current.has_value() || !queue.isEmpty(); }
+    bool hasPendingRequests() const { return current || !parked.isEmpty() || !queue.isEmpty(); }
     /// A number that changes whenever a transfer advances, so that a wait can tell slow from dead.
     quint64 transferProgress() const { return progress; }
 
@@ -108,6 +109,21 @@ protected:
     void finish(const RequestOutcome &outcome);
     void noteProgress() { ++progress; }
 
+    /// The request under way, a Put or a removal, is ready to be carried out together with the ones parked
+    /// before it; the next one begins.
+    void park();
+    bool hasParked() const { return !parked.isEmpty(); }
+    /// Begin the request under way again after those that are parked.
+    void retryAfterParked();
+    /// True when no more can be parked.
+    virtual bool isFull() const { return false; }
+    /// Carry out what is parked; ends in one call of `finishParked`, from the event loop.
+    virtual void carryOutParked() {}
+    /// Forget what is parked, and what was begun of it; `finishParked` must not be called for it any more.
+    virtual void abortParked() {}
+    /// What is parked has these outcomes, in its order.
+    void finishParked(const QList<RequestOutcome> &outcomes);
+
 private:
     struct Pending
     {
@@ -123,5 +139,7 @@ private:
     bool closed = false;
     QList<Pending> queue;
     std::optional<Pending> current;
+    QList<Pending> parked;
+    bool carryingOut = false; ///< what is parked
     quint64 progress = 0;
 };

@@ -57,16 +57,31 @@ void Upload::fail(const QString &what, const QString &text)
     failed << UploadFailure{what, text};
 }
 
-SendResult Upload::sendFile(const QString &path, const QString &entry)
+void Upload::sendFile(const QString &path, const QString &entry, const std::function<void(SendResult)> &done)
 {
-    const RequestOutcome outcome = session.outcomeOf({RepositoryRequest::Put, entry, path});
-    if (!outcome.stored()) {
-        fail("'" + entry + "'", outcome.text);
-    }
-    return resultOf(outcome);
+    session.submit({RepositoryRequest::Put, entry, path}, [=, this](const RequestOutcome &outcome) {
+        if (!outcome.stored()) {
+            fail("'" + entry + "'", outcome.text);
+        }
+        done(resultOf(outcome));
+    });
 }
 
-bool Upload::sendChecksumFile(const ChecksumSend &file)
+/// Each is staged where the one before of its module was.
+void Upload::sendChecksumFiles(const QList<ChecksumSend> &files)
+{
+    QSet<QString> underWay;
+    for (const ChecksumSend &file : files) {
+        if (underWay.contains(file.module)) {
+            session.waitForRequests();
+        }
+        underWay << file.module;
+        sendChecksumFile(file);
+    }
+    session.waitForRequests();
+}
+
+void Upload::sendChecksumFile(const ChecksumSend &file)
 {
     const QString entry = ItemNames::checksumFileName(file.module);
     const QString path = DevicePaths::staged(entry);
@@ -74,25 +89,24 @@ bool Upload::sendChecksumFile(const ChecksumSend &file)
         logError("Can not open CKSUM (%1) file for module %2", path, file.module);
         fail("'" + entry + "'", QString("'%1' could not be written").arg(path));
         unfinished << file.module;
-        return false;
+        return;
     }
-    const SendResult result = sendFile(path, entry);
-    plan->note(file, result);
-    if (result != SendResult::Stored) {
-        unfinished << file.module;
-    }
-    return result == SendResult::Stored;
+    sendFile(path, entry, [=, this](SendResult result) {
+        plan->note(file, result);
+        if (result != SendResult::Stored) {
+            unfinished << file.module;
+        }
+    });
 }
 
 void Upload::sendHeldChecksumFiles()
 {
     logDebug("Send cksum files to repository");
-    for (auto files = plan->nextHeldFiles(); !files.isEmpty(); files = plan->nextHeldFiles()) {
+    for (auto files = plan->nextHeldFiles(); !files.isEmpty() && !waiter.mustEnd();
+         files = plan->nextHeldFiles()) {
+        sendChecksumFiles(files);
         for (const ChecksumSend &file : std::as_const(files)) {
-            if (waiter.mustEnd()) {
-                return;
-            }
-            if (!sendChecksumFile(file)) {
+            if (unfinished.contains(file.module)) {
                 plan->block(file.module);
             }
         }
@@ -104,55 +118,76 @@ void Upload::sendHeldChecksumFiles()
     logDebug("Done: send cksum files to repository");
 }
 
+/// What has to be fetched first is fetched before anything takes its place.
 void Upload::sendData()
 {
-    logDebug("Send databases and gzipped dirs to repository");
+    QList<QPair<PlannedSend, QString>> ready;
     for (const QString &module : previousLines.keys()) {
         for (const PlannedSend &send : plan->sends(module)) {
-            if (send.item.getKind() != FileItem) {
-                sendItem(send);
+            if (!waiter.mustEnd() && !plan->isBlocked(module)) {
+                ready << qMakePair(send, readySource(send));
             }
+        }
+    }
+    if (waiter.mustEnd()) {
+        return;
+    }
+    logDebug("Send databases and gzipped dirs to repository");
+    for (const auto &[send, source] : std::as_const(ready)) {
+        if (send.item.getKind() != FileItem) {
+            sendItem(send, source);
         }
     }
     sendMigrationPrograms();
-    logDebug("Done: send databases and gzipped dirs to repository");
     logDebug("Send remaining files");
-    for (const QString &module : previousLines.keys()) {
-        for (const PlannedSend &send : plan->sends(module)) {
-            if (send.item.getKind() == FileItem) {
-                sendItem(send);
-            }
+    for (const auto &[send, source] : std::as_const(ready)) {
+        if (send.item.getKind() == FileItem) {
+            sendItem(send, source);
         }
     }
+    session.waitForRequests();
     logDebug("Done: send remaining files");
 }
 
-void Upload::sendItem(const PlannedSend &send)
+/// The file to be stored; nothing when the item cannot be.
+QString Upload::readySource(const PlannedSend &send)
 {
-    if (waiter.mustEnd() || plan->isBlocked(send.item.getModule())) {
+    if (!isEntryCertain(send) || plan->isFrozen(send)) {
+        fail(nameOf(send), "its entry depends on what could not be saved");
+        return {};
+    }
+    QString source = sourceOf(send);
+    if (source.isEmpty()) {
+        plan->note(send, SendResult::Untouched);
+        fail(nameOf(send), "what was saved of it could not be fetched");
+    }
+    return source;
+}
+
+void Upload::sendItem(const PlannedSend &send, const QString &source)
+{
+    if (source.isEmpty()) {
         return;
     }
-    if (!isEntryCertain(send) || plan->isFrozen(send)) {
+    if (plan->isFrozen(send)) {
         fail(nameOf(send), "its entry depends on what could not be saved");
         return;
     }
-    const QString source = sourceOf(send);
     if (send.item.getKind() == FileItem) {
         logDebug(send.isNew ? "New file: %1 (prefix: %2)" : "Update file: %1 (prefix: %2)", source,
                  send.entry.section("++", 0, -2));
     } else {
         logDebug(send.isNew ? "New file: %1" : "Update file: %1", send.line.key());
     }
-    RequestOutcome outcome = {RequestOutcome::Failed, "what was saved of it could not be fetched", true};
-    if (!source.isEmpty()) {
-        const bool live = source == send.item.livePath();
-        const QString within = live ? DevicePaths::moduleData(send.item.getModule()) : QString();
-        outcome = session.outcomeOf({RepositoryRequest::Put, send.entry, source, within});
-    }
-    plan->note(send, resultOf(outcome), outcome.digest);
-    if (!outcome.stored()) {
-        fail(nameOf(send), outcome.text);
-    }
+    const bool live = source == send.item.livePath();
+    const QString within = live ? DevicePaths::moduleData(send.item.getModule()) : QString();
+    session.submit({RepositoryRequest::Put, send.entry, source, within},
+                   [=, this](const RequestOutcome &outcome) {
+                       plan->note(send, resultOf(outcome), outcome.digest);
+                       if (!outcome.stored()) {
+                           fail(nameOf(send), outcome.text);
+                       }
+                   });
 }
 
 /// The artefact or the live file. When the line describes what the repository holds rather than what is on
@@ -192,12 +227,13 @@ bool Upload::isEntryCertain(const PlannedSend &send)
 void Upload::sendMigrationPrograms()
 {
     for (const QString &module : std::as_const(staged.migrationPrograms)) {
-        if (waiter.mustEnd() || unfinished.contains(module)) {
-            continue;
-        }
-        if (sendFile(DevicePaths::migrationProgram(module), ItemNames::migrationProgramName(module)) !=
-            SendResult::Stored) {
-            unfinished << module;
+        if (!unfinished.contains(module)) {
+            sendFile(DevicePaths::migrationProgram(module), ItemNames::migrationProgramName(module),
+                     [=, this](SendResult result) {
+                         if (result != SendResult::Stored) {
+                             unfinished << module;
+                         }
+                     });
         }
     }
 }
@@ -211,38 +247,36 @@ void Upload::removeDeletedFiles()
         return;
     }
     for (const EntryRemoval &removal : plan->takeRemovals()) {
-        if (waiter.mustEnd()) {
-            return;
-        }
         logDebug("Remove file: %1", removal.line.key());
-        if (!session.outcomeOf({RepositoryRequest::Remove, removal.entry, {}}).stored()) {
-            logError("Could not remove '%1' from the repository", removal.entry);
-            plan->noteRemovalFailed(removal);
-        }
+        session.submit({RepositoryRequest::Remove, removal.entry, {}},
+                       [=, this](const RequestOutcome &outcome) {
+                           if (!outcome.stored()) {
+                               logError("Could not remove '%1' from the repository", removal.entry);
+                               plan->noteRemovalFailed(removal);
+                           }
+                       });
     }
+    session.waitForRequests();
     logDebug("Done: remove deleted files");
 }
 
 /// The files of all staged modules are renewed, whatever has happened to them in the repository.
 void Upload::sendUnchangedChecksumFiles()
 {
+    QList<ChecksumSend> files;
     for (const QString &module : staged.lines.keys()) {
-        if (!waiter.mustEnd() && !unfinished.contains(module) && plan->isFinal(module)) {
-            sendChecksumFile({module, previousLines.value(module)});
+        if (!unfinished.contains(module) && plan->isFinal(module)) {
+            files << ChecksumSend{module, previousLines.value(module)};
         }
     }
+    sendChecksumFiles(files);
 }
 
 void Upload::sendFinalChecksumFiles()
 {
-    for (auto files = plan->nextFinalFiles(unfinished); !files.isEmpty();
+    for (auto files = plan->nextFinalFiles(unfinished); !files.isEmpty() && !waiter.mustEnd();
          files = plan->nextFinalFiles(unfinished)) {
-        for (const ChecksumSend &file : std::as_const(files)) {
-            if (waiter.mustEnd()) {
-                return;
-            }
-            sendChecksumFile(file);
-        }
+        sendChecksumFiles(files);
     }
 }
 
@@ -252,16 +286,17 @@ void Upload::sendVersionFiles()
     // Names of what is not known depend on the list: it stays as it is then.
     QStringList names = unknown.isEmpty() ? listed : listed + gone;
     for (const RestorableObject &object : modules.objects()) {
-        if (waiter.mustEnd() || unfinished.contains(object.getName())) {
+        if (unfinished.contains(object.getName())) {
             continue;
         }
         // Other modules' entries can depend on the list, so a module is on it even without its version.
         const QString entry = ItemNames::versionFileName(object.getName());
-        sendFile(DevicePaths::staged(entry), entry);
+        sendFile(DevicePaths::staged(entry), entry, [](SendResult) {});
         if (unknown.isEmpty() && !names.contains(object.getName())) {
             names << object.getName();
         }
     }
+    session.waitForRequests();
     if (!waiter.mustEnd()) {
         sendModulesList(names);
     }
@@ -277,7 +312,11 @@ void Upload::sendModulesList(const QStringList &names)
              QString("'%1' could not be written").arg(list.fileName()));
         return;
     }
-    if (sendFile(list.fileName(), ItemNames::modulesListName()) == SendResult::Stored) {
+    bool stored = false;
+    sendFile(list.fileName(), ItemNames::modulesListName(),
+             [&](SendResult result) { stored = result == SendResult::Stored; });
+    session.waitForRequests();
+    if (stored) {
         plan->noteListed(names);
         sendFinalChecksumFiles();
     }

@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <optional>
 
 class KnownModules;
@@ -41,10 +42,10 @@ struct StagedData
 ///  last,
 ///  6. then version files and the modules list, and the digests that depended on who is on it.
 ///
-/// A phase is over when the outcome of each of its requests is known, and goes on only for the modules for
-/// which the one before has succeeded. An item that fails keeps the line of what the repository holds of it;
-/// everything else is completed. Wherever it is cut off, no checksum file promises what the repository does
-/// not hold.
+/// Requests of a phase are submitted together. It is over when the outcome of each is known, and the next one
+/// goes on only for the modules for which it has succeeded. An item that fails keeps the line of what the
+/// repository holds of it; everything else is completed. Wherever it is cut off, no checksum file promises
+/// what the repository does not hold.
 class Upload
 {
 public:
@@ -63,7 +64,8 @@ private:
     void makePlan();
     void sendHeldChecksumFiles();
     void sendData();
-    void sendItem(const PlannedSend &send);
+    QString readySource(const PlannedSend &send);
+    void sendItem(const PlannedSend &send, const QString &source);
     QString sourceOf(const PlannedSend &send);
     QString fetchHeld(const PlannedSend &send);
     bool isEntryCertain(const PlannedSend &send);
@@ -72,9 +74,10 @@ private:
     void sendUnchangedChecksumFiles();
     void sendFinalChecksumFiles();
     void sendVersionFiles();
-    bool sendChecksumFile(const ChecksumSend &file);
+    void sendChecksumFiles(const QList<ChecksumSend> &files);
+    void sendChecksumFile(const ChecksumSend &file);
     void sendModulesList(const QStringList &names);
-    SendResult sendFile(const QString &path, const QString &entry);
+    void sendFile(const QString &path, const QString &entry, const std::function<void(SendResult)> &done);
     void fail(const QString &what, const QString &text);
 
     RepositorySession &session;

@@ -284,12 +284,14 @@ private Q_SLOTS:
         getrlimit(RLIMIT_FSIZE, &before);
         const rlimit small = {5000000, before.rlim_max};
         setrlimit(RLIMIT_FSIZE, &small);
+        submit(repository, Method::Put, "b", local->filePath("a"));
         const QString put = ask(repository, Method::Put, "a", local->filePath("big"));
         const QString fetched = ask(repository, Method::Get, "big", local->filePath("back"));
         setrlimit(RLIMIT_FSIZE, &before);
         QCOMPARE(put + " " + fetched, "kept kept");
-        QCOMPARE(readFile(place->filePath("a")) + content("back"), "oldold");
-        QCOMPARE(QDir(place->path()).entryList(QDir::Files | QDir::Hidden), QStringList({"a", "big"}));
+        QCOMPARE(readFile(place->filePath("a")) + readFile(place->filePath("b")) + content("back"),
+                 "oldoldold");
+        QCOMPARE(QDir(place->path()).entryList(QDir::Files | QDir::Hidden), QStringList({"a", "b", "big"}));
         QCOMPARE(localFiles(), QStringList({"a", "back", "big"}));
     }
 

@@ -79,20 +79,24 @@ struct ModelUpload
         }
     }
 
-    void sendItem(const PlannedSend &send)
+    /// Those that may be sent, before any is.
+    bool isReady(const PlannedSend &send)
     {
         const QString entry = send.entry;
         const bool confirms = !unknown.isEmpty() && send.item.getKind() == FileItem;
         if (plan.isBlocked(send.item.getModule()) ||
             (confirms && (entry != send.heldAs || store.entries.value(entry) != send.heldDigest))) {
-            return;
+            return false;
         }
         if (confirms) {
             plan.confirm(send);
         }
-        if (plan.isFrozen(send)) {
-            return;
-        }
+        return !plan.isFrozen(send);
+    }
+
+    void sendItem(const PlannedSend &send)
+    {
+        const QString entry = send.entry;
         const bool lost = random.bounded(2) == 0;
         const auto result = change("send " + entry, [&] { store.entries[entry] = send.line.digest(); });
         if (result == SendResult::Unknown && lost && stepsLeft != 0) {
@@ -137,14 +141,13 @@ struct ModelUpload
         for (const QString &module : plan.closeHeldFiles()) {
             unfinished << module;
         }
-        for (const bool plain : {false, true}) {
-            for (const QString &module : wanted.keys()) {
-                for (const PlannedSend &send : plan.sends(module)) {
-                    if ((send.item.getKind() == FileItem) == plain) {
-                        sendItem(send);
-                    }
-                }
-            }
+        QList<PlannedSend> ready;
+        for (const QString &module : wanted.keys()) {
+            std::ranges::copy_if(plan.sends(module), std::back_inserter(ready),
+                                 [this](const PlannedSend &send) { return isReady(send); });
+        }
+        for (const PlannedSend &send : std::as_const(ready)) {
+            sendItem(send);
         }
         if (!plan.settle()) {
             return;

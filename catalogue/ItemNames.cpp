@@ -71,6 +71,11 @@ QString checksumFileName(const QString &module)
     return module + ".cksum";
 }
 
+QString attributesFileName(const QString &module)
+{
+    return module + ".attributes";
+}
+
 QString migrationProgramName(const QString &module)
 {
     return module + "Migration";

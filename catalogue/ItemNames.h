@@ -31,6 +31,7 @@ QString escaped(const QString &path);
 QString modulesListName();
 QString versionFileName(const QString &module);
 QString checksumFileName(const QString &module);
+QString attributesFileName(const QString &module);
 QString migrationProgramName(const QString &module);
 
 } // namespace ItemNames

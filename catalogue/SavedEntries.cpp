@@ -94,7 +94,7 @@ SavedEntries::SavedEntries(LinesByModule lines) : linesByModule(std::move(lines)
     QSet<QString> controlFiles = {ItemNames::modulesListName()};
     for (const QString &module : linesByModule.keys()) {
         controlFiles << ItemNames::versionFileName(module) << ItemNames::checksumFileName(module)
-                     << ItemNames::migrationProgramName(module);
+                     << ItemNames::attributesFileName(module) << ItemNames::migrationProgramName(module);
     }
     Claims claims(controlFiles);
     for (auto module = linesByModule.cbegin(); module != linesByModule.cend(); ++module) {

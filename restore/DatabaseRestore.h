@@ -29,6 +29,9 @@ class DatabaseRestore
 public:
     DatabaseRestore(QString dump, QString livePath, const LoadLimits &limits = {});
 
+    /// Those of the saved database, which a new file gets; a live one keeps its own.
+    void setAttributes(const std::optional<FileAttributes> &saved) { replacement.setAttributes(saved); }
+
     /// Check the dump, and load that of a whole database; the live one is not touched, and its users may run.
     /// Empty, or what is wrong.
     QString prepare(Waiter &waiter);

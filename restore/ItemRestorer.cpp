@@ -56,6 +56,7 @@ void ItemRestorer::prepareDatabase(const PlannedItem &planned)
         return; // `restore` tells
     }
     auto made = std::make_unique<DatabaseRestore>(planned.source, target);
+    made->setAttributes(planned.attributes);
     if (const QString fault = made->prepare(waiter); !fault.isEmpty()) {
         keep(fault, target);
         return;
@@ -87,6 +88,7 @@ bool ItemRestorer::restoreFile(const PlannedItem &planned)
 {
     const QString target = planned.item.livePath();
     Replacement replacement(target);
+    replacement.setAttributes(planned.attributes);
     if (!replacement.prepare()) {
         return keep({}, target);
     }

@@ -11,12 +11,15 @@
 
 #include <cstdio>
 #include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
 namespace {
 
+constexpr qint64 nanosecondsOfSecond = 1'000'000'000;
 constexpr mode_t executable = S_IXUSR | S_IXGRP | S_IXOTH;
 
 std::optional<struct stat> statusOf(const QString &path)
@@ -24,6 +27,19 @@ std::optional<struct stat> statusOf(const QString &path)
     struct stat status = {};
     const bool exists = lstat(QFile::encodeName(path).constData(), &status) == 0;
     return exists ? std::optional(status) : std::nullopt;
+}
+
+/// The number of that name, if the device knows it.
+std::optional<uid_t> userNumber(const QString &name)
+{
+    const passwd *const found = getpwnam(name.toLocal8Bit().constData());
+    return found != nullptr ? std::optional(found->pw_uid) : std::nullopt;
+}
+
+std::optional<gid_t> groupNumber(const QString &name)
+{
+    const group *const found = getgrnam(name.toLocal8Bit().constData());
+    return found != nullptr ? std::optional(found->gr_gid) : std::nullopt;
 }
 
 void removeSideFiles(const QString &path)
@@ -139,15 +155,42 @@ bool Replacement::exchange() const
     return renameat2(AT_FDCWD, made.constData(), AT_FDCWD, live.constData(), RENAME_EXCHANGE) == 0;
 }
 
+Replacement::Ownership Replacement::withAttributes(Ownership taken) const
+{
+    if (!attributes) {
+        return taken;
+    }
+    struct stat above = {};
+    stat(QFile::encodeName(QFileInfo(livePath).path()).constData(), &above);
+    const auto user = userNumber(attributes->owner);
+    const auto group = groupNumber(attributes->group);
+    if (user && (*user != 0 || above.st_uid == 0)) {
+        taken.user = *user;
+    }
+    if (group && (*group != 0 || above.st_gid == 0)) {
+        taken.group = *group;
+    }
+    taken.mode = attributes->mode & ACCESSPERMS;
+    return taken;
+}
+
 void Replacement::takeOwnership() const
 {
     const QByteArray made = QFile::encodeName(path());
     const auto status = statusOf(path());
-    if (const auto taken = ownership(S_IFREG); taken && status && S_ISREG(status->st_mode)) {
-        if (lchown(made.constData(), taken->user, taken->group) != 0 ||
-            chmod(made.constData(), taken->mode) != 0) {
-            logWarning("Owner or mode of '%1' could not be kept", livePath);
-        }
+    const auto usual = ownership(S_IFREG);
+    if (!usual || !status || !S_ISREG(status->st_mode)) {
+        return;
+    }
+    const Ownership taken = withAttributes(*usual);
+    if (lchown(made.constData(), taken.user, taken.group) != 0 || chmod(made.constData(), taken.mode) != 0) {
+        logWarning("Owner or mode of '%1' could not be kept", livePath);
+    }
+    if (attributes) {
+        const timespec modified = {attributes->modified / nanosecondsOfSecond,
+                                   attributes->modified % nanosecondsOfSecond};
+        const std::array times = {timespec{0, UTIME_OMIT}, modified};
+        utimensat(AT_FDCWD, made.constData(), times.data(), AT_SYMLINK_NOFOLLOW);
     }
 }
 

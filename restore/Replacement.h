@@ -1,5 +1,7 @@
 #pragma once
 
+#include "catalogue/FileAttributes.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -45,8 +47,13 @@ public:
     /// is no such directory; `prepare` makes it.
     std::optional<Ownership> ownership(mode_t kind) const;
 
-    /// Put the new content in place, on the disk before the old one goes. A file takes its `ownership`;
-    /// a directory comes with its own. False, with the old content still there, when it could not be done.
+    /// What was saved of a file. Its permissions and time count, and its owner and group where this device
+    /// knows their names; root's only in a directory of root's.
+    void setAttributes(const std::optional<FileAttributes> &saved) { attributes = saved; }
+
+    /// Put the new content in place, on the disk before the old one goes. A file takes the saved attributes
+    /// or its `ownership`; a directory comes with its own. False, with the old content still there, when it
+    /// could not be done.
     bool replace(Waiter &waiter);
 
     /// Remove the new content with events served, as the destructor does without: a large one takes its time.
@@ -69,7 +76,10 @@ private:
     bool makeParents();
     bool exchange() const;
 
+    Ownership withAttributes(Ownership taken) const;
+
     QString livePath;
+    std::optional<FileAttributes> attributes;
     int number; ///< tells those apart that are made in one directory
     QStringList madeParents;
 };

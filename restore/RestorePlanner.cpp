@@ -92,7 +92,7 @@ void RestorePlanner::fetchSavedState(const QString &module)
     }
     const RestorableObject *object = context.modules.findObject(module);
     const bool here = object != nullptr && object->hasItems();
-    if (fetchLines(module, here) && here && !fetchVersion(module)) {
+    if (fetchLines(module, here) && here && (!fetchVersion(module) || !fetchAttributes(module))) {
         modulePlans.remove(module);
     }
 }
@@ -138,6 +138,23 @@ bool RestorePlanner::fetchVersion(const QString &module)
     return false;
 }
 
+/// Without them a file could become readable for more users than it was, so a failure is no absence.
+bool RestorePlanner::fetchAttributes(const QString &module)
+{
+    const QString entry = ItemNames::attributesFileName(module);
+    const QString path = DevicePaths::fetched(entry);
+    const RequestOutcome outcome = session.getFileAndWait(entry, path);
+    const auto attributes = outcome.stored() ? readAttributesFile(path) : std::nullopt;
+    if (attributes) {
+        savedAttributes.insert(module, *attributes);
+    } else if (outcome.kind != RequestOutcome::Absent) {
+        noteFailure(QString("Could not fetch '%1' from the repository").arg(entry));
+        logWarning("Module '%1' is left out: what was saved of it is not known", module);
+        return false;
+    }
+    return true;
+}
+
 /// The save's own steps, so that equal data have equal digests.
 void RestorePlanner::stage(const QString &module)
 {
@@ -178,6 +195,13 @@ void RestorePlanner::planModule(const QString &module)
     }
 }
 
+std::optional<FileAttributes> RestorePlanner::attributesOf(const SavedItem &item) const
+{
+    const AttributesByKey attributes = savedAttributes.value(item.getModule());
+    const auto found = attributes.constFind(item.key());
+    return found == attributes.cend() ? std::nullopt : std::optional(*found);
+}
+
 std::optional<PlannedItem> RestorePlanner::planItem(const SavedItem &item, const QString &digest,
                                                     const QString &entry)
 {
@@ -187,11 +211,11 @@ std::optional<PlannedItem> RestorePlanner::planItem(const SavedItem &item, const
         return std::nullopt;
     }
     if (item.getKind() == FileItem) {
-        return PlannedItem{item, digest, entry};
+        return PlannedItem{item, digest, entry, attributesOf(item)};
     }
     const QString local = DevicePaths::fetched(entry);
     if (!session.getFileAndWait(entry, local).stored()) {
         noteFailure(QString("Could not fetch '%1' from the repository").arg(entry));
     }
-    return PlannedItem{item, digest, local};
+    return PlannedItem{item, digest, local, attributesOf(item)};
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "catalogue/ChecksumComparison.h"
+#include "catalogue/FileAttributes.h"
 #include "catalogue/SavedEntries.h"
 #include "catalogue/SavedItem.h"
 #include "catalogue/SavedVersion.h"
@@ -24,6 +25,7 @@ struct PlannedItem
     QString digest; ///< of the file, the uncompressed archive or the database, as the repository promises it
     QString source; ///< fetched archive or dump; of a plain file the name of its entry, which is still to be
                     ///< fetched
+    std::optional<FileAttributes> attributes; ///< of a file or database, when they were saved
 };
 
 /// What a restore is to put back of one module.
@@ -55,9 +57,11 @@ private:
     std::optional<QStringList> fetchModulesList();
     void fetchSavedState(const QString &module);
     bool fetchVersion(const QString &module);
+    bool fetchAttributes(const QString &module);
     bool fetchLines(const QString &module, bool needed);
     void planModule(const QString &module);
     std::optional<PlannedItem> planItem(const SavedItem &item, const QString &digest, const QString &entry);
+    std::optional<FileAttributes> attributesOf(const SavedItem &item) const;
     void stage(const QString &module);
     void noteFailure(const QString &text);
 
@@ -65,6 +69,7 @@ private:
     RepositorySession &session;
     StagingArea &staging;
     LinesByModule savedLines;
+    QMap<QString, AttributesByKey> savedAttributes;
     std::optional<SavedEntries> saved;
     bool entriesKnown =
         true; ///< the checksum files of all listed modules are known, and so are their entries

@@ -14,22 +14,13 @@
 
 #include <utility>
 
-namespace {
-
-QString nameOf(const PlannedSend &send)
-{
-    return QString("'%1' of module '%2'").arg(send.line.key(), send.item.getModule());
-}
-
-SendResult resultOf(const RequestOutcome &outcome)
+SendResult Upload::resultOf(const RequestOutcome &outcome)
 {
     if (outcome.stored()) {
         return SendResult::Stored;
     }
     return outcome.entryUntouched ? SendResult::Untouched : SendResult::Unknown;
 }
-
-} // namespace
 
 Upload::Upload(RepositorySession &session, const KnownModules &modules, Waiter &waiter, StagedData staged)
     : session(session), modules(modules), waiter(waiter), staged(std::move(staged))
@@ -99,6 +90,17 @@ void Upload::sendChecksumFile(const ChecksumSend &file)
     });
 }
 
+/// False, and a failure, when it could not be written.
+bool Upload::stageFile(const QString &entry, const QByteArray &text)
+{
+    QSaveFile file(DevicePaths::staged(entry));
+    if (file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.commit()) {
+        return true;
+    }
+    fail("'" + entry + "'", QString("'%1' could not be written").arg(file.fileName()));
+    return false;
+}
+
 void Upload::sendHeldChecksumFiles()
 {
     logDebug("Send cksum files to repository");
@@ -116,126 +118,6 @@ void Upload::sendHeldChecksumFiles()
         unfinished << module;
     }
     logDebug("Done: send cksum files to repository");
-}
-
-/// What has to be fetched first is fetched before anything takes its place.
-void Upload::sendData()
-{
-    QList<QPair<PlannedSend, QString>> ready;
-    for (const QString &module : previousLines.keys()) {
-        for (const PlannedSend &send : plan->sends(module)) {
-            if (!waiter.mustEnd() && !plan->isBlocked(module)) {
-                ready << qMakePair(send, readySource(send));
-            }
-        }
-    }
-    if (waiter.mustEnd()) {
-        return;
-    }
-    logDebug("Send databases and gzipped dirs to repository");
-    for (const auto &[send, source] : std::as_const(ready)) {
-        if (send.item.getKind() != FileItem) {
-            sendItem(send, source);
-        }
-    }
-    sendMigrationPrograms();
-    logDebug("Send remaining files");
-    for (const auto &[send, source] : std::as_const(ready)) {
-        if (send.item.getKind() == FileItem) {
-            sendItem(send, source);
-        }
-    }
-    session.waitForRequests();
-    logDebug("Done: send remaining files");
-}
-
-/// The file to be stored; nothing when the item cannot be.
-QString Upload::readySource(const PlannedSend &send)
-{
-    if (!isEntryCertain(send) || plan->isFrozen(send)) {
-        fail(nameOf(send), "its entry depends on what could not be saved");
-        return {};
-    }
-    QString source = sourceOf(send);
-    if (source.isEmpty()) {
-        plan->note(send, SendResult::Untouched);
-        fail(nameOf(send), "what was saved of it could not be fetched");
-    }
-    return source;
-}
-
-void Upload::sendItem(const PlannedSend &send, const QString &source)
-{
-    if (source.isEmpty()) {
-        return;
-    }
-    if (plan->isFrozen(send)) {
-        fail(nameOf(send), "its entry depends on what could not be saved");
-        return;
-    }
-    if (send.item.getKind() == FileItem) {
-        logDebug(send.isNew ? "New file: %1 (prefix: %2)" : "Update file: %1 (prefix: %2)", source,
-                 send.entry.section("++", 0, -2));
-    } else {
-        logDebug(send.isNew ? "New file: %1" : "Update file: %1", send.line.key());
-    }
-    const bool live = source == send.item.livePath();
-    const QString within = live ? DevicePaths::moduleData(send.item.getModule()) : QString();
-    session.submit({RepositoryRequest::Put, send.entry, source, within},
-                   [=, this](const RequestOutcome &outcome) {
-                       plan->note(send, resultOf(outcome), outcome.digest);
-                       if (!outcome.stored()) {
-                           fail(nameOf(send), outcome.text);
-                       }
-                   });
-}
-
-/// The artefact or the live file. When the line describes what the repository holds rather than what is on
-/// the device, and only the entry's name changes, the entry itself, fetched for the purpose.
-QString Upload::sourceOf(const PlannedSend &send)
-{
-    const QString &module = send.item.getModule();
-    if (!takenOver.value(module).contains(send.line.key())) {
-        return send.item.getKind() == FileItem ? send.item.livePath() : send.item.stagedPath();
-    }
-    return send.heldDigest == send.line.digest() ? fetchHeld(send) : QString();
-}
-
-/// What the repository holds of an item, fetched into a file; nothing when it does not hold what it should.
-QString Upload::fetchHeld(const PlannedSend &send)
-{
-    const QString path = DevicePaths::fetched("held/" + send.item.getModule() + "/" + send.line.key());
-    QDir().mkpath(QFileInfo(path).path());
-    const bool fetched = !send.heldAs.isEmpty() && session.getFileAndWait(send.heldAs, path).stored();
-    return fetched && fileDigest(waiter, path) == send.heldDigest ? path : QString();
-}
-
-/// As long as the lines of a module are not known, two items could claim the same entry unnoticed. The entry
-/// of a plain file is then certain when what it holds is what was saved of the item.
-bool Upload::isEntryCertain(const PlannedSend &send)
-{
-    if (unknown.isEmpty() || send.item.getKind() != FileItem) {
-        return true;
-    }
-    if (send.entry != send.heldAs || fetchHeld(send).isEmpty()) {
-        return false;
-    }
-    plan->confirm(send);
-    return true;
-}
-
-void Upload::sendMigrationPrograms()
-{
-    for (const QString &module : std::as_const(staged.migrationPrograms)) {
-        if (!unfinished.contains(module)) {
-            sendFile(DevicePaths::migrationProgram(module), ItemNames::migrationProgramName(module),
-                     [=, this](SendResult result) {
-                         if (result != SendResult::Stored) {
-                             unfinished << module;
-                         }
-                     });
-        }
-    }
 }
 
 void Upload::removeDeletedFiles()
@@ -305,15 +187,12 @@ void Upload::sendVersionFiles()
 void Upload::sendModulesList(const QStringList &names)
 {
     logDebug("Send modules list file to repository");
-    QSaveFile list(DevicePaths::staged(ItemNames::modulesListName()));
-    const QByteArray text = names.isEmpty() ? QByteArray() : (names.join('\n') + "\n").toUtf8();
-    if (!list.open(QIODevice::WriteOnly) || list.write(text) != text.size() || !list.commit()) {
-        fail("'" + ItemNames::modulesListName() + "'",
-             QString("'%1' could not be written").arg(list.fileName()));
+    const QString entry = ItemNames::modulesListName();
+    if (!stageFile(entry, names.isEmpty() ? QByteArray() : (names.join('\n') + "\n").toUtf8())) {
         return;
     }
     bool stored = false;
-    sendFile(list.fileName(), ItemNames::modulesListName(),
+    sendFile(DevicePaths::staged(entry), entry,
              [&](SendResult result) { stored = result == SendResult::Stored; });
     session.waitForRequests();
     if (stored) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "catalogue/FileAttributes.h"
 #include "catalogue/Priorities.h"
 #include "save/CompletedLines.h"
 #include "save/UploadPlan.h"
@@ -14,6 +15,7 @@
 
 class KnownModules;
 class RepositorySession;
+struct RequestOutcome;
 class Waiter;
 
 /// Something that an upload could not do.
@@ -34,9 +36,10 @@ struct StagedData
 /// Brings what was staged into the repository, in phases:
 ///
 ///  1. the modules list and the checksum files as they were saved last are fetched,
-///  2. modules with changes get a checksum file that promises their unchanged items alone; where names of
+///  2. modules with changes get a checksum file that promises their
+///  unchanged items alone; where names of
 ///     entries change, the digests concerned go first,
-///  3. new and changed items and migration programs are stored,
+///  3. the attributes of files are stored, then new and changed items and migration programs,
 ///  4. entries that nobody uses any more are removed,
 ///  5. the whole checksum files are stored, digests of items whose entries have just changed their names
 ///  last,
@@ -58,14 +61,24 @@ public:
     const QList<UploadFailure> &failures() const { return failed; }
 
 private:
+    struct ReadySend
+    {
+        PlannedSend send;
+        QString source; ///< local file
+    };
+
     bool fetchPreviousList();
     void fetchPreviousState();
     void fetchPreviousLines(const QString &module);
+    bool fetchPreviousAttributes(const QString &module);
+    AttributesByKey attributesOf(const QString &module, const QSet<QString> &sent) const;
     void makePlan();
     void sendHeldChecksumFiles();
     void sendData();
+    QList<ReadySend> readySends();
     QString readySource(const PlannedSend &send);
-    void sendItem(const PlannedSend &send, const QString &source);
+    QSet<QString> sendAttributes(const QList<ReadySend> &ready);
+    void sendItem(const ReadySend &ready);
     QString sourceOf(const PlannedSend &send);
     QString fetchHeld(const PlannedSend &send);
     bool isEntryCertain(const PlannedSend &send);
@@ -74,9 +87,11 @@ private:
     void sendUnchangedChecksumFiles();
     void sendFinalChecksumFiles();
     void sendVersionFiles();
+    bool stageFile(const QString &entry, const QByteArray &text);
     void sendChecksumFiles(const QList<ChecksumSend> &files);
     void sendChecksumFile(const ChecksumSend &file);
     void sendModulesList(const QStringList &names);
+    static SendResult resultOf(const RequestOutcome &outcome);
     void sendFile(const QString &path, const QString &entry, const std::function<void(SendResult)> &done);
     void fail(const QString &what, const QString &text);
 
@@ -89,6 +104,7 @@ private:
     QSet<QString> unknown; ///< modules whose saved lines are not known
     LinesByModule previousLines;
     QMap<QString, QSet<QString>> takenOver;
+    QMap<QString, AttributesByKey> previousAttributes;
     std::optional<UploadPlan> plan;
     QSet<QString> unfinished; ///< modules whose version file must not be stored
     QList<UploadFailure> failed;

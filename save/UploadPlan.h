@@ -52,6 +52,8 @@ public:
 
     bool isBlocked(const QString &module) const { return blockedModules.contains(module); }
     bool hasChanges(const QString &module) const;
+    /// The lines as the repository is to have them.
+    ChecksumLines wantedLines(const QString &module) const { return current.lines().value(module); }
     bool isSame(const QString &module, const ChecksumLine &line) const
     {
         return statuses.value(module).value(line.key()).status == Same;

@@ -63,11 +63,33 @@ void Upload::fetchPreviousLines(const QString &module)
         logDebug("Could not open repository checksum file (%1): all data are new!", path);
         lines.emplace();
     }
+    if (!fetchPreviousAttributes(module)) {
+        unknown << module;
+        unfinished << module;
+        return;
+    }
     if (!listed.contains(module) && !gone.contains(module)) {
         // While the module was not on the list, others may have used the names of its plain files.
         lines->removeIf([](const ChecksumLine &line) { return line.isPlainFile(); });
     }
     previousLines.insert(module, *lines);
+}
+
+bool Upload::fetchPreviousAttributes(const QString &module)
+{
+    const QString entry = ItemNames::attributesFileName(module);
+    const QString path = DevicePaths::fetched(entry);
+    const RequestOutcome outcome = session.getFileAndWait(entry, path);
+    if (outcome.kind == RequestOutcome::Absent) {
+        return true;
+    }
+    const auto attributes = outcome.stored() ? readAttributesFile(path) : std::nullopt;
+    if (!attributes) {
+        fail("'" + entry + "'", outcome.text);
+        return false;
+    }
+    previousAttributes.insert(module, *attributes);
+    return true;
 }
 
 void Upload::makePlan()

@@ -106,6 +106,7 @@ private Q_SLOTS:
             QVERIFY(holds("B", "b", "new"));
             before["b"] = store->entries["b"];
             before["B.cksum"] = store->entries["B.cksum"];
+            before["B.attributes"] = store->entries["B.attributes"];
         }
         QCOMPARE(store->entries, before);
         QVERIFY(save());

@@ -1,0 +1,70 @@
+#include "catalogue/FileAttributes.h"
+
+#include <QFile>
+
+namespace {
+
+constexpr qint64 largestFile = qint64{64} * 1024 * 1024;
+constexpr quint32 permissionBits = 0777;
+
+struct Line
+{
+    QString key;
+    FileAttributes attributes;
+};
+
+std::optional<Line> parseLine(const QByteArray &text)
+{
+    const QByteArrayList fields = text.split('\t');
+    if (fields.size() != 5) {
+        return std::nullopt;
+    }
+    bool isMode = false;
+    bool isTime = false;
+    const quint32 mode = fields.at(1).toUInt(&isMode, 8);
+    const qint64 modified = fields.at(4).toLongLong(&isTime);
+    if (!isMode || !isTime || mode > permissionBits) {
+        return std::nullopt;
+    }
+    return Line{QString::fromUtf8(fields.at(0)),
+                {mode, QString::fromUtf8(fields.at(2)), QString::fromUtf8(fields.at(3)), modified}};
+}
+
+} // namespace
+
+QByteArray attributesText(const AttributesByKey &attributes)
+{
+    QByteArray text;
+    for (const auto &[key, of] : attributes.asKeyValueRange()) {
+        const QStringList fields = {key, QString("%1").arg(of.mode, 4, 8, QChar('0')), of.owner, of.group,
+                                    QString::number(of.modified)};
+        text += fields.join('\t').toUtf8() + "\n";
+    }
+    return text;
+}
+
+AttributesByKey parseAttributes(const QByteArray &text)
+{
+    AttributesByKey attributes;
+    for (qsizetype begin = 0; begin < text.size();) {
+        const qsizetype found = text.indexOf('\n', begin);
+        const qsizetype end = found < 0 ? text.size() : found;
+        if (const auto line = parseLine(text.mid(begin, end - begin))) {
+            const auto known = attributes.constFind(line->key);
+            const quint32 given = known == attributes.cend() ? permissionBits : known->mode;
+            attributes[line->key] = line->attributes;
+            attributes[line->key].mode &= given;
+        }
+        begin = end + 1;
+    }
+    return attributes;
+}
+
+std::optional<AttributesByKey> readAttributesFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || file.size() > largestFile) {
+        return std::nullopt;
+    }
+    return parseAttributes(file.readAll());
+}

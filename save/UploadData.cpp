@@ -1,0 +1,193 @@
+#include "catalogue/ItemNames.h"
+#include "commands/Digest.h"
+#include "platform/core/Waiter.h"
+#include "platform/DevicePaths.h"
+#include "platform/logger/VYXLogger.h"
+#include "repository/RepositorySession.h"
+#include "save/Upload.h"
+#include "staging/LiveAttributes.h"
+
+#include <QDir>
+
+// The phase of an upload in which the items themselves are stored.
+
+namespace {
+
+QString nameOf(const PlannedSend &send)
+{
+    return QString("'%1' of module '%2'").arg(send.line.key(), send.item.getModule());
+}
+
+} // namespace
+
+void Upload::sendData()
+{
+    const QList<ReadySend> ready = readySends();
+    const QSet<QString> withoutAttributes = sendAttributes(ready);
+    if (waiter.mustEnd()) {
+        return;
+    }
+    logDebug("Send databases, gzipped dirs and remaining files to repository");
+    for (const ReadySend &item : ready) {
+        if (withoutAttributes.contains(item.send.item.getModule())) {
+            plan->note(item.send, SendResult::Untouched);
+        } else {
+            sendItem(item);
+        }
+    }
+    sendMigrationPrograms();
+    session.waitForRequests();
+    logDebug("Done: send databases, gzipped dirs and remaining files to repository");
+}
+
+/// What has to be fetched first is fetched before anything takes its place.
+QList<Upload::ReadySend> Upload::readySends()
+{
+    QList<ReadySend> ready;
+    for (const QString &module : previousLines.keys()) {
+        for (const PlannedSend &send : plan->sends(module)) {
+            const bool possible = !waiter.mustEnd() && !plan->isBlocked(module);
+            if (const QString source = possible ? readySource(send) : QString(); !source.isEmpty()) {
+                ready << ReadySend{send, source};
+            }
+        }
+    }
+    return ready;
+}
+
+/// Before the items themselves: wherever the upload is cut off, none is restored for more users than may see
+/// it. The modules whose attributes could not be stored.
+QSet<QString> Upload::sendAttributes(const QList<ReadySend> &ready)
+{
+    QMap<QString, QSet<QString>> sent;
+    for (const ReadySend &item : ready) {
+        sent[item.send.item.getModule()] << item.send.line.key();
+    }
+    QSet<QString> failing;
+    for (const QString &module : previousLines.keys()) {
+        const AttributesByKey now = attributesOf(module, sent.value(module));
+        const QString entry = ItemNames::attributesFileName(module);
+        const bool same = gone.contains(module) || now == previousAttributes.value(module);
+        if (waiter.mustEnd() || plan->isBlocked(module) || same) {
+            continue;
+        }
+        failing << module;
+        if (stageFile(entry, attributesText(now))) {
+            sendFile(DevicePaths::staged(entry), entry, [&failing, module](SendResult result) {
+                if (result == SendResult::Stored) {
+                    failing.remove(module);
+                }
+            });
+        }
+    }
+    session.waitForRequests();
+    unfinished += failing;
+    return failing;
+}
+
+/// What the module's attributes file is to hold. An item that stays as it was saved, or has just vanished,
+/// keeps its own.
+AttributesByKey Upload::attributesOf(const QString &module, const QSet<QString> &sent) const
+{
+    const ChecksumLines lines = plan->wantedLines(module);
+    const AttributesByKey before = previousAttributes.value(module);
+    const AttributesByKey live = liveAttributes(module, lines);
+    AttributesByKey attributes;
+    for (const ChecksumLine &line : lines) {
+        const QString key = line.key();
+        const bool isSaved = sent.contains(key) || plan->isSame(module, line);
+        const bool stays = !isSaved || takenOver.value(module).contains(key) || !live.contains(key);
+        const AttributesByKey &source = stays ? before : live;
+        if (source.contains(key)) {
+            attributes.insert(key, source.value(key));
+        }
+    }
+    return attributes;
+}
+
+/// The file to be stored; nothing when the item cannot be.
+QString Upload::readySource(const PlannedSend &send)
+{
+    if (!isEntryCertain(send) || plan->isFrozen(send)) {
+        fail(nameOf(send), "its entry depends on what could not be saved");
+        return {};
+    }
+    QString source = sourceOf(send);
+    if (source.isEmpty()) {
+        plan->note(send, SendResult::Untouched);
+        fail(nameOf(send), "what was saved of it could not be fetched");
+    }
+    return source;
+}
+
+void Upload::sendItem(const ReadySend &ready)
+{
+    const PlannedSend send = ready.send;
+    if (plan->isFrozen(send)) {
+        fail(nameOf(send), "its entry depends on what could not be saved");
+        return;
+    }
+    if (send.item.getKind() == FileItem) {
+        logDebug(send.isNew ? "New file: %1 (prefix: %2)" : "Update file: %1 (prefix: %2)", ready.source,
+                 send.entry.section("++", 0, -2));
+    } else {
+        logDebug(send.isNew ? "New file: %1" : "Update file: %1", send.line.key());
+    }
+    const bool live = ready.source == send.item.livePath();
+    const QString within = live ? DevicePaths::moduleData(send.item.getModule()) : QString();
+    session.submit({RepositoryRequest::Put, send.entry, ready.source, within},
+                   [=, this](const RequestOutcome &outcome) {
+                       plan->note(send, resultOf(outcome), outcome.digest);
+                       if (!outcome.stored()) {
+                           fail(nameOf(send), outcome.text);
+                       }
+                   });
+}
+
+/// The artefact or the live file. When the line describes what the repository holds rather than what is on
+/// the device, and only the entry's name changes, the entry itself, fetched for the purpose.
+QString Upload::sourceOf(const PlannedSend &send)
+{
+    const QString &module = send.item.getModule();
+    if (!takenOver.value(module).contains(send.line.key())) {
+        return send.item.getKind() == FileItem ? send.item.livePath() : send.item.stagedPath();
+    }
+    return send.heldDigest == send.line.digest() ? fetchHeld(send) : QString();
+}
+
+/// What the repository holds of an item, fetched into a file; nothing when it does not hold what it should.
+QString Upload::fetchHeld(const PlannedSend &send)
+{
+    const QString path = DevicePaths::fetched("held/" + send.item.getModule() + "/" + send.line.key());
+    QDir().mkpath(QFileInfo(path).path());
+    const bool fetched = !send.heldAs.isEmpty() && session.getFileAndWait(send.heldAs, path).stored();
+    return fetched && fileDigest(waiter, path) == send.heldDigest ? path : QString();
+}
+
+/// As long as the lines of a module are not known, two items could claim the same entry unnoticed. The entry
+/// of a plain file is then certain when what it holds is what was saved of the item.
+bool Upload::isEntryCertain(const PlannedSend &send)
+{
+    if (unknown.isEmpty() || send.item.getKind() != FileItem) {
+        return true;
+    }
+    if (send.entry != send.heldAs || fetchHeld(send).isEmpty()) {
+        return false;
+    }
+    plan->confirm(send);
+    return true;
+}
+
+void Upload::sendMigrationPrograms()
+{
+    for (const QString &module : std::as_const(staged.migrationPrograms)) {
+        if (!unfinished.contains(module)) {
+            sendFile(DevicePaths::migrationProgram(module), ItemNames::migrationProgramName(module),
+                     [=, this](SendResult result) {
+                         if (result != SendResult::Stored) {
+                             unfinished << module;
+                         }
+                     });
+        }
+    }
+}

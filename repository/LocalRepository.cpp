@@ -11,11 +11,15 @@
 #include <cstdio>
 #include <sys/stat.h>
 
+using namespace std::chrono_literals;
+
 namespace {
 
 constexpr qint64 portion = qint64{1024} * 1024;
 constexpr qint64 mostParkedBytes = 64 * portion;
 constexpr qsizetype mostParked = 1000;
+constexpr std::chrono::seconds lookPeriod = 10s;
+constexpr std::chrono::seconds longestSync = 5min;
 
 QString incomingPrefix()
 {
@@ -51,6 +55,13 @@ LocalRepository::LocalRepository(const QString &directory)
     }
     turn.setInterval(0);
     connect(&turn, &QTimer::timeout, this, &LocalRepository::copyPortion);
+    patience.setInterval(lookPeriod);
+    connect(&patience, &QTimer::timeout, this, [this] {
+        waited += lookPeriod;
+        if (waited < longestSync) {
+            noteProgress();
+        }
+    });
 }
 
 LocalRepository::~LocalRepository()
@@ -266,6 +277,8 @@ void LocalRepository::carryOutParked()
         abortParked();
         finishParked(outcomes);
     };
+    waited = {};
+    patience.start();
     underWayTogether = std::make_unique<EntryChanges>(directory, changes, this, done);
 }
 
@@ -294,6 +307,7 @@ void LocalRepository::abortParked()
             }
         }
     }
+    patience.stop();
     underWayTogether.reset();
     parkedChanges.clear();
     parkedBytes = 0;

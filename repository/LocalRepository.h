@@ -8,6 +8,8 @@
 #include <QFile>
 #include <QTimer>
 
+#include <chrono>
+
 /// A repository in a directory of the device. Each entry is a regular file in it.
 ///
 /// Contents are copied in portions of 1 MiB, one for each turn of the event loop; permissions go with them.
@@ -71,4 +73,6 @@ private:
     QList<Change> parkedChanges;
     qint64 parkedBytes = 0;
     std::unique_ptr<EntryChanges> underWayTogether;
+    QTimer patience; ///< a slow disk may take long for what is carried out together
+    std::chrono::seconds waited = {};
 };

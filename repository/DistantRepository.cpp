@@ -4,6 +4,8 @@
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositoryUrl.h"
 #include "repository/SecureConnection.h"
+#include "repository/ServerAnswer.h"
+#include "repository/TransferWatch.h"
 
 #include <QFileInfo>
 #include <QNetworkProxy>
@@ -14,46 +16,9 @@
 
 namespace {
 
+using namespace ServerAnswer;
+
 constexpr qint64 readBuffer = qint64{1024} * 1024;
-constexpr int notFound = 404;
-constexpr int serviceUnavailable = 503;
-constexpr int insufficientStorage = 507;
-
-/// The status of the server's answer, 0 when there is none.
-int statusOf(const QNetworkReply &reply)
-{
-    return reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-}
-
-bool isSuccess(int status)
-{
-    return status >= 200 && status <= 299;
-}
-
-/// True for the answers of a server that has refused to change anything.
-bool isRefusal(int status)
-{
-    return (status >= 400 && status <= 499) || status == serviceUnavailable || status == insufficientStorage;
-}
-
-/// Why a finished reply is no success; empty when it is one. After a time-out the status may still say 200.
-QString failureOf(const QNetworkReply &reply, qint64 received = -1)
-{
-    if (reply.error() != QNetworkReply::NoError) {
-        return reply.errorString();
-    }
-    const int status = statusOf(reply);
-    if (!isSuccess(status)) {
-        return QString("The server answered with status %1").arg(status);
-    }
-    const QVariant announced = reply.header(QNetworkRequest::ContentLengthHeader);
-    const bool plain = !reply.hasRawHeader("Content-Encoding");
-    if (received >= 0 && plain && announced.isValid() && announced.toLongLong() != received) {
-        return "The server sent fewer bytes than announced";
-    }
-    return {};
-}
-
 RequestOutcome failure(const QNetworkReply &reply, const QString &text)
 {
     return {RequestOutcome::Failed, text, isRefusal(statusOf(reply))};
@@ -170,10 +135,13 @@ void DistantRepository::abort()
     }
 }
 
-/// The end is queued, so that who is told of it may destroy the repository, and the reply with it.
-void DistantRepository::follow(QNetworkReply *reply, const Ending &ending)
+/// The end is queued, so that who is told of it may destroy the repository, and the reply with it. What of an
+/// answer is not read counts as no progress.
+TransferWatch &DistantRepository::follow(QNetworkReply *reply, const Ending &ending)
 {
     currentReply = reply;
+    reply->setReadBufferSize(readBuffer);
+    auto *const watch = new TransferWatch(*reply, rateWindow);
     connect(reply, &QNetworkReply::sslErrors, this, &logRequestErrors);
     const auto end = [this, reply, ending] {
         if (reply != currentReply) {
@@ -184,6 +152,7 @@ void DistantRepository::follow(QNetworkReply *reply, const Ending &ending)
         finish(ending(*reply));
     };
     connect(reply, &QNetworkReply::finished, this, end, Qt::QueuedConnection);
+    return *watch;
 }
 
 void DistantRepository::startCheck()
@@ -197,9 +166,8 @@ void DistantRepository::startCheck()
     }
     logDebug("Check if server and repository exist: '%1'", shown);
     QNetworkReply *const reply = networkManager.get(requestFor(RepositoryUrl::base(repositoryUrl)));
-    follow(reply, [this](const QNetworkReply &ended) { return endCheck(ended); });
-    // Without progress: a body that never ends is to be given up.
-    connect(reply, &QNetworkReply::readyRead, this, [reply] { reply->readAll(); });
+    TransferWatch &watch = follow(reply, [this](const QNetworkReply &ended) { return endCheck(ended); });
+    connect(reply, &QNetworkReply::readyRead, &watch, &TransferWatch::dropAnswer);
 }
 
 void DistantRepository::startPut(const RepositoryRequest &request)
@@ -217,28 +185,30 @@ void DistantRepository::startPut(const RepositoryRequest &request)
         return;
     }
     QNetworkReply *const reply = networkManager.put(requestFor(url), source.get());
-    follow(reply, [sent = source.get()](const QNetworkReply &ended) { return endPut(ended, *sent); });
+    TransferWatch &watch =
+        follow(reply, [sent = source.get()](const QNetworkReply &ended) { return endPut(ended, *sent); });
     source.release()->setParent(reply);
-    connect(reply, &QNetworkReply::uploadProgress, this,
-            [this](qint64 done, qint64 total) { logProgress("PUT progess: %1%", done, total); });
+    connect(reply, &QNetworkReply::readyRead, &watch, &TransferWatch::dropAnswer);
+    connect(reply, &QNetworkReply::uploadProgress, &watch, [this, &watch](qint64 done, qint64 total) {
+        watch.noteUploaded(done, total);
+        logProgress("PUT progess: %1%", done, total);
+    });
 }
 
 void DistantRepository::startGet(const RepositoryRequest &request)
 {
     logDebug("GET '%1/%2' to '%3'", RepositoryUrl::forDisplay(repositoryUrl), request.entry, request.path);
-    if (!download.open(request.path)) {
+    if (!download.open(request.path, request.largest)) {
         download.drop();
         finish(unsent(QString("Could not create file '%1' on local file system").arg(request.path)));
         return;
     }
     QNetworkReply *const reply =
         networkManager.get(requestFor(RepositoryUrl::entry(repositoryUrl, request.entry)));
-    reply->setReadBufferSize(readBuffer);
-    follow(reply, [this, entry = request.entry](QNetworkReply &ended) { return endGet(ended, entry); });
-    connect(reply, &QNetworkReply::readyRead, this, [this, reply] {
-        noteProgress();
-        download.take(*reply);
-    });
+    TransferWatch &watch =
+        follow(reply, [this, entry = request.entry](QNetworkReply &ended) { return endGet(ended, entry); });
+    connect(reply, &QNetworkReply::readyRead, &watch,
+            [this, reply, &watch, entry = request.entry] { receive(*reply, watch, entry); });
     connect(reply, &QNetworkReply::downloadProgress, this,
             [this](qint64 done, qint64 total) { logProgress("GET progess: %1%", done, total); });
 }
@@ -246,8 +216,27 @@ void DistantRepository::startGet(const RepositoryRequest &request)
 void DistantRepository::startRemove(const QString &entry)
 {
     logDebug("DELETE '%1/%2'", RepositoryUrl::forDisplay(repositoryUrl), entry);
-    follow(networkManager.deleteResource(requestFor(RepositoryUrl::entry(repositoryUrl, entry))),
-           [](const QNetworkReply &ended) { return endRemove(ended); });
+    QNetworkReply *const reply =
+        networkManager.deleteResource(requestFor(RepositoryUrl::entry(repositoryUrl, entry)));
+    TransferWatch &watch = follow(reply, [](const QNetworkReply &ended) { return endRemove(ended); });
+    connect(reply, &QNetworkReply::readyRead, &watch, &TransferWatch::dropAnswer);
+}
+
+/// What comes with another status than success is not the entry.
+void DistantRepository::receive(QNetworkReply &reply, TransferWatch &watch, const QString &entry)
+{
+    if (!isSuccess(statusOf(reply))) {
+        watch.dropAnswer();
+        return;
+    }
+    noteProgress();
+    download.expect(reply.header(QNetworkRequest::ContentLengthHeader).toLongLong());
+    const qint64 before = download.size();
+    download.take(reply);
+    watch.noteMoved(download.size() - before);
+    if (download.isTooLarge()) {
+        watch.giveUp(tooLarge(entry, download.limit()));
+    }
 }
 
 RequestOutcome DistantRepository::endCheck(const QNetworkReply &reply) const
@@ -280,8 +269,11 @@ RequestOutcome DistantRepository::endGet(QNetworkReply &reply, const QString &en
         logDebug("The repository holds no '%1'", entry);
         return {RequestOutcome::Absent, {}};
     }
-    download.take(reply);
-    QString text = failureOf(reply, download.size());
+    if (isSuccess(statusOf(reply))) {
+        download.take(reply);
+    }
+    QString text =
+        download.isTooLarge() ? tooLarge(entry, download.limit()) : failureOf(reply, download.size());
     if (text.isEmpty() && !download.finish()) {
         text = "The file could not be written";
     }
@@ -298,11 +290,13 @@ RequestOutcome DistantRepository::endGet(QNetworkReply &reply, const QString &en
 RequestOutcome DistantRepository::endRemove(const QNetworkReply &reply)
 {
     const int status = statusOf(reply);
+    const QString givenUp = TransferWatch::reasonOf(reply);
     const bool cutOff = reply.error() == QNetworkReply::OperationCanceledError ||
                         reply.error() == QNetworkReply::TimeoutError;
-    if (status == 0 || cutOff) {
-        logError("Error in DELETE: '%1' (%2)", reply.errorString(), static_cast<int>(reply.error()));
-        return failure(reply, reply.errorString());
+    if (status == 0 || cutOff || !givenUp.isEmpty()) {
+        const QString text = givenUp.isEmpty() ? reply.errorString() : givenUp;
+        logError("Error in DELETE: '%1' (%2)", text, static_cast<int>(reply.error()));
+        return failure(reply, text);
     }
     const QString reason = reply.attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString();
     if (isSuccess(status) || status == notFound) {

@@ -14,14 +14,15 @@
 
 class QNetworkReply;
 class SecureConnection;
+class TransferWatch;
 
 /// A repository on an HTTP or HTTPS server: each entry is a resource directly below the base URL.
 ///
 /// A request ends when the server has answered, when the connection fails, or after 30 s without any
-/// progress. Redirects are not followed; every status outside 2xx is a failure, but for 404: what is not
-/// there cannot be fetched and need not be removed. With HTTPS each request carries the device's certificate
-/// and trusts only the device's certificate authorities, as the last set-up found them; before the first it
-/// trusts nobody.
+/// progress, or with less than 1 kB/s over a minute. Redirects are not followed; every status outside 2xx is
+/// a failure, but for 404: what is not there cannot be fetched and need not be removed. With HTTPS each
+/// request carries the device's certificate and trusts only the device's certificate authorities, as the last
+/// set-up found them; before the first it trusts nobody.
 class DistantRepository : public Repository
 {
     Q_OBJECT
@@ -41,6 +42,8 @@ public:
 
     /// How long a request may go without any progress.
     void setInactivityLimit(std::chrono::milliseconds limit) { inactivityLimit = limit; }
+    /// How long a window of time is over which the rate of a transfer is averaged.
+    void setRateWindow(std::chrono::milliseconds window) { rateWindow = window; }
 
 protected:
     void start(const RepositoryRequest &request) override;
@@ -53,7 +56,8 @@ private:
     void startPut(const RepositoryRequest &request);
     void startGet(const RepositoryRequest &request);
     void startRemove(const QString &entry);
-    void follow(QNetworkReply *reply, const Ending &ending);
+    TransferWatch &follow(QNetworkReply *reply, const Ending &ending);
+    void receive(QNetworkReply &reply, TransferWatch &watch, const QString &entry);
 
     static RequestOutcome endPut(const QNetworkReply &reply, const DigestingFile &sent);
     RequestOutcome endGet(QNetworkReply &reply, const QString &entry);
@@ -71,4 +75,5 @@ private:
     QPointer<QNetworkReply> currentReply;
     DownloadFile download;
     std::chrono::milliseconds inactivityLimit = std::chrono::seconds(30);
+    std::chrono::milliseconds rateWindow = std::chrono::seconds(60);
 };

@@ -2,12 +2,31 @@
 
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cstdio>
+#include <limits>
+#include <sys/statvfs.h>
 
-bool DownloadFile::open(const QString &path)
+namespace {
+
+/// Nine tenths of what is free in the file system of a path's directory, in bytes.
+qint64 roomAt(const QString &path)
 {
+    struct statvfs status = {};
+    if (statvfs(QFile::encodeName(QFileInfo(path).path()).constData(), &status) != 0) {
+        return std::numeric_limits<qint64>::max();
+    }
+    return static_cast<qint64>(status.f_bavail * status.f_frsize / 10 * 9);
+}
+
+} // namespace
+
+bool DownloadFile::open(const QString &path, qint64 largest)
+{
+    most = largest > 0 ? std::min(largest, roomAt(path)) : roomAt(path);
     target = path;
     received = 0;
+    expected = 0;
     failed = false;
     file = std::make_unique<QTemporaryFile>(path + ".XXXXXX");
     return !QFileInfo(path).isDir() && file->open();
@@ -16,7 +35,7 @@ bool DownloadFile::open(const QString &path)
 bool DownloadFile::append(const QByteArray &bytes)
 {
     received += bytes.size();
-    failed = failed || !file || file->write(bytes) != bytes.size();
+    failed = failed || isTooLarge() || !file || file->write(bytes) != bytes.size();
     return !failed;
 }
 

@@ -15,16 +15,22 @@ class QIODevice;
 class DownloadFile
 {
 public:
-    /// Begin anew. False when the file cannot be made, or is to replace a directory.
-    bool open(const QString &target);
+    /// Begin anew, for that many bytes at the most, and for no more than nine tenths of what is free; 0 for
+    /// no other bound than that. False when the file cannot be made, or is to replace a directory.
+    bool open(const QString &target, qint64 largest = 0);
 
-    /// Take these bytes. False when they, or some before them, could not be written.
+    /// Take these bytes. False when they, or some before them, were too many or could not be written.
     bool append(const QByteArray &bytes);
 
     /// Take all that the source has to give so far. A write that fails shows in `finish`.
     void take(QIODevice &source);
 
     qint64 size() const { return received; }
+    /// So many bytes are said to come.
+    void expect(qint64 size) { expected = size; }
+    /// How many bytes may come, and whether more have come or are said to.
+    qint64 limit() const { return most; }
+    bool isTooLarge() const { return received > most || expected > most; }
 
     /// Replace the target; false when not everything could be written.
     bool finish();
@@ -39,5 +45,7 @@ private:
     QString target;
     std::unique_ptr<QTemporaryFile> file;
     qint64 received = 0;
+    qint64 expected = 0;
+    qint64 most = 0;
     bool failed = false;
 };

@@ -179,10 +179,12 @@ void LocalRepository::startGet()
     }
     // An entry that is a link may not lead out of the directory.
     const QString place = QDir(directory).canonicalPath();
-    if (!source.openRegular(place + "/" + underWay.entry, place) || !download.open(underWay.path)) {
+    if (!source.openRegular(place + "/" + underWay.entry, place) ||
+        !download.open(underWay.path, underWay.largest)) {
         endGet(false);
         return;
     }
+    download.expect(source.size());
     if (QFile::exists(underWay.path)) {
         logDebug("File '%1' exists: updating", underWay.path);
     }
@@ -235,6 +237,10 @@ void LocalRepository::endGet(bool copied)
     if (fetched) {
         logDebug("File '%1' copied into '%2'", underWay.entry, underWay.path);
         finish({});
+        return;
+    }
+    if (download.isTooLarge()) {
+        finish(loggedFailure(tooLarge(underWay.entry, download.limit())));
         return;
     }
     finish(loggedFailure(QString("Copying file '%1' (%2) into '%3' failed")

@@ -42,6 +42,11 @@ void Repository::submit(const RepositoryRequest &request, Done done)
     QMetaObject::invokeMethod(QCoreApplication::instance(), refuse, Qt::QueuedConnection);
 }
 
+QString Repository::tooLarge(const QString &entry, qint64 limit)
+{
+    return QString("Entry '%1' is refused: it has more than %2 bytes").arg(entry, QString::number(limit));
+}
+
 void Repository::cancelRequests(const QString &why)
 {
     const bool kept = abortKeepsEntry();

@@ -45,6 +45,8 @@ struct RepositoryRequest
     /// Of a Put: directory out of which the path must not lead, by a link either. Empty for a file of the
     /// service's own.
     QString within = {};
+    /// Of a Get: bytes beyond which the entry is refused; 0 for no bound but the space that there is.
+    qint64 largest = 0;
 };
 
 /// The place that holds the saved data: files stored under flat entry names.
@@ -53,9 +55,9 @@ struct RepositoryRequest
 /// other may be carried out together, and are told then. Each has exactly one outcome, which is handed to its
 /// `done` from the event loop, never from within `submit`. A request ends by
 /// itself within bounded time: when it is carried out, when it fails, or after 30 s without any progress; one
-/// that fails never stops those behind it. A failed fetch leaves its local target as it was. Memory does not
-/// grow with the size of a file, and events are served between portions of a large one. Nothing throws. Main
-/// thread only.
+/// that fails never stops those behind it. A failed fetch leaves its local target as it was; one fails that
+/// would fill more than nine tenths of what is free beside the target. Memory does not grow with the size of
+/// a file, and events are served between portions of a large one. Nothing throws. Main thread only.
 class Repository : public QObject
 {
     Q_OBJECT
@@ -101,6 +103,8 @@ protected:
     /// True when an aborted request leaves its entry as it was.
     virtual bool abortKeepsEntry() const { return false; }
 
+    /// Why an entry is refused that has more bytes than may be fetched.
+    static QString tooLarge(const QString &entry, qint64 limit);
     /// Why requests fail that outlive their repository.
     static QString noLongerInUse() { return "The repository is no longer in use"; }
 

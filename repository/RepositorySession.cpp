@@ -66,10 +66,10 @@ bool RepositorySession::isUsable(const QString &operation)
     return false;
 }
 
-RequestOutcome RepositorySession::getFileAndWait(const QString &entry, const QString &path)
+RequestOutcome RepositorySession::getFileAndWait(const QString &entry, const QString &path, qint64 largest)
 {
     bool givenUp = false;
-    RequestOutcome outcome = outcomeOf({RepositoryRequest::Get, entry, path}, &givenUp);
+    RequestOutcome outcome = outcomeOf({RepositoryRequest::Get, entry, path, {}, largest}, &givenUp);
     if (givenUp) {
         logError("The request for '%1' was not finished by the repository", entry);
     }

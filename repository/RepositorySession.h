@@ -30,8 +30,9 @@ public:
     /// Submit a request and wait for its outcome; `givenUp` tells whether it was given up.
     RequestOutcome outcomeOf(const RepositoryRequest &request, bool *givenUp = nullptr);
 
-    /// Fetch an entry into a local file and wait for the outcome.
-    RequestOutcome getFileAndWait(const QString &entry, const QString &path);
+    /// Fetch an entry of at most that many bytes (0: as many as fit) into a local file and wait for the
+    /// outcome.
+    RequestOutcome getFileAndWait(const QString &entry, const QString &path, qint64 largest = 0);
 
     /// Submit a request without waiting; `done` can be empty and is not called after the end of the session.
     void submit(const RepositoryRequest &request, Repository::Done done);

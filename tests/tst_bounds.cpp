@@ -1,0 +1,146 @@
+#include "repository/DistantRepository.h"
+#include "repository/LocalRepository.h"
+#include "tests/support/DataTable.h"
+#include "tests/support/RepositoryTest.h"
+
+#include <QElapsedTimer>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTimer>
+
+#include <sys/resource.h>
+
+using namespace std::chrono_literals;
+
+/// What a server answers, whatever it is asked.
+struct Answer
+{
+    QByteArray head;
+    QByteArray again; ///< what follows for ever
+    int interval = 0; ///< between two of these, in ms; negative for a server that reads and says nothing
+};
+
+/// What comes from outside without measure: each is refused in bounded time and memory, with a text.
+class tst_bounds : public RepositoryTest
+{
+    Q_OBJECT
+
+    QTcpServer server;
+    Answer given;
+
+    /// The most memory that this process had, in MB.
+    static qint64 memory()
+    {
+        rusage usage = {};
+        getrusage(RUSAGE_SELF, &usage);
+        return usage.ru_maxrss / 1000;
+    }
+
+    void answer(QTcpSocket &socket)
+    {
+        if (given.interval < 0) {
+            return;
+        }
+        socket.readAll();
+        if (socket.findChild<QTimer *>() != nullptr) {
+            return;
+        }
+        socket.write(given.head);
+        auto *const timer = new QTimer(&socket);
+        timer->start(given.interval);
+        connect(timer, &QTimer::timeout, &socket, [&] {
+            if (socket.bytesToWrite() < 1000000) {
+                socket.write(given.again);
+            }
+        });
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        connect(&server, &QTcpServer::newConnection, this, [this] {
+            QTcpSocket *const socket = server.nextPendingConnection();
+            socket->setReadBufferSize(given.interval < 0 ? 1000 : 0);
+            connect(socket, &QTcpSocket::readyRead, this, [=, this] { answer(*socket); });
+            connect(socket, &QTcpSocket::disconnected, socket, &QTcpSocket::deleteLater);
+        });
+    }
+    void init() { startAfresh(); }
+
+    void uploadThatNobodyReads()
+    {
+        given = {{}, {}, -1};
+        DistantRepository repository(QString("http://127.0.0.1:%1/s").arg(server.serverPort()));
+        repository.setRateWindow(400ms);
+        QCOMPARE(ask(repository, Method::Put, "e", file("big", QByteArray(30000000, 'b'))), "failed");
+        QCOMPARE(reason, "The transfer is slower than 1000 bytes per second");
+    }
+
+    void entriesOfADirectory()
+    {
+        struct Case
+        {
+            qint64 size, largest;
+            QString reason;
+        };
+        const QList<Case> cases = {{0, 4096, ""},
+                                   {4096, 4096, ""},
+                                   {4097, 4096, "Entry 'e' is refused: it has more than 4096 bytes"},
+                                   {qint64{1} << 43, 0, "Entry 'e' is refused: it has more than "}};
+        LocalRepository repository(local->path());
+        for (const auto &[size, largest, expected] : cases) {
+            QVERIFY(QFile::resize(file("e"), size));
+            repository.submit({Method::Get, "e", file("back", "old"), {}, largest}, noted("e"));
+            QVERIFY(finished(repository));
+            QVERIFY2(reason.contains(expected) && reason.isEmpty() == expected.isEmpty(), qPrintable(reason));
+            QCOMPARE(QFileInfo(local->filePath("back")).size(), expected.isEmpty() ? size : 3);
+        }
+    }
+
+    void answersWithoutEnd_data()
+    {
+        // what becomes of a fetch, and of any other request
+        columns<Answer, QString, QString>("answer", "fetch", "other");
+        const QByteArray good = "HTTP/1.1 200 OK\r\n";
+        const QByteArray much = QByteArray(100000, 'x');
+        const QString longer = "The server's answer has more than 1048576 bytes";
+        const QString entry = "Entry 'e' is refused: it has more than 5000000 bytes";
+        const QString slow = "The transfer is slower than 1000 bytes per second";
+        const QString cancelled = "Operation canceled";
+        row("body", Answer{good + "\r\n", much, 0}, entry, longer);
+        row("body of a failure", Answer{QByteArray("HTTP/1.1 404 None\r\n\r\n"), much, 0}, longer, longer);
+        row("announced body", Answer{good + "Content-Length: 8000000000\r\n\r\n", QByteArray("x"), 50}, entry,
+            slow);
+        row("slow body", Answer{good + "Content-Length: 9000\r\n\r\n", QByteArray("x"), 50}, slow, slow);
+        row("heads", Answer{good, QByteArray("X-Field: value\r\n"), 0}, cancelled, cancelled);
+        row("long head", Answer{good + "X-Field: ", much, 0}, cancelled, cancelled);
+        row("status", Answer{QByteArray("HTTP/1.1 200 "), much, 0}, cancelled, cancelled);
+        row("slow head", Answer{good, QByteArray("x"), 50}, cancelled, cancelled);
+    }
+    void answersWithoutEnd()
+    {
+        QFETCH(Answer, answer);
+        QFETCH(QString, fetch);
+        QFETCH(QString, other);
+        given = answer;
+        DistantRepository repository(QString("http://127.0.0.1:%1/s").arg(server.serverPort()));
+        repository.setInactivityLimit(400ms);
+        repository.setRateWindow(400ms);
+        file("back", "old");
+        const qint64 before = memory();
+        QElapsedTimer timer;
+        timer.start();
+        for (const Method method : {Method::Check, Method::Put, Method::Get, Method::Remove}) {
+            repository.submit({method, "e", local->filePath("back"), {}, 5000000}, noted("e"));
+            QVERIFY(finished(repository));
+            QCOMPARE(reason.section(" - ", 0, 0), method == Method::Get ? fetch : other);
+        }
+        QVERIFY(!outcomes.join(' ').contains("stored"));
+        QCOMPARE(content("back"), "old");
+        QVERIFY(timer.elapsed() < 6000 && memory() - before < 30);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_bounds)
+#include "tst_bounds.moc"

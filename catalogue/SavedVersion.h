@@ -4,6 +4,9 @@
 
 #include <optional>
 
+/// The most bytes of a version file.
+constexpr qint64 largestVersionFile = 4096;
+
 /// The release and version of which a module's data were saved.
 struct SavedVersion
 {

@@ -16,7 +16,7 @@ qint64 roomAt(const QString &path)
     if (statvfs(QFile::encodeName(QFileInfo(path).path()).constData(), &status) != 0) {
         return std::numeric_limits<qint64>::max();
     }
-    return static_cast<qint64>(status.f_bavail * status.f_frsize / 10 * 9);
+    return static_cast<qint64>(status.f_bavail) * static_cast<qint64>(status.f_frsize) / 10 * 9;
 }
 
 } // namespace

@@ -27,7 +27,7 @@ bool isRefusal(int status)
 /// After a time-out the status may still say 200.
 QString failureOf(const QNetworkReply &reply, qint64 received)
 {
-    if (const QString reason = TransferWatch::reasonOf(reply); !reason.isEmpty()) {
+    if (QString reason = TransferWatch::reasonOf(reply); !reason.isEmpty()) {
         return reason;
     }
     if (reply.error() != QNetworkReply::NoError) {

@@ -13,6 +13,13 @@
 
 #include <QFile>
 
+namespace {
+
+/// The most bytes of a migration program.
+constexpr qint64 largestProgram = qint64{256} * 1024 * 1024;
+
+} // namespace
+
 RestoreOperation::RestoreOperation(const OperationContext &context)
     : context(context), staging(context.modules, context.waiter)
 {
@@ -193,7 +200,7 @@ void RestoreOperation::startMigrations()
                  migration.saved.release, migration.release);
         const QString program = ItemNames::migrationProgramName(migration.module);
         const QString path = DevicePaths::fetched(program);
-        if (session->getFileAndWait(program, path).kind == RequestOutcome::Failed) {
+        if (session->getFileAndWait(program, path, largestProgram).kind == RequestOutcome::Failed) {
             logError("Could not fetch '%1' from the repository", program);
         }
         context.middleware.asyncRemoteCall(

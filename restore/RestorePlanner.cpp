@@ -1,6 +1,7 @@
 #include "restore/RestorePlanner.h"
 
 #include "catalogue/ItemNames.h"
+#include "catalogue/ModulesList.h"
 #include "platform/core/Middleware.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
@@ -11,25 +12,6 @@
 #include "staging/StagingArea.h"
 
 #include <QFile>
-
-namespace {
-
-/// The module names of a modules list, up to its first empty line; names that cannot be modules are left out.
-QStringList listedModules(QFile &list)
-{
-    QStringList modules;
-    for (QString name = QString::fromUtf8(list.readLine()).trimmed(); !name.isEmpty();
-         name = QString::fromUtf8(list.readLine()).trimmed()) {
-        if (!ItemNames::isModuleName(name)) {
-            logError("Module '%1' of the repository is refused: it has no usable name", name);
-        } else if (!modules.contains(name)) {
-            modules << name;
-        }
-    }
-    return modules;
-}
-
-} // namespace
 
 RestorePlanner::RestorePlanner(const OperationContext &context, RepositorySession &session,
                                StagingArea &staging)
@@ -64,10 +46,17 @@ bool RestorePlanner::getFromRepository()
 std::optional<QStringList> RestorePlanner::fetchModulesList()
 {
     const QString path = DevicePaths::fetched(ItemNames::modulesListName());
-    const RequestOutcome outcome = session.getFileAndWait(ItemNames::modulesListName(), path);
-    QFile list(path);
-    if (outcome.stored() && list.open(QIODevice::ReadOnly)) {
-        return listedModules(list);
+    const RequestOutcome outcome =
+        session.getFileAndWait(ItemNames::modulesListName(), path, largestModulesList);
+    const ModulesList list = outcome.stored() ? readModulesList(path) : ModulesList();
+    for (const QString &name : list.refused) {
+        logError("Module '%1' of the repository is refused: it has no usable name", name);
+    }
+    if (outcome.stored() && list.fault.isEmpty()) {
+        return list.modules;
+    }
+    if (!list.fault.isEmpty()) {
+        logError("The list of saved modules is refused: %1", list.fault);
     }
     if (!context.waiter.mustEnd()) {
         logError("Error in opening local file '%1/modules-list.sav'", DevicePaths::restoreDirectory());
@@ -102,8 +91,8 @@ bool RestorePlanner::fetchLines(const QString &module, bool here)
 {
     const QString entry = ItemNames::checksumFileName(module);
     const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session.getFileAndWait(entry, path);
-    const auto lines = outcome.stored() ? readChecksumFile(path) : std::nullopt;
+    const RequestOutcome outcome = session.getFileAndWait(entry, path, largestChecksumFile);
+    const auto lines = outcome.stored() ? readChecksumFile(path, savedSize) : std::nullopt;
     if (lines) {
         savedLines.insert(module, *lines);
     } else if (outcome.kind != RequestOutcome::Absent) {
@@ -125,7 +114,7 @@ bool RestorePlanner::fetchVersion(const QString &module)
 {
     const QString entry = ItemNames::versionFileName(module);
     const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session.getFileAndWait(entry, path);
+    const RequestOutcome outcome = session.getFileAndWait(entry, path, largestVersionFile);
     QFile file(path);
     if (outcome.stored() && file.open(QIODevice::ReadOnly)) {
         modulePlans[module].version = SavedVersion::parse(QString::fromUtf8(file.readLine()).trimmed());

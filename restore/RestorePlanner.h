@@ -70,6 +70,7 @@ private:
     StagingArea &staging;
     LinesByModule savedLines;
     QMap<QString, AttributesByKey> savedAttributes;
+    ChecksumSize savedSize; ///< of these
     std::optional<SavedEntries> saved;
     bool entriesKnown =
         true; ///< the checksum files of all listed modules are known, and so are their entries

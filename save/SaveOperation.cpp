@@ -181,7 +181,7 @@ bool SaveOperation::isMigrationProgramNewer(const QString &module)
 {
     const QString entry = ItemNames::versionFileName(module);
     const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session->getFileAndWait(entry, path);
+    const RequestOutcome outcome = session->getFileAndWait(entry, path, largestVersionFile);
     QFile file(path);
     if (!outcome.stored() || !file.open(QIODevice::ReadOnly)) {
         const char *const text = "Could not open module '%1' version file: upload current migration binary";

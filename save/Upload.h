@@ -69,9 +69,10 @@ private:
 
     bool fetchPreviousList();
     void fetchPreviousState();
-    void fetchPreviousLines(const QString &module);
     bool fetchPreviousAttributes(const QString &module);
     AttributesByKey attributesOf(const QString &module, const QSet<QString> &sent) const;
+    void fetchPreviousLines(const QString &module, ChecksumSize &size);
+    CompletedLines completedLines(const QString &module, ChecksumSize &size);
     void makePlan();
     void sendHeldChecksumFiles();
     void sendData();

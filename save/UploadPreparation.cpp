@@ -1,11 +1,10 @@
 #include "catalogue/ItemNames.h"
+#include "catalogue/ModulesList.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositorySession.h"
 #include "restorable/KnownModules.h"
 #include "save/Upload.h"
-
-#include <QFile>
 
 #include <utility>
 
@@ -14,20 +13,23 @@
 bool Upload::fetchPreviousList()
 {
     const QString path = DevicePaths::fetched(ItemNames::modulesListName());
-    const RequestOutcome outcome = session.getFileAndWait(ItemNames::modulesListName(), path);
-    if (outcome.kind == RequestOutcome::Absent) {
-        return true;
+    const RequestOutcome outcome =
+        session.getFileAndWait(ItemNames::modulesListName(), path, largestModulesList);
+    const ModulesList list = outcome.stored() ? readModulesList(path) : ModulesList();
+    QSet<QString> all(list.modules.cbegin(), list.modules.cend());
+    for (const RestorableObject &object : modules.objects()) {
+        all << object.getName();
     }
-    QFile file(path);
-    if (!outcome.stored() || !file.open(QIODevice::ReadOnly)) {
-        fail("'" + ItemNames::modulesListName() + "'", outcome.text);
+    QString fault = outcome.kind == RequestOutcome::Failed ? outcome.text : list.fault;
+    if (fault.isEmpty() && all.size() > mostModules) {
+        fault = QString("with this device's modules, it would have more than %1 names").arg(mostModules);
+    }
+    if (!fault.isEmpty()) {
+        fail("'" + ItemNames::modulesListName() + "'", fault);
         return false;
     }
-    for (const QString &name : QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts)) {
-        QStringList &names = KnownModules::isInstalled(name) ? listed : gone;
-        if (ItemNames::isModuleName(name) && !names.contains(name)) {
-            names << name;
-        }
+    for (const QString &name : list.modules) {
+        (KnownModules::isInstalled(name) ? listed : gone) << name;
     }
     return true;
 }
@@ -42,19 +44,20 @@ void Upload::fetchPreviousState()
             names << object.getName();
         }
     }
+    ChecksumSize size;
     for (const QString &name : std::as_const(names)) {
-        fetchPreviousLines(name);
+        fetchPreviousLines(name, size);
     }
 }
 
-void Upload::fetchPreviousLines(const QString &module)
+void Upload::fetchPreviousLines(const QString &module, ChecksumSize &size)
 {
     const QString entry = ItemNames::checksumFileName(module);
     const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session.getFileAndWait(entry, path);
-    auto lines = outcome.stored() ? readChecksumFile(path) : std::nullopt;
+    const RequestOutcome outcome = session.getFileAndWait(entry, path, largestChecksumFile);
+    auto lines = outcome.stored() ? readChecksumFile(path, size) : std::nullopt;
     if (!lines && outcome.kind != RequestOutcome::Absent) {
-        fail("'" + entry + "'", outcome.text);
+        fail("'" + entry + "'", outcome.stored() ? "what it says cannot be used" : outcome.text);
         unknown << module;
         unfinished << module;
         return;
@@ -92,9 +95,33 @@ bool Upload::fetchPreviousAttributes(const QString &module)
     return true;
 }
 
+/// The lines that the module's file is to have. When all files would be too large with them, the module's
+/// stays as it is.
+CompletedLines Upload::completedLines(const QString &module, ChecksumSize &size)
+{
+    const ChecksumLines previous = previousLines.value(module);
+    const auto lines = staged.lines.constFind(module);
+    if (lines == staged.lines.constEnd()) {
+        return allTakenOver(previous);
+    }
+    CompletedLines completed = completeLines(module, lines.value(), previous, staged.priorities.names());
+    const ChecksumSize with = size - ChecksumSize::of(previous) + ChecksumSize::of(completed.lines);
+    if (with.isAllowed()) {
+        size = with;
+        return completed;
+    }
+    fail("'" + ItemNames::checksumFileName(module) + "'", "the checksum files would be too large with it");
+    unfinished << module;
+    return allTakenOver(previous);
+}
+
 void Upload::makePlan()
 {
     LinesByModule current;
+    ChecksumSize size;
+    for (const ChecksumLines &lines : std::as_const(previousLines)) {
+        size = size + ChecksumSize::of(lines);
+    }
     QSet<QString> entering;
     for (auto previous = previousLines.cbegin(); previous != previousLines.cend(); ++previous) {
         const QString &module = previous.key();
@@ -104,11 +131,7 @@ void Upload::makePlan()
         if (!listed.contains(module)) {
             entering << module;
         }
-        const auto lines = staged.lines.constFind(module);
-        const CompletedLines completed =
-            lines == staged.lines.constEnd()
-                ? allTakenOver(previous.value())
-                : completeLines(module, lines.value(), previous.value(), staged.priorities.names());
+        const CompletedLines completed = completedLines(module, size);
         for (const ChecksumLine &line : staged.lines.value(module)) {
             if (line.digest().isEmpty()) {
                 logWarning("'%1' of module '%2' cannot be read: what was saved of it before stays",

@@ -1,3 +1,5 @@
+#include "catalogue/ChecksumFile.h"
+#include "catalogue/ModulesList.h"
 #include "repository/DistantRepository.h"
 #include "repository/LocalRepository.h"
 #include "tests/support/DataTable.h"
@@ -95,6 +97,76 @@ private Q_SLOTS:
             QVERIFY(finished(repository));
             QVERIFY2(reason.contains(expected) && reason.isEmpty() == expected.isEmpty(), qPrintable(reason));
             QCOMPARE(QFileInfo(local->filePath("back")).size(), expected.isEmpty() ? size : 3);
+        }
+    }
+
+    void checksumFiles()
+    {
+        struct Case
+        {
+            QByteArray text;
+            qsizetype lines; ///< negative when it is refused
+        };
+        const QByteArray line = "k\td\n";
+        const qsizetype most = mostChecksumLines;
+        const auto key = [](qsizetype length) { return QByteArray(length, 'k'); };
+        const QByteArray longest = key(longestChecksumKey) + "\t" + key(longestChecksumLine - 4097);
+        const QList<Case> cases = {{line.repeated(most), most},
+                                   {line.repeated(most) + "end\n" + line, most},
+                                   {line.repeated(most + 1), -1},
+                                   {longest + "\r\n" + line, 2},
+                                   {longest + "x\n" + line, -1},
+                                   {key(longestChecksumKey + 1) + "\td\n", -1},
+                                   {key(100000000), -1},
+                                   {line + key(largestChecksumFile), -1},
+                                   {key(longestChecksumLine + 1) + "\n" + line, -1},
+                                   {(key(4000) + "\td\n").repeated(5000), -1},
+                                   {"a\tb\tc\td\te\tf\n" + line, 2},
+                                   {"a\tb\tc\td\te\tf\tg\n", -1}};
+        QElapsedTimer timer;
+        for (qsizetype number = 0; number < cases.size(); ++number) {
+            const QString path = file("c", cases.at(number).text);
+            const qint64 before = memory();
+            timer.start();
+            ChecksumSize size = {0, 1};
+            QVERIFY(!readChecksumFile(path, size) || cases.at(number).lines < most);
+            size.lines = 0;
+            const auto lines = readChecksumFile(path, size);
+            QVERIFY2(timer.elapsed() < 3000 && memory() - before < 100, qPrintable(QString::number(number)));
+            QCOMPARE(lines ? lines->size() : -1, cases.at(number).lines);
+            QCOMPARE(size.lines, std::max(cases.at(number).lines, qsizetype{0}));
+            QCOMPARE(parseChecksumLines(cases.at(number).text).size(), size.lines);
+        }
+        file("c", line);
+        QVERIFY(!writeChecksumFile(local->filePath("c"), ChecksumLines(most + 1, ChecksumLine({"k", "d"}))));
+        QCOMPARE(content("c"), line);
+        QVERIFY(writeChecksumFile(local->filePath("c"), ChecksumLines(most, ChecksumLine({"k", "d"}))));
+        QCOMPARE(content("c"), line.repeated(most));
+    }
+
+    void modulesLists()
+    {
+        struct Case
+        {
+            QByteArray text;
+            qsizetype modules, refused;
+            QString fault;
+        };
+        QByteArray many;
+        for (int number = 0; number < mostModules; ++number) {
+            many += QByteArray::number(number) + "\n";
+        }
+        const QList<Case> cases = {
+            {"a\r\n b\na\n.c\n\nd\n", 2, 1, ""},
+            {many + "1", mostModules, 0, ""},
+            {many + "a", 0, 0, "it has more than 1000 names"},
+            {QByteArray("a\n").repeated(524288), 1, 0, ""},
+            {QByteArray("a\n").repeated(524288) + "a", 0, 0, "it has more than 1048576 bytes"}};
+        for (const auto &[text, modules, refused, fault] : cases) {
+            const ModulesList list = readModulesList(file("list", text));
+            QCOMPARE(list.modules.size(), modules);
+            QCOMPARE(list.refused.size(), refused);
+            QCOMPARE(list.fault, fault);
         }
     }
 

@@ -73,7 +73,7 @@ private:
         if (same != known.constEnd()) {
             return *same;
         }
-        const QStringList fields = QString::fromUtf8(text).sliced(1).split('\t');
+        QStringList fields = QString::fromUtf8(text).sliced(1).split('\t');
         if (known.size() < few) {
             known.insert(text, fields);
         }

@@ -14,7 +14,9 @@
 namespace {
 
 constexpr int killLimitMs = 5000;
-constexpr qsizetype keptErrorBytes = 4096;
+constexpr qsizetype keptErrorBytes = 4096; ///< of a program that is fed
+constexpr qsizetype mostErrorBytes = qsizetype{64} * 1024;
+constexpr qsizetype mostOutputBytes = qsizetype{1024} * 1024;
 
 void setLimit(__rlimit_resource_t resource, rlim_t value)
 {
@@ -34,6 +36,7 @@ void prepare(QProcess &process, const std::optional<CommandLimits> &limits = {})
         if (limits) {
             setLimit(RLIMIT_CPU, static_cast<rlim_t>(limits->processorTime.count()));
             setLimit(RLIMIT_FSIZE, static_cast<rlim_t>(limits->fileSize));
+            setLimit(RLIMIT_AS, static_cast<rlim_t>(limits->memory));
             setLimit(RLIMIT_CORE, 0);
         }
     });
@@ -54,10 +57,16 @@ QString reasonOf(WaitOutcome outcome)
     return outcome == WaitOutcome::TimedOut ? "time limit reached" : "the operation has to end";
 }
 
-} // namespace
+/// What has come of the child's output goes into the result. False when it is more than may come.
+bool collect(QProcess &process, CommandResult &result, QByteArray &errors)
+{
+    result.output += process.readAllStandardOutput();
+    errors += process.readAllStandardError().left(mostErrorBytes - errors.size());
+    return result.output.size() <= mostOutputBytes;
+}
 
-CommandResult runCommand(Waiter &waiter, const QString &program, const QStringList &arguments,
-                         std::chrono::milliseconds limit)
+CommandResult run(Waiter &waiter, const QString &program, const QStringList &arguments,
+                  std::chrono::milliseconds limit, const std::optional<CommandLimits> &limits)
 {
     CommandResult result;
     if (waiter.mustEnd()) {
@@ -65,14 +74,26 @@ CommandResult runCommand(Waiter &waiter, const QString &program, const QStringLi
         return result;
     }
     QProcess process;
-    prepare(process);
+    prepare(process, limits);
     process.start(program, arguments);
-    const WaitOutcome outcome =
-        waiter.waitUntil([&process] { return process.state() == QProcess::NotRunning; }, limit);
+    QByteArray errors;
+    bool bounded = true;
+    const auto ended = [&] {
+        const bool running = process.state() != QProcess::NotRunning;
+        bounded = bounded && collect(process, result, errors);
+        return !running || !bounded;
+    };
+    const WaitOutcome outcome = waiter.waitUntil(ended, limit);
+    if (!bounded) {
+        killGroup(process);
+        result.output.clear();
+        result.errorText = QString("it printed more than %1 bytes").arg(mostOutputBytes);
+        return result;
+    }
     if (outcome != WaitOutcome::Met) {
         killGroup(process);
         result.errorText = reasonOf(outcome);
-        result.output = process.readAllStandardOutput();
+        result.output += process.readAllStandardOutput();
         return result;
     }
     if (process.error() == QProcess::FailedToStart) {
@@ -81,14 +102,26 @@ CommandResult runCommand(Waiter &waiter, const QString &program, const QStringLi
     }
     result.finished = process.exitStatus() == QProcess::NormalExit;
     result.exitCode = process.exitCode();
-    result.output = process.readAllStandardOutput();
-    result.errorText = QString::fromLocal8Bit(process.readAllStandardError()).trimmed();
+    result.errorText = QString::fromLocal8Bit(errors).trimmed();
     return result;
+}
+
+} // namespace
+
+CommandResult runCommand(Waiter &waiter, const QString &program, const QStringList &arguments,
+                         std::chrono::milliseconds limit)
+{
+    return run(waiter, program, arguments, limit, {});
 }
 
 CommandResult runShellLine(Waiter &waiter, const QString &line)
 {
     return runCommand(waiter, "/bin/sh", {"-c", line});
+}
+
+CommandResult runShellLine(Waiter &waiter, const QString &line, const CommandLimits &limits)
+{
+    return run(waiter, "/bin/sh", {"-c", line}, limits.wallClock, limits);
 }
 
 CommandResult runFed(Waiter &waiter, const QString &line, const QString &program,

@@ -20,8 +20,9 @@ struct CommandResult
 };
 
 /// Run one program without a shell and wait for it with events served. Standard input is empty, LC_ALL is C.
-/// The child and its children are killed when they take longer than the limit, or when the waiter has to end;
-/// none is started after that. The child does not outlive this process.
+/// The child and its children are killed when they take longer than the limit, print more than 1 MiB, or when
+/// the waiter has to end; none is started after that. Of the standard error the first 64 KiB are kept. The
+/// child does not outlive this process.
 CommandResult runCommand(Waiter &waiter, const QString &program, const QStringList &arguments,
                          std::chrono::milliseconds limit = std::chrono::minutes(30));
 
@@ -34,7 +35,11 @@ struct CommandLimits
     std::chrono::milliseconds wallClock;
     std::chrono::seconds processorTime;
     qint64 fileSize; ///< of each file that it writes, in bytes
+    qint64 memory;   ///< its address space, in bytes
 };
+
+/// Run one line in a POSIX shell as above; the limits hold for the shell and for each of its children.
+CommandResult runShellLine(Waiter &waiter, const QString &line, const CommandLimits &limits);
 
 /// Run a program whose standard input is what a line in a POSIX shell prints. Of the program's standard
 /// output nothing is kept, of its standard error the first 4096 bytes. The limits hold for the shell's

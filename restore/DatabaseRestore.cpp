@@ -5,7 +5,6 @@
 #include "platform/core/VYXApplication.h"
 #include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
-#include "staging/DatabaseDump.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -18,8 +17,13 @@
 
 namespace {
 
-const QByteArray headOfWhole = "PRAGMA foreign_keys=OFF;\n";
-const QByteArray headOfRows = "BEGIN TRANSACTION;\n";
+/// What is in a dump that is whole, "database" or "rows". It must decompress, begin as a dump does, and its
+/// transaction must have been closed. Lines are looked at as far as they can tell something: one without end
+/// would have to be kept.
+const QString kindLine =
+    R"({ zcat %1 || printf '\nROLLBACK; -- due to errors\n'; } | cut -b -64 | awk ')"
+    R"(NR == 1 {kind["PRAGMA foreign_keys=OFF;"] = "database"; kind["BEGIN TRANSACTION;"] = "rows"; is = kind[$0]} )"
+    R"(/^COMMIT;$/ {closed = 1} /^ROLLBACK; -- due to errors$/ {failed = 1} END {if (closed && !failed) print is}')";
 
 // The shell's status when it has come to the end of what it was fed. Its other ones do not tell: it ends with
 // 0 after a dump that is cut off or that ends the shell. What makes it end so fails while a transaction is
@@ -121,13 +125,9 @@ DatabaseRestore::DatabaseRestore(QString dump, QString livePath, const LoadLimit
 
 QString DatabaseRestore::prepare(Waiter &waiter)
 {
-    const QString begin = QString("zcat %1 | head -c 64").arg(ShellText::quoted(dump));
-    const QByteArray head =
-        QFile::exists(dump) ? runCommand(waiter, "/bin/sh", {"-c", begin}, limits.wallClock).output : "";
-    partial = head.startsWith(headOfRows);
-    const QStringList check = {"-c", DatabaseDump::checkLine(dump)};
-    if ((!partial && !head.startsWith(headOfWhole)) ||
-        !runCommand(waiter, "/bin/sh", check, limits.wallClock).succeeded()) {
+    const QByteArray found = kind(waiter);
+    partial = found == "rows\n";
+    if (!partial && found != "database\n") {
         return QString("Dump '%1' is missing or broken").arg(dump);
     }
     if (partial) {
@@ -156,6 +156,15 @@ QString DatabaseRestore::apply(Waiter &waiter)
     return fault;
 }
 
+QByteArray DatabaseRestore::kind(Waiter &waiter) const
+{
+    constexpr qint64 nothingIsWritten = 0;
+    const CommandResult result =
+        runShellLine(waiter, kindLine.arg(ShellText::quoted(dump)),
+                     {limits.wallClock, limits.processorTime, nothingIsWritten, limits.memory});
+    return result.succeeded() ? result.output : QByteArray();
+}
+
 /// The shell's own commands in a dump must not run: they could do anything on the device. A tenth of what is
 /// free is left to the others. A new database takes the live one's page size, which SQLite cannot change in
 /// one that has a write-ahead log.
@@ -170,8 +179,8 @@ QString DatabaseRestore::load(Waiter &waiter, const QString &database) const
     const QStringList arguments = {"-init", "/dev/null", "-batch", "-safe",  "-bail",
                                    "-cmd",  busy,        "-cmd",   pageSize, database};
     logDebug("{ %1; } | %2", line, ShellText::commandLine("sqlite3", arguments));
-    const CommandResult result =
-        runFed(waiter, line, "sqlite3", arguments, {limits.wallClock, limits.processorTime, fileSize});
+    const CommandResult result = runFed(waiter, line, "sqlite3", arguments,
+                                        {limits.wallClock, limits.processorTime, fileSize, limits.memory});
     if (result.finished && result.exitCode == endReached) {
         return {};
     }

@@ -13,6 +13,8 @@ struct LoadLimits
 {
     std::chrono::milliseconds wallClock = std::chrono::minutes(10);
     std::chrono::seconds processorTime = std::chrono::minutes(10);
+    /// Address space of each program: enough for rows of 80 MB, which are loaded as text of twice that size.
+    qint64 memory = qint64{1024} * 1024 * 1024;
     std::chrono::milliseconds busy =
         std::chrono::seconds(5); ///< how long a lock of the database is waited for
 };
@@ -41,6 +43,7 @@ public:
     QString apply(Waiter &waiter);
 
 private:
+    QByteArray kind(Waiter &waiter) const;
     QString load(Waiter &waiter, const QString &database) const;
     QString faultOfLoaded(Waiter &waiter) const;
     QString replaceWhole(Waiter &waiter);

@@ -1,5 +1,6 @@
 #include "catalogue/ChecksumFile.h"
 #include "catalogue/ModulesList.h"
+#include "commands/Command.h"
 #include "repository/DistantRepository.h"
 #include "repository/LocalRepository.h"
 #include "tests/support/DataTable.h"
@@ -142,6 +143,26 @@ private Q_SLOTS:
         QCOMPARE(content("c"), line);
         QVERIFY(writeChecksumFile(local->filePath("c"), ChecksumLines(most, ChecksumLine({"k", "d"}))));
         QCOMPARE(content("c"), line.repeated(most));
+    }
+
+    void outputOfAChild()
+    {
+        Waiter waiter;
+        QCOMPARE(runShellLine(waiter, "head -c 1048576 /dev/zero").output.size(), 1048576);
+        const qint64 before = memory();
+        const CommandResult endless = runShellLine(waiter, "yes");
+        QVERIFY(!endless.succeeded() && endless.output.isEmpty());
+        QCOMPARE(endless.errorText, "it printed more than 1048576 bytes");
+        const CommandResult loud = runShellLine(waiter, "head -c 100000000 /dev/zero >&2");
+        QVERIFY(loud.succeeded() && loud.errorText.size() <= 65536 && memory() - before < 50);
+        const CommandLimits limits = {10s, 1s, 1000, 100000000};
+        for (const char *greedy :
+             {"while :; do :; done", "head -c 2000 /dev/zero >file; test -s file && exit 1",
+              "awk 'BEGIN {x = \"x\"; for (;;) x = x x}'"}) {
+            QVERIFY2(!runShellLine(waiter, "cd " + local->path() + "; " + greedy, limits).succeeded(),
+                     greedy);
+        }
+        QVERIFY(QFileInfo(local->filePath("file")).size() <= 1000);
     }
 
     void modulesLists()

@@ -6,6 +6,7 @@
 #include "tests/support/TestDevice.h"
 
 #include <QDeadlineTimer>
+#include <QElapsedTimer>
 #include <QRegularExpression>
 
 #include <csignal>
@@ -71,6 +72,11 @@ private Q_SLOTS:
         row("endless output", "BEGIN;\n" + loaded + numbers + "SELECT x FROM c;\nCOMMIT;\n", old);
         row("endless rows", "BEGIN;\n" + loaded + "INSERT INTO t " + numbers + "SELECT x FROM c;\nCOMMIT;\n",
             old);
+        row("line of 200 MB", QByteArray(200000000, '-') + "\nBEGIN;\n" + loaded + "COMMIT;\n",
+            QByteArray("new\n"));
+        row("endless text",
+            "BEGIN;\n" + loaded + "INSERT INTO t VALUES('" + QByteArray(60000000, 'x') + "');\nCOMMIT;\n",
+            old);
         row("nothing but ends", QByteArray("COMMIT;\n").repeated(1000000), old);
         const QByteArray rows = "=BEGIN TRANSACTION;\nREPLACE INTO t VALUES('row');\n";
         row("rows", rows + "COMMIT;\n", QByteArray("old\nrow\n"));
@@ -84,9 +90,13 @@ private Q_SLOTS:
         if (QTest::currentDataTag() == QByteArray("endless rows")) {
             limits = {.wallClock = 500ms};
         }
+        limits.memory = QTest::currentDataTag() == QByteArray("endless text") ? 100000000 : limits.memory;
+        QElapsedTimer timer;
+        timer.start();
         TestDevice::sqlOnFile(live("x.data"), "CREATE TABLE t(v); INSERT INTO t VALUES('old')");
         const QString fault = restored(sql.replace("TRACE", live("trace").toUtf8()));
         QCOMPARE(fault.isEmpty(), content != "old\n");
+        QVERIFY(timer.elapsed() < 15000);
         QVERIFY(!names().contains(QRegularExpression("saverestore|trace")));
         const QByteArray found =
             TestDevice::sqlOnFile(live("x.data"), "SELECT v FROM t; PRAGMA journal_mode; PRAGMA quick_check");

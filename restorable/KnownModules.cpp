@@ -1,6 +1,7 @@
 #include "restorable/KnownModules.h"
 
 #include "catalogue/ItemNames.h"
+#include "catalogue/ModulesList.h"
 #include "platform/core/Middleware.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
@@ -15,9 +16,14 @@ bool KnownModules::isInstalled(const QString &module)
 RemoteCallResult KnownModules::refreshModulesList(Waiter &waiter)
 {
     RemoteCallResult result = middleware.callModule("ApplicationManager", "getModulesList", {}, waiter);
-    if (!result.failed()) {
-        modules = qdbus_cast<ListApplicationConfig>(result.value);
+    if (result.failed()) {
+        return result;
     }
+    const auto answer = qdbus_cast<ListApplicationConfig>(result.value);
+    if (answer.size() > mostModules) {
+        return {RemoteCallResult::ErrorReply, {}, QString("it has more than %1 modules").arg(mostModules)};
+    }
+    modules = answer;
     return result;
 }
 

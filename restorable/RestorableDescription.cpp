@@ -7,10 +7,17 @@
 #include <QDomDocument>
 #include <QFile>
 #include <QFileInfo>
+#include <QXmlStreamReader>
 
 #include <algorithm>
 
 namespace {
+
+constexpr qint64 largestDescription = qint64{1024} * 1024;
+constexpr int mostElements = 5000;
+constexpr int deepestElement = 20;
+/// A key of a checksum file holds it with the module's name and an ending.
+constexpr qsizetype longestPath = 3800;
 
 RestorableObject::RestorablePriority priorityOf(const QDomElement &element)
 {
@@ -37,6 +44,27 @@ void readResetCommands(const QDomElement &section, SqlCommands &commands)
     });
 }
 
+/// The bound that a description goes beyond; empty when there is none. Looked at before a tree is made of it.
+QString boundBroken(const QByteArray &text)
+{
+    if (text.size() > largestDescription) {
+        return QString("%1 bytes").arg(largestDescription);
+    }
+    int elements = 0;
+    int depth = 0;
+    for (QXmlStreamReader xml(text); !xml.atEnd(); xml.readNext()) {
+        elements += xml.isStartElement() ? 1 : 0;
+        depth += xml.isStartElement() ? 1 : (xml.isEndElement() ? -1 : 0);
+        if (elements > mostElements) {
+            return QString("%1 elements").arg(mostElements);
+        }
+        if (depth > deepestElement) {
+            return QString("%1 levels").arg(deepestElement);
+        }
+    }
+    return {};
+}
+
 } // namespace
 
 void RestorableDescription::read(const QString &path)
@@ -47,9 +75,14 @@ void RestorableDescription::read(const QString &path)
         logError("The description '%1' cannot be read: %2", path, file.errorString());
         return;
     }
+    const QByteArray text = file.read(largestDescription + 1);
+    if (const QString fault = boundBroken(text); !fault.isEmpty()) {
+        logError("The description '%1' is refused: it has more than %2", path, fault);
+        return;
+    }
     QString error;
     int line = 0;
-    if (!document.setContent(file.readAll(), &error, &line)) {
+    if (!document.setContent(text, &error, &line)) {
         logError("The description '%1' is broken in line %2: %3", path, line, error);
         return;
     }
@@ -128,6 +161,11 @@ QString RestorableDescription::acceptItemPath(const QString &text) const
     if (path.isEmpty()) {
         logError("File/directory '%1' of module '%2' is refused: it does not lie below the module's data",
                  text, object.name);
+        return {};
+    }
+    if (path.toUtf8().size() > longestPath) {
+        logError("File/directory of module '%1' is refused: its path has more than %2 bytes", object.name,
+                 longestPath);
         return {};
     }
     const bool known = std::any_of(object.files.cbegin(), object.files.cend(),

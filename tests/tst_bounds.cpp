@@ -1,6 +1,8 @@
 #include "catalogue/ChecksumFile.h"
 #include "catalogue/ModulesList.h"
 #include "commands/Command.h"
+#include "pause/PauseRecord.h"
+#include "platform/DevicePaths.h"
 #include "repository/DistantRepository.h"
 #include "repository/LocalRepository.h"
 #include "tests/support/DataTable.h"
@@ -143,6 +145,21 @@ private Q_SLOTS:
         QCOMPARE(content("c"), line);
         QVERIFY(writeChecksumFile(local->filePath("c"), ChecksumLines(most, ChecksumLine({"k", "d"}))));
         QCOMPARE(content("c"), line.repeated(most));
+    }
+
+    void noteOfPausedModules()
+    {
+        qputenv("VYX_DEVICE_ROOT", local->path().toUtf8());
+        const QString note = DevicePaths::pauseRecord();
+        const QByteArray line = "m\t1\t2\n";
+        const QString target = file("target", line);
+        writeFile(note, line.repeated(2));
+        QCOMPARE(PauseRecord::read().size(), 2);
+        for (const QString &make :
+             {"ln -s " + target, QString("mkfifo"), QString("truncate -s 1048577"), QString("mkdir")}) {
+            QCOMPARE(TestDevice::shell("rm -rf " + note + "; " + make + " " + note), "");
+            QVERIFY2(PauseRecord::read().isEmpty(), qPrintable(make));
+        }
     }
 
     void outputOfAChild()

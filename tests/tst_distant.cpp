@@ -157,45 +157,74 @@ private Q_SLOTS:
 
     void usable_data()
     {
-        columns<bool, QString, QString, QString>("developer", "place", "status", "popup");
+        // the server's certificate or another place, what becomes of the device's tool, how the pop-up begins
+        columns<bool, QString, QString, QString>("developer", "place", "change", "popup");
         const QString unsecured = "Unsecured URL: abort backup operations.";
         const QString failed = "Connection to repository failed.|";
-        row("developer's directory", true, "/tmp", "NONE", "");
-        row("directory", false, "/tmp", "SECURED", unsecured);
-        row("no directory", true, "/no such directory", "NONE",
-            failed + "Local save directory not initialized!");
-        row("developer's server", true, "HTTP", "NONE", "");
-        row("server", false, "HTTP", "SECURED", unsecured);
-        row("no server", true, "http:", "NONE", failed + "The repository's URL is not valid");
-        row("secure server", false, "HTTPS", "SECURED", "");
-        row("no trust list", false, "HTTPS", "NONE", "CTL is not deployed: abort backup operations.");
+        const QString refused = failed + "SSL handshake failed: The ";
+        const QString noTrust = refused + "issuer certificate of";
+        const QString none = "CTL is not deployed: abort backup operations.";
+        const auto differs = [](const QString &usual, const QString &now) {
+            return "sed -i 's/" + usual + "/" + now + "/' etc/VYXApplication/pki.conf";
+        };
+        row("developer's directory", true, "/tmp", differs("SECURED", "NONE"), "");
+        row("directory", false, "/tmp", "", unsecured);
+        row("no directory", true, "/no such directory", "", failed + "Local save directory not initialized!");
+        row("developer's server", true, "HTTP", differs("SECURED", "NONE"), "");
+        row("server", false, "HTTP", "", unsecured);
+        row("no server", true, "http:", "", failed + "The repository's URL is not valid");
+        row("secure server", false, "server", "", "");
+        row("foreign server", false, "server-foreign", "", noTrust);
+        row("expired server", false, "server-expired", "", refused + "certificate has expired");
+        row("wrong name", false, "server-wrongname", "", refused + "host name");
+        row("no trust list", false, "server", differs("SECURED", "NONE"), none);
+        row("no tool", false, "server", "rm usr/bin/getVYXinfo", none);
+        row("tool fails", false, "server", "sed -i '2i exit 3' usr/bin/getVYXinfo", none);
+        row("line feed", false, "server", "echo echo >> usr/bin/getVYXinfo", none);
+        row("expired device", false, "server", differs("device.pem", "device-expired.pem"), noTrust);
+        row("device of the future", false, "server", differs("device.pem", "device-future.pem"), noTrust);
+        row("missing certificate", false, "server", differs("device.pem", "none.pem"), noTrust);
+        row("key of another kind", false, "server", differs("device.key", "device-ec.key"), noTrust);
+        row("missing key", false, "server", differs("device.key", "none.key"), noTrust);
+        row("one expired authority", false, "server", differs("ca.pem", "ca-mixed.pem"), noTrust);
     }
     void usable()
     {
         QFETCH(bool, developer);
         QFETCH(QString, place);
-        QFETCH(QString, status);
+        QFETCH(QString, change);
         QFETCH(QString, popup);
-        static const NginxServer secure("server");
-        const QMap<QString, QString> urls = {{"HTTP", server->url()}, {"HTTPS", secure.url()}};
-        NginxServer::installTool(root.path(), {{"STATUS", status}});
+        const bool secure = place.startsWith("server");
+        const NginxServer nginx(secure ? place : QString());
+        NginxServer::installTool(root.path());
+        TestDevice::shell("cd " + root.path() + " && " + change);
         writeFile(root.filePath("data/dev_mode"), {});
-        QVERIFY(developer || QFile::remove(root.filePath("data/dev_mode")));
-        use(urls.value(place, place));
+        use(secure ? nginx.url() : (place == "HTTP" ? server->url() : place));
         std::shared_ptr<Repository> held = repository;
         if (place.startsWith('/')) {
             held = std::make_shared<LocalRepository>(place);
         }
-        for (const bool ends : {false, true}) {
+        // The developer mode may end when the repository has been chosen.
+        QVERIFY(developer || QFile::remove(root.filePath("data/dev_mode")));
+        const auto isUsable = [&](bool ends, const QString &shown) {
             TestMiddleware middleware;
             Waiter waiter;
             if (ends) {
                 waiter.end(Waiter::End::RepositoryChanged);
             }
-            QCOMPARE(RepositorySession(held, middleware, waiter).isUsable("backup"),
-                     popup.isEmpty() && !ends);
-            QCOMPARE(middleware.popups.join(' '), ends ? "" : popup);
-        }
+            const bool usable = RepositorySession(held, middleware, waiter).isUsable("backup");
+            const QString popups = middleware.popups.join(' ');
+            if (shown.isEmpty() ? !popups.isEmpty() : !popups.startsWith(shown)) {
+                QTest::qFail(qPrintable(popups), __FILE__, __LINE__);
+            }
+            return usable;
+        };
+        QVERIFY(!isUsable(true, ""));
+        QCOMPARE(isUsable(false, popup), popup.isEmpty());
+        // With everything in order, the next operation sets the connection up anew.
+        NginxServer::installTool(root.path());
+        const bool repaired = place == "server" || popup.isEmpty();
+        QCOMPARE(isUsable(false, repaired ? "" : popup), repaired);
     }
 
     void session()

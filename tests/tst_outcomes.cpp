@@ -47,9 +47,6 @@ class tst_outcomes : public OperationTest
     }
 
 private Q_SLOTS:
-    void init() { startAfresh(); }
-    void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
-
     void itemsThatAreRefused_data()
     {
         columns<bool, QStringList>("isNew", "keys");

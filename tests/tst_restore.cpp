@@ -1,25 +1,10 @@
-#include "tests/support/DataTable.h"
-#include "tests/support/TestDevice.h"
-
-#include <QCryptographicHash>
-
-#include <csignal>
-
-namespace {
-
-QString md5(const QByteArray &content)
-{
-    return QString::fromLatin1(QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex());
-}
-
-} // namespace
+#include "tests/support/NginxServer.h"
+#include "tests/support/OperationTest.h"
 
 /// Whole restores over the bus: what was saved comes back, and what cannot be restored stays as it was.
-class tst_restore : public QObject
+class tst_restore : public OperationTest
 {
     Q_OBJECT
-
-    std::unique_ptr<TestDevice> device;
 
     const QString everyKind =
         "<databases><database name='whole'/><database name='part.v1'>"
@@ -64,11 +49,6 @@ class tst_restore : public QObject
         QDir(device->dataPath(module, "plain dir")).removeRecursively();
     }
 
-    bool restore() const
-    {
-        return device->call("startRestoreFromRepository").type() == QDBusMessage::ReplyMessage;
-    }
-
     bool nothingLeftBehind() const
     {
         return TestDevice::shell("find '" + device->path("data") + "' -name '.saverestore*'").isEmpty();
@@ -77,54 +57,65 @@ class tst_restore : public QObject
 private Q_SLOTS:
     void init()
     {
-        device = std::make_unique<TestDevice>();
+        startAfresh();
         addModule("A");
     }
-    void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
 
+    void everythingComesBack_data()
+    {
+        columns<bool>("secure");
+        row("directory", false);
+        row("secure server", true);
+    }
     void everythingComesBack()
     {
+        QFETCH(bool, secure);
+        const NginxServer nginx(secure ? "server" : "");
+        if (secure) {
+            QFile::remove(device->path("data/dev_mode"));
+            NginxServer::installTool(device->path(""));
+            device->writeSettings("2", nginx.url());
+        }
         addModule("B"); // every name collides with A's
         QVERIFY(device->startAndSave());
         const QByteArray a = state("A");
         const QByteArray b = state("B");
         damage("A");
-        device->writeData("B", "f.txt", "changed");
-        QVERIFY(restore());
+        write("B", {"f.txt"}, "changed");
+        restore();
         QCOMPARE(state("A"), a);
         QCOMPARE(state("B"), b);
 
         const QFileInfo untouched(device->dataPath("A", "f.txt"));
         const QDateTime before = untouched.lastModified();
         damage("B");
-        QVERIFY(restore());
+        restore();
         QCOMPARE(state("B"), b);
         QCOMPARE(QFileInfo(untouched.filePath()).lastModified(), before);
         QVERIFY(nothingLeftBehind());
     }
 
-    void priorityThatIsOff()
+    void partOfTheData()
     {
+        addModule("OnlyHere");
         QVERIFY(device->startAndSave());
         damage("A");
         device->call("setSaveRestorePriority", {false, true, false});
-        QVERIFY(restore());
+        restore();
         QVERIFY(!QFile::exists(device->dataPath("A", "whole.data")));
         QCOMPARE(device->readData("A", "f.txt"), "changed");
         QCOMPARE(device->readData("A", "a/zipped.d/y"), "Aa/zipped.d/y");
         QVERIFY(!QFile::exists(device->dataPath("A", "conf/deep")));
-    }
 
-    void modulesThatAreNotOnBothSides()
-    {
-        addModule("OnlyHere");
-        QVERIFY(device->startAndSave());
         // A module of the list that this device does not have, and one of the device that is not on the list.
         device->write("media/repository/modules-list.sav", "Elsewhere\nA\n");
+        device->call("setSaveRestoreLevel", {2});
         damage("A");
-        QVERIFY(restore());
-        QCOMPARE(device->sql("A", "whole", "SELECT count(*) FROM t"), "2\n"); // high priority, too
+        QFile::remove(device->dataPath("A", "part.v1.data"));
+        restore();
+        QCOMPARE(device->sql("A", "whole", "SELECT count(*) FROM t"), "2\n");
         QCOMPARE(device->readData("A", "a/zipped.d/y"), "Aa/zipped.d/y");
+        QVERIFY(!QFile::exists(device->dataPath("A", "part.v1.data"))); // rows alone make no database
     }
 
     void migration()
@@ -133,54 +124,43 @@ private Q_SLOTS:
                       "#!/bin/sh\necho \"$@\" >> '" + device->path("migrated").toUtf8() + "'\n");
         TestDevice::shell("chmod +x " + device->path("usr/lib/VYXApplication/migration/AMigration"));
         QVERIFY(device->startAndSave());
-        QVERIFY(restore());
+        restore();
         QVERIFY(!QFile::exists(device->path("migrated")));
         device->call("setModuleRelease", {"A", "2027", "1.0"}, "ApplicationManager");
-        QVERIFY(restore());
+        restore();
         QVERIFY(TestDevice::waitUntil([&] { return device->read("migrated") == "A 2026 2026\n"; }));
         QVERIFY(!QFile::exists(device->path("tmp/VYXApplication/SaveRestore/Restore/AMigration")));
     }
 
-    void faultyRepositories_data()
+    /// A dump, an archive and a file that cannot be used: they stay as they were, everything else comes back.
+    void faultyRepository_data()
     {
-        columns<QString, QString>("fault", "item"); // run in the repository, and what it hits
-        row("dump missing", "rm A++whole.dump.gz", "whole");
-        row("dump truncated", "head -c 60 A++whole.dump.gz > x; mv x A++whole.dump.gz", "whole");
-        row("dump without its end",
-            "zcat A++whole.dump.gz | grep -v COMMIT | gzip > x; mv x A++whole.dump.gz", "whole");
-        row("dump is no SQL", "(echo hello; echo 'COMMIT;') | gzip > A++whole.dump.gz", "whole");
-        row("archive missing", "rm A++a++zipped.d.tar.gz", "a/zipped.d/y");
-        row("archive truncated", "head -c 60 A++a++zipped.d.tar.gz > x; mv x A++a++zipped.d.tar.gz",
-            "a/zipped.d/y");
-        row("archive leads out",
-            "mkdir w; tar -xzf A++a++zipped.d.tar.gz -C w; touch $(find w -name zipped.d)side;"
-            "tar -czf A++a++zipped.d.tar.gz -C w $(cd w && find * -type f); rm -r w",
-            "a/zipped.d/y");
-        row("file missing", "rm f.txt", "f.txt");
-        row("file cut off", ": > f.txt", "f.txt");
-        row("another's content", "cp A.version f.txt", "f.txt");
+        columns<QString>("fault");
+        row("missing", "rm $d $a f.txt");
+        row("cut off", "for e in $d $a; do head -c 60 $e > x; mv x $e; done; : > f.txt");
+        row("another content", "cp A.version f.txt; (echo hello; echo 'COMMIT;') | gzip > $d; mkdir w; "
+                               "tar -xzf $a -C w; touch $(find w -name zipped.d)side; "
+                               "tar -czf $a -C w $(cd w && find * -type f); rm -r w");
     }
-    void faultyRepositories()
+    void faultyRepository()
     {
         QFETCH(QString, fault);
-        QFETCH(QString, item);
         QVERIFY(device->startAndSave());
         const QByteArray saved = state("A");
         damage("A");
         device->sql("A", "whole", "CREATE TABLE t(v); INSERT INTO t VALUES('damaged')");
-        TestDevice::shell("cd '" + device->repositoryPath() + "' && { " + fault + "; }");
-        QVERIFY(restore());
-        if (item == "whole") {
-            QCOMPARE(device->sql("A", "whole", "SELECT v FROM t"), "damaged\n");
-            device->sql("A", "whole",
-                        "DELETE FROM t; INSERT INTO t VALUES('A'), ('it''s\nü'); PRAGMA user_version=3;");
-        } else {
+        TestDevice::shell("cd '" + device->repositoryPath() +
+                          "'; d=A++whole.dump.gz a=A++a++zipped.d.tar.gz; " + fault);
+        restore();
+        QCOMPARE(device->sql("A", "whole", "SELECT v FROM t"), "damaged\n");
+        device->sql("A", "whole",
+                    "DELETE FROM t; INSERT INTO t VALUES('A'), ('it''s\nü'); PRAGMA user_version=3;");
+        for (const QString item : {"a/zipped.d/y", "f.txt"}) {
             QCOMPARE(device->readData("A", item), "changed");
-            device->writeData("A", item, "A" + item.toUtf8());
+            write("A", {item}, "A" + item.toUtf8());
         }
-        QCOMPARE(state("A"), saved); // everything else came back
-        QVERIFY(nothingLeftBehind());
-        QVERIFY(device->allRun({"A"}));
+        QCOMPARE(state("A"), saved);
+        QVERIFY(nothingLeftBehind() && device->allRun({"A"}));
     }
 
     void hostileRepository()
@@ -188,16 +168,14 @@ private Q_SLOTS:
         QVERIFY(device->startAndSave());
         const QByteArray saved = state("A");
         damage("A");
-        const QString digest(32, '0');
-        QString lines;
-        for (const QString &key :
-             {QString("../B/f"), QString("/etc/x"), QString("a/../../f"), device->path("stolen")}) {
-            lines += key + "\t" + digest + "\tfile\tfalse\thigh\n";
+        QString lines = "backup.tar\t" + md5("just a file") + "\tfile\tfalse\thigh\n";
+        for (const QString &line :
+             {QString("../B/f\t0\tfile\tfalse"), QString("/etc/x\t0\tfile\tfalse"),
+              QString("a/../../f\t0\tfile\tfalse"), device->path("stolen\t0\tfile\tfalse"),
+              QString("B/whole.data\t0\tdatabase"), QString("A/../x.data\t0\tdatabase"),
+              QString("A/../../etc.tar\t0\tdirectory\t1")}) {
+            lines += line + "\thigh\n";
         }
-        lines += "backup.tar\t" + md5("just a file") + "\tfile\tfalse\thigh\n";
-        lines +=
-            "B/whole.data\t" + digest + "\tdatabase\thigh\nA/../x.data\t" + digest + "\tdatabase\thigh\n";
-        lines += "A/../../etc.tar\t" + digest + "\tdirectory\t1\thigh\n";
         device->write("media/repository/A.cksum", device->entry("A.cksum") + lines.toUtf8());
         device->write("media/repository/backup.tar", "just a file");
         device->write("media/repository/..++B++f", "x");
@@ -207,19 +185,11 @@ private Q_SLOTS:
                                     "' && find . -path ./data/VYXApplication/A -prune "
                                     "-o -path ./tmp -prune -o -type f -print | sort";
         const QByteArray outside = TestDevice::shell(listOutside);
-        QVERIFY(restore());
+        restore();
         QCOMPARE(device->readData("A", "backup.tar"), "just a file");
         QFile::remove(device->dataPath("A", "backup.tar"));
         QCOMPARE(state("A"), saved);
         QCOMPARE(TestDevice::shell(listOutside), outside);
-    }
-
-    void partialDatabaseThatIsGone()
-    {
-        QVERIFY(device->startAndSave());
-        QFile::remove(device->dataPath("A", "part.v1.data"));
-        QVERIFY(restore());
-        QVERIFY(!QFile::exists(device->dataPath("A", "part.v1.data")));
     }
 
     void killedAnywhere()
@@ -229,7 +199,7 @@ private Q_SLOTS:
         damage("A");
         QElapsedTimer timer;
         timer.start();
-        QVERIFY(restore());
+        restore();
         const qint64 duration = timer.elapsed();
         QCOMPARE(state("A"), saved);
 
@@ -253,7 +223,7 @@ private Q_SLOTS:
             QVERIFY(nothingLeftBehind());
             QVERIFY(device->allRun({"A"}));
         }
-        QVERIFY(restore());
+        restore();
         QCOMPARE(state("A"), saved);
     }
 };

@@ -26,9 +26,6 @@ class tst_save : public OperationTest
     }
 
 private Q_SLOTS:
-    void init() { startAfresh(); }
-    void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
-
     void storyOfSaves()
     {
         const QString database = "<databases><database name='d'/></databases>";

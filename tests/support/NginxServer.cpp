@@ -53,22 +53,13 @@ QString NginxServer::url() const
     return QString("%1://127.0.0.1:%2/save").arg(secure ? "https" : "http", QString::number(port));
 }
 
-QStringList NginxServer::accessLog() const
+void NginxServer::installTool(const QString &deviceRoot)
 {
-    const QByteArray log = readFile(directory.path() + "/server/log/access.log");
-    return QString::fromUtf8(log).split('\n', Qt::SkipEmptyParts);
-}
-
-void NginxServer::installTool(const QString &deviceRoot, const QMap<QString, QString> &different)
-{
-    QDir().mkpath(deviceRoot + "/usr/bin");
-    QFile::copy(QString(SOURCES) + "/device/server/getVYXinfo", deviceRoot + "/usr/bin/getVYXinfo");
-    QMap<QString, QString> names = {
-        {"CERT", "device.pem"}, {"CERT_PKEY", "device.key"}, {"CA", "ca.pem"}, {"STATUS", "SECURED"}};
-    names.insert(different);
-    QByteArray lines = "STATUS=" + names.take("STATUS").toUtf8();
-    for (const auto &[question, name] : names.asKeyValueRange()) {
-        lines += "\n" + question.toUtf8() + "=" + pki(name).toUtf8();
+    TestDevice::shell("install -D " SOURCES "/device/server/getVYXinfo '" + deviceRoot +
+                      "/usr/bin/getVYXinfo'");
+    QString lines = "STATUS=SECURED\n";
+    for (const QString line : {"CERT=device.pem", "CERT_PKEY=device.key", "CA=ca.pem"}) {
+        lines += line.section('=', 0, 0) + '=' + pki(line.section('=', 1)) + '\n';
     }
-    writeFile(deviceRoot + "/etc/VYXApplication/pki.conf", lines + "\n");
+    writeFile(deviceRoot + "/etc/VYXApplication/pki.conf", lines.toUtf8());
 }

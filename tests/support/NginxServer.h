@@ -19,14 +19,11 @@ public:
     bool isRunning() const { return running; }
     QString url() const;
     QString store(const QString &entry = {}) const { return directory.path() + "/server/store/" + entry; }
-    /// Lines of the access log, their fields separated by a TAB.
-    QStringList accessLog() const;
 
     /// A file of the PKI that all servers of a test share, made on first use.
     static QString pki(const QString &name);
-    /// Install the stand-in for the device's tool below a device root, with these answers in place of the
-    /// usual CERT, CERT_PKEY, CA (names in the PKI) and STATUS.
-    static void installTool(const QString &deviceRoot, const QMap<QString, QString> &different = {});
+    /// Install the stand-in for the device's tool below a device root; all that it names is in order.
+    static void installTool(const QString &deviceRoot);
 
 private:
     QTemporaryDir directory;

@@ -11,6 +11,8 @@
 /// that the server treats in a way of its own, and what the service publishes meanwhile.
 class OperationTest : public QObject
 {
+    Q_OBJECT
+
 protected:
     using Entries = QMap<QString, QByteArray>;
 
@@ -43,7 +45,11 @@ protected:
         return started;
     }
 
-    QString url() const { return onServer ? store->url() : device->repositoryPath().chopped(1); }
+    /// With a password, which no log may show.
+    QString url() const
+    {
+        return onServer ? store->url().replace("//", "//user:s3cret@") : device->repositoryPath().chopped(1);
+    }
 
     void forgetEvents()
     {
@@ -145,4 +151,8 @@ protected:
     {
         return repository().value(item) == content && digest(module, item) == md5(content);
     }
+
+protected Q_SLOTS:
+    void init() { startAfresh(); }
+    void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
 };

@@ -53,7 +53,8 @@ public:
     /// End the service as the system does; its exit status, -1 when it had to be killed.
     int stopService();
     QProcess &service() { return *serviceProcess; }
-    /// End everything; the service's log when the service did not end cleanly, else nothing.
+    /// End everything; the service's log when it did not end cleanly or the log shows a password, else
+    /// nothing.
     static QString retire(std::unique_ptr<TestDevice> &device);
 
     QDBusMessage call(const QString &method, const QVariantList &arguments = {},

@@ -2,214 +2,141 @@
 
 #include <algorithm>
 
-namespace {
-
-QString entryOf(QString key)
-{
-    return key.replace("/", "++").replace(".data", ".dump.gz").replace(".tar", ".tar.gz");
-}
-
-} // namespace
-
 /// What the repository holds after saves that went partly wrong, and what comes back from it.
 class tst_outcomes : public OperationTest
 {
     Q_OBJECT
 
-    void addFiles(const QString &module, const QStringList &items)
+    const QStringList items = {"x",     "bad/x",  "bad/y", "z/file",
+                               "fresh", "../B/b", "../C/x"}; ///< as A sees them
+    const QString filesOfA = "<file>x</file><file>bad</file><file zip='true'>z</file>";
+
+    void describe(const QString &module, const QString &files)
     {
-        device->addModule(module, described(items));
-        write(module, items, "old");
+        device->describe(module, "<databases><database name='d'/></databases><files>" + files + "</files>");
     }
 
-    static QString described(const QStringList &items)
+    void addModule(const QString &module, const QString &files)
     {
-        return "<files><file>" + items.join("</file><file>") + "</file></files>";
+        device->addModule(module, {});
+        describe(module, files);
     }
 
-    /// True when a save ran to its end although the server refused these requests.
-    bool saveWithRefusals(const QStringList &requests, int status = 503)
+    void change(const QByteArray &content) const
     {
-        store->failStatus = status;
-        for (const QString &request : requests) {
-            treated.insert(request, StoreServer::Fail);
+        write("A", items, content);
+        device->sql("A", "d", "DROP TABLE IF EXISTS t; CREATE TABLE t AS SELECT '" + content + "'");
+    }
+
+    /// What a restore brings back, "item=content" each, without the items of this content.
+    QString restoredExcept(const QByteArray &content)
+    {
+        change("damaged");
+        restore();
+        QStringList others = {"d=" + device->sql("A", "d", "SELECT * FROM t").trimmed()};
+        for (const QString &item : items) {
+            others << item + "=" + device->readData("A", item);
         }
-        const bool saved = save();
-        treated.clear();
-        return saved;
-    }
-
-    void change(const QStringList &keys, const QByteArray &content) const
-    {
-        write("A", keys.filter("bad/") + QStringList{"good", "z/file"}, content);
-        write("B", {"other"}, content);
-        device->sql("A", "d", "CREATE TABLE IF NOT EXISTS t(v); INSERT INTO t VALUES(1)");
+        return others.filter(QRegularExpression("=(?!" + content + "$)")).join(' ');
     }
 
 private Q_SLOTS:
-    void itemsThatAreRefused_data()
+    /// Some requests of a save are refused: no line promises what its entry does not hold, everything else is
+    /// complete, and the next save and restore bring all of it.
+    void requestsThatAreRefused_data()
     {
-        columns<bool, QStringList>("isNew", "keys");
-        row("files", false, QStringList({"bad/x", "bad/y"}));
-        row("files, never there", true, QStringList({"bad/x", "bad/y"}));
-        row("database and archive", false, QStringList({"A/d.data", "A/z.tar"}));
+        // what a restore brings back instead of the new, and what the pop-up says
+        columns<QStringList, int, QString, QString>("requests", "status", "others", "detail");
+        const QString others = "bad/x=old bad/y=old z/file=old fresh=damaged";
+        const QString old = "d=old x=old " + others + " ../C/x=damaged";
+        const QString all = "d=old x=old " + others + " ../B/b=old ../C/x=damaged";
+        row("files", QStringList{"PUT bad++x", "PUT bad++y"}, 503, "bad/x=old bad/y=old", "^2 .*'bad/x'");
+        row("file, never there", QStringList{"PUT fresh"}, 503, "fresh=damaged", "^1 .*'fresh'");
+        row("database and archive", QStringList{"PUT A++d.dump.gz", "PUT A++z.tar.gz"}, 503,
+            "d=old z/file=old", "^2 .*'A/d.data'");
+        row("entry of a new name", QStringList{"PUT A++x"}, 503, "x=old ../C/x=damaged", "'x'");
+        row("migration program", QStringList{"PUT AMigration"}, 413,
+            QString("d=old x=old " + others).replace("old", "damaged"), "'AMigration'");
+        row("held lines", QStringList{"PUT A.cksum"}, 507, old, "'A.cksum'");
+        row("modules list", QStringList{"PUT modules-list.sav"}, 503, "", "'modules-list.sav'");
+        row("a module's state", QStringList{"GET A.cksum"}, 503, old, "'A.cksum'");
+        row("the modules", QStringList{"GET modules-list.sav"}, 503, all, "'modules-list.sav'");
+        row("the repository", QStringList{"GET "}, 503, all, "");
     }
-    void itemsThatAreRefused()
+    void requestsThatAreRefused()
     {
-        QFETCH(bool, isNew);
-        QFETCH(QStringList, keys);
-        device->addModule("A", "<databases><database name='d'/></databases><files><file>bad</file>"
-                               "<file>good</file><file zip='true'>z</file></files>");
-        addFiles("B", {"other"});
-        change(isNew ? QStringList() : keys, "old");
-        QVERIFY(start() && save() && popUps.isEmpty());
-        const Entries before = repository();
-        change(keys, "new");
-        QVERIFY(saveWithRefusals({"PUT " + entryOf(keys.first()), "PUT " + entryOf(keys.last())}));
-        QStringList names;
-        for (const QString &key : keys) {
-            QCOMPARE(digest("A", key), digest("A", key, before));
-            QCOMPARE(repository().value(entryOf(key)), before.value(entryOf(key)));
-            names << QRegularExpression::escape(key) << QRegularExpression::escape(entryOf(key));
-        }
-        QVERIFY(holds("A", "good", "new") && holds("B", "other", "new"));
-        QVERIFY(isShown("Error while uploading files.", "(?s)(?=.*\\b2\\b)(?=.*(" + names.join('|') + "))"));
-
-        change(keys, "newer");
-        QVERIFY(save() && popUps.isEmpty());
-        QVERIFY(holds("A", "good", "newer") && holds("B", "other", "newer"));
-        QVERIFY(digest("A", keys.first()) != digest("A", keys.first(), before));
-    }
-
-    void stateThatIsNotKnown_data()
-    {
-        columns<QString>("entry");
-        row("checksum file", "A.cksum");
-        row("modules list", "modules-list.sav");
-    }
-    void stateThatIsNotKnown()
-    {
-        QFETCH(QString, entry);
-        device->addModule("A", "<files><file>f</file><file priority='low'>l</file></files>");
-        write("A", {"f", "l"}, "old");
-        addFiles("B", {"b"});
-        QVERIFY(start() && save());
-        Entries before = store->entries;
-        device->call("setSaveRestoreLevel", {1});
-        write("A", {"f"}, "new");
-        write("B", {"b"}, "new");
-        saveWithRefusals({"GET " + entry});
-        if (entry == "A.cksum") {
-            QVERIFY(holds("B", "b", "new"));
-            before["b"] = store->entries["b"];
-            before["B.cksum"] = store->entries["B.cksum"];
-            before["B.attributes"] = store->entries["B.attributes"];
-        }
-        QCOMPARE(store->entries, before);
-        QVERIFY(save());
-        QVERIFY(holds("A", "f", "new") && holds("B", "b", "new") && holds("A", "l", "old"));
-    }
-
-    void listedModulesAreTheDescribedOnes()
-    {
-        addFiles("A", {"a"});
-        addFiles("B", {"b"});
-        QVERIFY(start(false) && save());
-        device->call("stopModule", {"B"}, "ApplicationManager");
-        write("A", {"a"}, "new");
-        QVERIFY(save());
-        QVERIFY(holds("A", "a", "new"));
-        QCOMPARE(listedModules(), QStringList({"A", "B"}));
-        device->call("startModule", {"B"}, "ApplicationManager");
-        QVERIFY(device->waitForName("B"));
-        write("B", {"b"}, "damaged");
-        restore();
-        QCOMPARE(device->readData("B", "b"), "old");
-        QVERIFY(QFile::remove(device->path("etc/VYXApplication/module/B/restorable.xml")));
-        QVERIFY(save());
-        QCOMPARE(listedModules(), QStringList{"A"});
-    }
-
-    void noModuleRunsAtTheStart()
-    {
-        addFiles("A", {"a"});
-        QVERIFY(start(false) && save());
-        QCOMPARE(device->stopService(), 0);
-        device->call("stopModule", {"A"}, "ApplicationManager");
-        QVERIFY(device->startService("FastService"));
-        save();
-        QCOMPARE(listedModules(), QStringList{"A"});
-        QVERIFY(holds("A", "a", "old"));
-        device->call("startModule", {"A"}, "ApplicationManager");
-        QVERIFY(device->waitForName("A"));
-        write("A", {"a"}, "damaged");
-        restore();
-        QCOMPARE(device->readData("A", "a"), "old");
-    }
-
-    /// One request is refused: everything else is completed, and the next save and restore bring all of it.
-    void requestThatIsRefused_data()
-    {
-        columns<QString, int>("request", "status");
-        row("migration program", "PUT AMigration", 413);
-        row("entry of a new name", "PUT A++x", 503);
-        row("held lines", "PUT A.cksum", 507);
-        row("modules list", "PUT modules-list.sav", 503);
-    }
-    void requestThatIsRefused()
-    {
-        QFETCH(QString, request);
+        QFETCH(QStringList, requests);
         QFETCH(int, status);
-        addFiles("A", {"x", "gone"});
-        addFiles("B", {"b"});
-        device->write("usr/lib/VYXApplication/migration/AMigration", "program");
-        QVERIFY(start() && save());
-        const Entries before = store->entries;
-        device->call("setModuleRelease", {"A", "2027", "1.0"}, "ApplicationManager");
-        device->write("usr/lib/VYXApplication/migration/AMigration", "later program");
-        device->describe("A", described({"x"}));
-        // B cannot take a name that A has in the same moment as A's lines are refused.
-        const bool held = request == "PUT A.cksum";
-        device->describe("B", described(held ? QStringList{"b"} : QStringList{"b", "x"}));
-        write("B", {"b", "x"}, "of B");
-        QVERIFY(saveWithRefusals({request}, status));
-        QVERIFY(holds("B", "b", "of B"));
-        if (held) {
-            for (const char *ofA : {"A.cksum", "x", "gone", "A.version"}) {
-                QCOMPARE(store->entries.value(ofA), before.value(ofA));
-            }
-        }
-        write("A", {"x"}, "damaged");
-        write("B", {"x"}, "damaged");
-        restore();
-        QVERIFY(QByteArrayList({"damaged", "old"}).contains(device->readData("A", "x")));
-        QVERIFY(QByteArrayList({"damaged", "of B"}).contains(device->readData("B", "x")));
-
-        write("A", {"x"}, "old");
-        write("B", {"x"}, "of B");
-        QVERIFY(save() && popUps.isEmpty());
-        QCOMPARE(store->entries.value("AMigration"), "later program");
-        QCOMPARE(store->entries.value("A.version"), "2027::1.0\n");
-        QVERIFY(!store->entries.contains("gone"));
-        write("A", {"x"}, "damaged");
-        restore();
-        QCOMPARE(device->readData("A", "x") + device->readData("B", "x"), "oldof B");
-    }
-
-    void whatPromisesIsSentLast()
-    {
-        addFiles("A", {"f"});
-        addFiles("B", {"b"});
-        device->write("usr/lib/VYXApplication/migration/AMigration", "program");
-        QVERIFY(start() && save());
-        QCOMPARE(popUps.size(), 0);
+        QFETCH(QString, others);
+        QFETCH(QString, detail);
+        addModule("A", filesOfA + "<file>gone</file>");
+        addModule("B", "<file>b</file>");
+        addModule("C", {});
+        write("A", {"gone"}, "old");
+        const QString program = "usr/lib/VYXApplication/migration/AMigration";
+        device->write(program, "program");
+        change("old");
+        QVERIFY(start() && save() && popUps.isEmpty());
+        // What promises is sent last.
         const QStringList sent = store->requests.filter("PUT ");
         const auto promises = [](const QString &request) {
             return request.endsWith(".version") || request.endsWith("modules-list.sav");
         };
-        QCOMPARE(std::count_if(sent.cbegin(), sent.cend(), promises), 3);
+        QCOMPARE(std::count_if(sent.cbegin(), sent.cend(), promises), 4);
         QVERIFY2(std::is_partitioned(sent.cbegin(), sent.cend(), std::not_fn(promises)),
                  qPrintable(sent.join(", ")));
+
+        device->call("setModuleRelease", {"A", "2027", "1.0"}, "ApplicationManager");
+        device->write(program, "later program");
+        describe("A", filesOfA + "<file>fresh</file>");
+        describe("C", "<file>x</file>"); // a name that A has
+        change("new");
+        store->failStatus = status;
+        for (const QString &request : requests) {
+            treated.insert(request, StoreServer::Fail);
+        }
+        QCOMPARE(save(), requests != QStringList{"GET "});
+        treated.clear();
+        QVERIFY(isShown(
+            detail.isEmpty() ? "Connection to repository failed." : "Error while uploading files.", detail));
+        QCOMPARE(restoredExcept("new"), others);
+
+        change("newer");
+        QVERIFY(save() && popUps.isEmpty());
+        QCOMPARE(store->entries.value("AMigration"), "later program");
+        QCOMPARE(store->entries.value("A.version"), "2027::1.0\n");
+        QVERIFY(!store->entries.contains("gone"));
+        QCOMPARE(restoredExcept("newer"), "");
+    }
+
+    void listedModulesAreTheDescribedOnes()
+    {
+        for (const QString module : {"A", "B"}) {
+            addModule(module, "<file>" + module + "</file>");
+            write(module, {module}, "old");
+        }
+        QVERIFY(start(false) && save());
+        device->call("stopModule", {"B"}, "ApplicationManager");
+        write("A", {"A"}, "new");
+        QVERIFY(save());
+        QVERIFY(holds("A", "A", "new"));
+        QCOMPARE(listedModules(), QStringList({"A", "B"}));
+        // No module runs when the service starts.
+        QCOMPARE(device->stopService(), 0);
+        device->call("stopModule", {"A"}, "ApplicationManager");
+        QVERIFY(device->startService("FastService"));
+        save();
+        QCOMPARE(listedModules(), QStringList({"A", "B"}));
+        for (const QString module : {"A", "B"}) {
+            device->call("startModule", {module}, "ApplicationManager");
+            QVERIFY(device->waitForName(module));
+            write(module, {module}, "damaged");
+        }
+        restore();
+        QCOMPARE(device->readData("A", "A") + device->readData("B", "B"), "newold");
+        QVERIFY(QFile::remove(device->path("etc/VYXApplication/module/B/restorable.xml")));
+        QVERIFY(save());
+        QCOMPARE(listedModules(), QStringList{"A"});
     }
 
     void fileThatChangesOnTheWay_data()
@@ -221,7 +148,8 @@ private Q_SLOTS:
     void fileThatChangesOnTheWay()
     {
         QFETCH(bool, server);
-        addFiles("A", {"f"});
+        device->addModule("A", "<files><file>f</file></files>");
+        write("A", {"f"}, "old");
         device->addModule("Slow", "<databases><database name='d'/></databases>", "--pause-delay 300");
         device->sql("Slow", "d", "CREATE TABLE t(v)");
         QVERIFY(start(server));

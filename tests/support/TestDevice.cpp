@@ -10,8 +10,9 @@
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QTest>
+#include <QTimer>
 
 namespace {
 
@@ -278,5 +279,15 @@ bool TestDevice::allRun(const QStringList &names) const
 
 bool TestDevice::waitUntil(const std::function<bool()> &condition, int limitMs)
 {
-    return QTest::qWaitFor(condition, limitMs);
+    const QDeadlineTimer deadline(limitMs);
+    QTimer look;
+    look.start(10);
+    while (!condition()) {
+        if (deadline.hasExpired()) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    return true;
 }

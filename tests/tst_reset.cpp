@@ -1,26 +1,12 @@
 #include "platform/core/VYXModule.h"
-#include "tests/support/TestDevice.h"
-
-#include <QTest>
+#include "tests/support/OperationTest.h"
 
 /// Resets over the bus, with modules that reset themselves and report, and some that do not.
-class tst_reset : public QObject
+class tst_reset : public OperationTest
 {
     Q_OBJECT
 
-    std::unique_ptr<TestDevice> device;
     QStringList events;
-
-    void listen()
-    {
-        events.clear();
-        device->listen({"reset_data_default", "reset_default_done", "reset_data_default_complete",
-                        "reset_data_factory", "reset_factory_done"},
-                       this, [this](const VYXEvent &event) {
-                           const QString module = event.getArgument("ModuleName").toString();
-                           events << event.getName() + (module.isEmpty() ? "" : " " + module);
-                       });
-    }
 
     void report(const QString &event, const QString &module, bool needsReboot) const
     {
@@ -55,9 +41,6 @@ class tst_reset : public QObject
     }
 
 private Q_SLOTS:
-    void init() { device = std::make_unique<TestDevice>(); }
-    void cleanup() { QCOMPARE(TestDevice::retire(device), QString()); }
-
     void commands()
     {
         const QString other = device->dataPath("B", "d.data");
@@ -101,7 +84,13 @@ private Q_SLOTS:
         addModule("B");
         addModule("Ended");
         QVERIFY(device->start("VYXSaveRestore"));
-        listen();
+        events.clear();
+        device->listen(
+            {"reset_data_default", "reset_default_done", "reset_data_default_complete", "reset_data_factory",
+             "reset_factory_done"},
+            store.get(), [this](const VYXEvent &event) {
+                events << (event.getName() + " " + event.getArgument("ModuleName").toString()).trimmed();
+            });
         QVERIFY(device->result("stopModule", {"Ended"}, "ApplicationManager").toBool());
         QElapsedTimer timer;
         timer.start();

@@ -17,7 +17,6 @@ StoreServer::StoreServer()
 void StoreServer::accept()
 {
     while (QTcpSocket *socket = server.nextPendingConnection()) {
-        ++connections;
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { read(*socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
             buffers.remove(socket);

@@ -31,7 +31,6 @@ public:
 
     /// Base URL of the store, without a slash at the end.
     QString url() const { return QString("http://127.0.0.1:%1/save").arg(server.serverPort()); }
-    void stop() { server.close(); }
 
     bool isHolding() const { return held != nullptr; }
     /// Answer the request that is held, when its connection still stands.
@@ -45,7 +44,6 @@ public:
     QMap<QString, QByteArray> entries;
     QStringList requests;    ///< "METHOD entry" of each request
     QByteArrayList rawHeads; ///< heads as they were on the wire
-    int connections = 0;
     bool overlapped = false; ///< a request came while another was not answered
 
 private:

@@ -129,8 +129,9 @@ private Q_SLOTS:
         QVERIFY(!device->save());
         QCOMPARE(TestDevice::resultOf(running), QVariant(false));
 
+        device->markLog();
         running = device->callLater("resetToDefault");
-        QVERIFY(TestDevice::waitUntil([&] { return device->logged("about to refresh").size() == 2; }));
+        QVERIFY(device->waitForLog("about to refresh"));
         report("reset_default_done", "Silent", true);
         report("reset_default_done", "Silent", false);
         QCOMPARE(TestDevice::resultOf(running), QVariant(true));

@@ -118,27 +118,15 @@ protected:
         return entries;
     }
 
-    QStringList listedModules() const
+    /// The digest that the repository's checksum file gives for an item; empty when there is none.
+    QString digest(const QString &module, const QString &key) const
     {
-        const QString list = QString::fromUtf8(repository().value("modules-list.sav"));
-        QStringList modules = list.split('\n', Qt::SkipEmptyParts);
-        modules.sort();
-        return modules;
-    }
-
-    /// The digest that a repository's checksum file gives for an item; empty when there is none.
-    static QString digest(const QString &module, const QString &key, const Entries &entries)
-    {
-        for (const QByteArray &line : entries.value(module + ".cksum").split('\n')) {
+        for (const QByteArray &line : repository().value(module + ".cksum").split('\n')) {
             if (line.startsWith(key.toUtf8() + '\t')) {
                 return QString::fromUtf8(line.split('\t').value(1));
             }
         }
         return {};
-    }
-    QString digest(const QString &module, const QString &key) const
-    {
-        return digest(module, key, repository());
     }
 
     static QString md5(const QByteArray &content)

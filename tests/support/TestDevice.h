@@ -33,7 +33,6 @@ public:
         writeFile(path(relative), content);
     }
     void writeData(const QString &module, const QString &item, const QByteArray &content) const;
-    QByteArray read(const QString &relative) const { return readFile(path(relative)); }
     QByteArray readData(const QString &module, const QString &item) const;
 
     /// Install a module: the inside of its restorable.xml (none when empty), the arguments of its process.
@@ -71,7 +70,6 @@ public:
     /// The state of the service's capability.
     int capability() const;
     QDBusConnection bus() const { return QDBusConnection(connectionName); }
-    QString busAddress() const { return address; }
     /// End the bus under everything that is on it.
     void killBus() const;
     /// Hand each event of these names to the handler, as long as the receiver lives.
@@ -80,17 +78,16 @@ public:
     bool waitForName(const QString &module) const;
 
     QStringList entries() const;
-    QByteArray entry(const QString &name) const { return read("media/repository/" + name); }
+    QByteArray entry(const QString &name) const { return readFile(repositoryPath(name)); }
 
-    /// Log lines of the service since the last mark that contain the text.
-    QStringList logged(const QString &text) const { return wholeLog().mid(logMark).split('\n').filter(text); }
-    bool hasLogged(const QString &text) const { return !logged(text).isEmpty(); }
+    /// True when the service has logged the text since the last mark.
+    bool hasLogged(const QString &text) const { return wholeLog().mid(logMark).contains(text); }
     bool waitForLog(const QString &text) const
     {
         return waitUntil([&] { return hasLogged(text); });
     }
     void markLog() { logMark = wholeLog().size(); }
-    QString wholeLog() const { return QString::fromUtf8(read("service.log")); }
+    QString wholeLog() const { return QString::fromUtf8(readFile(path("service.log"))); }
 
     /// The state letter of a process; empty when there is none.
     static QString processState(qint64 pid);

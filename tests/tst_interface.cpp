@@ -214,12 +214,12 @@ private Q_SLOTS:
     void secondInstanceEnds()
     {
         set("ScheduleType", "2");
+        QProcessEnvironment environment = device->service().processEnvironment();
         for (const QString &bus : {device->path("bus"), QString("/nowhere")}) {
-            QProcess second;
-            QProcessEnvironment environment = device->service().processEnvironment();
             environment.insert("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + bus);
+            QProcess second;
             second.setProcessEnvironment(environment);
-            second.start(QString(PROGRAMS) + "/VYXSaveRestore", QStringList());
+            second.start(device->service().program(), QStringList());
             QVERIFY(second.waitForFinished(20000));
             QCOMPARE(second.exitCode(), 1);
             QCOMPARE(tasks().count("startSaveOnRepository"), 1);

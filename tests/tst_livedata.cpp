@@ -11,36 +11,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace {
-
-/// How an archive is made of a directory "d" with a file "f", in shell, and why it is refused.
-void refusedArchives()
-{
-    const QString out = "leads out of";
-    const QString broken = "missing or broken";
-    row("through an inner link", "v d/sub/x; ln -s sub d/l; through", out);
-    row("through a live link", "v d/out/v; t -czf 1 d/f d/out/v", out);
-    row("hard link out", "ln d/f d2; t -cf a d2 d; tar --delete -Pf a $P/d2; gzip -c a > 1", out);
-    row("absolute", "tar -czPf 1 /etc/hostname", out);
-    row("upwards", "touch d2; t -czf 1 d d/../d2", out);
-    row("beside", "touch d2; t -czf 1 d d2", out);
-    row("above", "tar -czPf 1 --no-rec --transform \"s,^d,$P,\" d", out);
-    row("the service's own name", "v d/.saverestore-aside./x; pack", out);
-    row("the directory is a link", "mv d x; ln -s x d; pack", out);
-    row("terabytes", "truncate -s 8T d/huge; t -S -czf 1 d", "that may be filled");
-    row("too many members", "cd d; seq 60 | xargs touch; cd ..; pack", "more than 50 members");
-    row("too many above", "x=d/$(seq -s / 60)/x; v $x; t -czf 1 $x", "more than 50 members");
-    row("long path", "tar -cPzf 1 --transform s,^,$P/d/$(printf '%0250d/' $(seq 17)), d/f", "4096 bytes");
-    row("cut off", "head -c 9999 /dev/urandom > d/x; pack a; head -c 5000 a > 1", broken);
-    row("wrong digest", "pack; echo 00000000000000000000000000000000 > digest", "its digest is");
-    row("no tar", "head -c 9999 /dev/urandom | gzip > 1", broken);
-    row("no gzip", "t -cf 1 d", broken);
-    row("compressed twice", "pack a; gzip -c a > 1", broken);
-    row("no members", "tar -czf 1 -T /dev/null", broken);
-}
-
-} // namespace
-
 /// What a restore does to live data, and what it refuses to do.
 class tst_livedata : public QObject
 {
@@ -180,9 +150,30 @@ private Q_SLOTS:
 
     void archives_data()
     {
-        // how the archives 1, 2, 3 are made; what is true in the live directory after they were restored
+        // How the archives 1, 2, 3 are made of a directory "d" with a file "f", in shell; what is true in the
+        // live directory after they were restored one after the other, or why the last is refused.
         columns<QString, QString>("make", "shows");
-        refusedArchives();
+        const QString out = "leads out of";
+        const QString broken = "missing or broken";
+        row("through an inner link", "v d/sub/x; ln -s sub d/l; through", out);
+        row("through a live link", "v d/out/v; t -czf 1 d/f d/out/v", out);
+        row("hard link out", "ln d/f d2; t -cf a d2 d; tar --delete -Pf a $P/d2; gzip -c a > 1", out);
+        row("absolute", "tar -czPf 1 /etc/hostname", out);
+        row("upwards", "touch d2; t -czf 1 d d/../d2", out);
+        row("beside", "touch d2; t -czf 1 d d2", out);
+        row("above", "tar -czPf 1 --no-rec --transform \"s,^d,$P,\" d", out);
+        row("the service's own name", "v d/.saverestore-aside./x; pack", out);
+        row("the directory is a link", "mv d x; ln -s x d; pack", out);
+        row("terabytes", "truncate -s 8T d/huge; t -S -czf 1 d", "that may be filled");
+        row("too many members", "cd d; seq 60 | xargs touch; cd ..; pack", "more than 50 members");
+        row("too many above", "x=d/$(seq -s / 60)/x; v $x; t -czf 1 $x", "more than 50 members");
+        row("long path", "tar -cPzf 1 --transform s,^,$P/d/$(printf '%0250d/' $(seq 17)), d/f", "4096 bytes");
+        row("cut off", "head -c 9999 /dev/urandom > d/x; pack a; head -c 5000 a > 1", broken);
+        row("wrong digest", "pack; echo 00000000000000000000000000000000 > digest", "its digest is");
+        row("no tar", "head -c 9999 /dev/urandom | gzip > 1", broken);
+        row("no gzip", "t -cf 1 d", broken);
+        row("compressed twice", "pack a; gzip -c a > 1", broken);
+        row("no members", "tar -czf 1 -T /dev/null", broken);
         row("links out", "ln -s /etc d/l; ln -s ../../x d/m; ln -s ../d d/i; pack",
             "[ ! -L l -a ! -L m -a -L i ]");
         row("out by a link", "v d/q/x; ln -s .. d/q/a; ln -s q/a/../x d/b; pack", "[ -L q/a -a ! -L b ]");

@@ -41,13 +41,10 @@ class tst_restore : public OperationTest
 
     void damage(const QString &module) const
     {
-        QFile::remove(device->dataPath(module, "whole.data"));
+        TestDevice::shell(
+            "cd '" + device->dataPath(module, "") +
+            "' && rm -r whole.data conf zipped 'plain dir'; printf changed | tee f.txt > a/zipped.d/y");
         device->sql(module, "part.v1", "DELETE FROM kept WHERE id=1; UPDATE kept SET v='changed';");
-        device->writeData(module, "f.txt", "changed");
-        QDir(device->dataPath(module, "conf")).removeRecursively();
-        QDir(device->dataPath(module, "zipped")).removeRecursively();
-        device->writeData(module, "a/zipped.d/y", "changed");
-        QDir(device->dataPath(module, "plain dir")).removeRecursively();
     }
 
     bool nothingLeftBehind() const

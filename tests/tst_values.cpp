@@ -119,38 +119,35 @@ private Q_SLOTS:
 
     void entryNames()
     {
+        // "key=entry" of files, "key=entry=kind" of others
+        const QMap<QString, QString> cases = {
+            {"a", "x=a++x conf/s=a++conf++s only/deep/f=only++deep++f modules-list.sav=a++modules-list.sav "
+                  "d.dump.gz=a++d.dump.gz"},
+            {"b", "x=b++x conf/s=b++conf++s b/d=b++d b/d.data=b++d.dump.gz=database d.dump.gz=b++d.dump.gz% "
+                  "only/deep=only++deep"},
+            // what module b's file is renamed to, claimed by another
+            {"c", "b/x=c++b++x c++own=c++own"},
+            {"d", "b++d.dump.gz=d++b++d.dump.gz"},
+            // names that cannot be told apart by "++" alone
+            {"e", "p/q=e++p++q% p++q=e++p%2B%2Bq% p%2B%2Bq=p%2B%2Bq e/p/q.tar=e++p++q%.tar.gz=directory\t1 "
+                  "e/p++q.tar=e++p%2B%2Bq%.tar.gz=directory\t1 e/f++g.data=e++f%2B%2Bg%.dump.gz=database"},
+            {"e++f", "e++f/g.data=e%2B%2Bf++g%.dump.gz=database g=e++f++g"},
+            {"f", "g=f++g e++f/g=f++e++f++g"}};
         LinesByModule modules;
-        modules["a"] = lines("x\t1\tfile\thigh\nconf/s\t1\tfile\thigh\nonly/deep/f\t1\tfile\thigh\n"
-                             "modules-list.sav\t1\tfile\tlow\nd.dump.gz\t1\tfile\tlow\n");
-        modules["b"] = lines("x\t2\tfile\thigh\nconf/s\t2\tfile\thigh\nb/d\t3\tfile\thigh\n"
-                             "b/d.data\t3\tdatabase\thigh\nd.dump.gz\t1\tfile\tlow\n"
-                             "only/deep\t1\tfile\tlow\n");
-        // what module b's file is renamed to, claimed by another
-        modules["c"] = lines("b/x\t3\tfile\thigh\nc++own\t3\tfile\thigh\n");
-        modules["d"] = lines("b++d.dump.gz\t3\tfile\thigh\n");
-        // names that cannot be told apart by "++" alone
-        modules["e"] = lines("p/q\t4\tfile\thigh\np++q\t4\tfile\thigh\np%2B%2Bq\t4\tfile\thigh\n"
-                             "e/p/q.tar\t4\tdirectory\t1\thigh\ne/p++q.tar\t4\tdirectory\t1\thigh\n"
-                             "e/f++g.data\t4\tdatabase\thigh\n");
-        modules["e++f"] = lines("e++f/g.data\t4\tdatabase\thigh\ng\t4\tfile\thigh\n");
-        modules["f"] = lines("g\t4\tfile\thigh\ne++f/g\t4\tfile\thigh\n");
-        const QMap<QString, QStringList> expected = {
-            {"a", {"a++x", "a++conf++s", "only++deep++f", "a++modules-list.sav", "a++d.dump.gz"}},
-            {"b", {"b++x", "b++conf++s", "b++d", "b++d.dump.gz", "b++d.dump.gz%", "only++deep"}},
-            {"c", {"c++b++x", "c++own"}},
-            {"d", {"d++b++d.dump.gz"}},
-            {"e",
-             {"e++p++q%", "e++p%2B%2Bq%", "p%2B%2Bq", "e++p++q%.tar.gz", "e++p%2B%2Bq%.tar.gz",
-              "e++f%2B%2Bg%.dump.gz"}},
-            {"e++f", {"e%2B%2Bf++g%.dump.gz", "e++f++g"}},
-            {"f", {"f++g", "f++e++f++g"}}};
+        for (const auto &[module, items] : cases.asKeyValueRange()) {
+            QString text;
+            for (const QString &item : items.split(' ')) {
+                const QString kind = item.section('=', 2);
+                text += item.section('=', 0, 0) + "\t1\t" + (kind.isEmpty() ? "file" : kind) + "\thigh\n";
+            }
+            modules[module] = lines(text.toUtf8());
+        }
         const SavedEntries entries(modules);
         for (const auto &[module, linesOfModule] : modules.asKeyValueRange()) {
-            QStringList names;
-            for (const ChecksumLine &line : linesOfModule) {
-                names << entries.entry(module, line);
+            for (qsizetype index = 0; index < linesOfModule.size(); ++index) {
+                QCOMPARE(entries.entry(module, linesOfModule[index]),
+                         cases[module].section(' ', index, index).section('=', 1, 1));
             }
-            QCOMPARE(names, expected.value(module));
         }
         QCOMPARE(entries.names().size(), 24);
     }

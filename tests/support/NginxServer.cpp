@@ -3,24 +3,6 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 
-namespace {
-
-quint16 freePort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost);
-    return server.serverPort();
-}
-
-bool answers(quint16 port)
-{
-    QTcpSocket socket;
-    socket.connectToHost(QHostAddress::LocalHost, port);
-    return socket.waitForConnected(200);
-}
-
-} // namespace
-
 QString NginxServer::pki(const QString &name)
 {
     static const QTemporaryDir authorities;
@@ -35,17 +17,24 @@ QString NginxServer::pki(const QString &name)
     return authorities.filePath(name);
 }
 
-NginxServer::NginxServer(const QString &certificate) : port(freePort()), secure(!certificate.isEmpty())
+NginxServer::NginxServer(const QString &certificate) : secure(!certificate.isEmpty())
 {
+    QTcpServer free;
+    free.listen(QHostAddress::LocalHost);
+    port = free.serverPort();
+    free.close();
     QStringList arguments = {directory.path() + "/server", QString::number(port)};
     if (secure) {
         arguments << QFileInfo(pki("ca.pem")).path() << certificate;
     }
     process.setProcessChannelMode(QProcess::ForwardedChannels);
     process.start(QString(SOURCES) + "/device/server/start-server", arguments);
-    running =
-        TestDevice::waitUntil([this] { return answers(port) || process.state() == QProcess::NotRunning; }) &&
-        process.state() == QProcess::Running;
+    running = TestDevice::waitUntil([this] {
+                  QTcpSocket socket;
+                  socket.connectToHost(QHostAddress::LocalHost, port);
+                  return socket.waitForConnected(200) || process.state() == QProcess::NotRunning;
+              }) &&
+              process.state() == QProcess::Running;
 }
 
 QString NginxServer::url() const

@@ -11,7 +11,7 @@ class tst_restore : public OperationTest
         "<sql-command table-name='kept'>SELECT * FROM kept</sql-command></database></databases>"
         "<files><file>f.txt</file><file priority='low'>conf/deep/odd ü [1].ini</file>"
         "<file zip='true'>zipped</file><file zip='true' priority='normal'>a/zipped.d</file>"
-        "<file priority='normal'>plain dir</file></files>";
+        "<file priority='normal'>plain dir</file><file>p</file><file>p++q</file></files>";
 
     void addModule(const QString &name)
     {
@@ -24,7 +24,7 @@ class tst_restore : public OperationTest
                     "INSERT INTO kept VALUES(1, 'a'), (2, 'b'); INSERT INTO own VALUES('own');");
         for (const char *file : {"f.txt", "conf/deep/odd ü [1].ini", "zipped/sub/z 'q'", "a/zipped.d/y",
                                  "plain dir/say \"x\" 100%", "plain dir/-rf", "plain dir/$HOME %1",
-                                 "plain dir/back\\slash", "plain dir/a;b&c|d #1"}) {
+                                 "plain dir/back\\slash", "plain dir/a;b&c|d #1", "p/q", "p++q"}) {
             device->writeData(name, file, name.toUtf8() + file);
         }
     }

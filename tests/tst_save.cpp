@@ -13,7 +13,7 @@ class tst_save : public OperationTest
     /// The data that the server was sent since the last call.
     QStringList sent() const
     {
-        static const QRegularExpression data("^PUT (?!modules-list|.*\\.(version|cksum)$)");
+        static const QRegularExpression data("^PUT (?!modules-list|.*\\.(version|cksum|attributes)$)");
         QStringList requests = std::exchange(store->requests, {}).filter(data).replaceInStrings(data, "");
         requests.sort();
         return requests;
@@ -67,9 +67,9 @@ private Q_SLOTS:
         write("B", {"same.conf", "other.conf"}, "of B");
         QVERIFY(start() && save());
         QCOMPARE(repository().keys(),
-                 QStringList({"A++conf++logs.tar.gz", "A++d.dump.gz", "A.cksum", "A.version", "B++d.dump.gz",
-                              "B.cksum", "B.version", "deep++er++f", "modules-list.sav", "only a.txt",
-                              "other.conf", "same.conf"}));
+                 QStringList({"A++conf++logs.tar.gz", "A++d.dump.gz", "A.attributes", "A.cksum", "A.version",
+                              "B++d.dump.gz", "B.attributes", "B.cksum", "B.version", "deep++er++f",
+                              "modules-list.sav", "only a.txt", "other.conf", "same.conf"}));
         QVERIFY(holds("A", "same.conf", "of A") && holds("A", "only a.txt", "of A"));
         static const QRegularExpression digests("\t[0-9a-f]{32}\t");
         QCOMPARE(QString(repository()["A.cksum"]).replace(digests, "\t*\t"),
@@ -88,9 +88,10 @@ private Q_SLOTS:
         device->sql("A", "d", "INSERT INTO t VALUES('more')");
         QVERIFY(save());
         QCOMPARE(sent(), QStringList({"A++d.dump.gz", "A++same.conf", "B++same.conf", "new.txt"}));
-        QCOMPARE(repository().keys(), QStringList({"A++d.dump.gz", "A++same.conf", "A.cksum", "A.version",
-                                                   "B++d.dump.gz", "B++same.conf", "B.cksum", "B.version",
-                                                   "modules-list.sav", "new.txt", "other.conf"}));
+        QCOMPARE(repository().keys(),
+                 QStringList({"A++d.dump.gz", "A++same.conf", "A.attributes", "A.cksum", "A.version",
+                              "B++d.dump.gz", "B++same.conf", "B.attributes", "B.cksum", "B.version",
+                              "modules-list.sav", "new.txt", "other.conf"}));
         QCOMPARE(repository()["A++same.conf"] + repository()["B++same.conf"], "of Aof B");
 
         QVERIFY(device->allRun({"A", "B"}));
@@ -166,6 +167,42 @@ private Q_SLOTS:
             QCOMPARE(sent(), QStringList());
             QCOMPARE(sortedEntries(), before);
         }
+    }
+
+    /// On a device that has lost all of them, and over files that are open to everybody.
+    void attributesComeBack()
+    {
+        const bool root = getuid() == 0;
+        device->addModule("A", "<files><file>f</file><file>g</file></files>");
+        write("A", {"f", "g"}, "x");
+        device->addModule("B", "<databases><database name='d'/></databases>");
+        device->sql("B", "d", "CREATE TABLE t(v)");
+        const QStringList paths = {device->dataPath("A", "f"), device->dataPath("A", "g"),
+                                   device->dataPath("B", "d.data")};
+        const QString files = paths.join("' '");
+        const auto status = [&] { return TestDevice::shell("stat -c '%a %U %G %y' '" + files + "'"); };
+        TestDevice::shell("chmod 600 '" + files + "'; touch -d '2001-02-03 04:05:06.123456789' '" + files +
+                          "'; chmod 711 '" + paths.at(1) + (root ? "'; chown daemon:bin '" : "' '") + files +
+                          "'");
+        const QByteArray saved = status();
+        QVERIFY(start() && save());
+        for (const int mode : {0, 666, 4777}) {
+            // A live database keeps its own.
+            TestDevice::shell(mode == 0 ? "rm '" + files + "'"
+                                        : QString("chmod %1 '%2'; echo other | tee '%3'")
+                                              .arg(mode)
+                                              .arg(files, paths.mid(0, 2).join("' '")));
+            restore();
+            QCOMPARE(status().split('\n').mid(0, mode == 0 ? 3 : 2),
+                     saved.split('\n').mid(0, mode == 0 ? 3 : 2));
+        }
+        sent();
+        QVERIFY(save());
+        QVERIFY(store->requests.filter("PUT A.attributes").isEmpty());
+        treated = {{"GET A.attributes", StoreServer::Fail}};
+        write("A", {"f"}, "other");
+        restore();
+        QCOMPARE(device->readData("A", "f"), "other");
     }
 
     void savesThatCannotBegin()

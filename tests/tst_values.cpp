@@ -298,6 +298,32 @@ private Q_SLOTS:
         }
     }
 
+    void boundsOfDescriptions()
+    {
+        const auto files = [&](const QByteArray &content) {
+            return parse("<r><files>" + content + "</files></r>").getFiles().size();
+        };
+        QByteArray many;
+        for (int number = 0; number < 4998; ++number) {
+            many += "<file>" + QByteArray::number(number) + "</file>";
+        }
+        const QByteArray deep = QByteArray("<x>").repeated(18) + QByteArray("</x>").repeated(18);
+        const QByteArray far = QByteArray("<x>").repeated(150000) + QByteArray("</x>").repeated(150000);
+        QCOMPARE(files(many), 4998);
+        QCOMPARE(files(many + "<x/>"), 0);
+        QCOMPARE(files("<file>a</file>" + deep), 1);
+        QCOMPARE(files("<file>a</file><x>" + deep + "</x>"), 0);
+        QCOMPARE(files("<file>a</file>" + far), 0);
+        QCOMPARE(files("<file>a</file>" + QByteArray(1048000, ' ')), 1);
+        QCOMPARE(files("<file>a</file>" + QByteArray(1049000, ' ')), 0);
+        QCOMPARE(
+            files("<file>" + QByteArray(3800, 'x') + "</file><file>" + QByteArray(3801, 'x') + "</file>"), 1);
+        const QByteArray entities = "<!DOCTYPE r [<!ENTITY a '" + QByteArray(1000, 'x') + "'><!ENTITY b '" +
+                                    QByteArray("&a;").repeated(1000) +
+                                    "'>]><r><files><file>&b;</file></files></r>";
+        QCOMPARE(parse(entities).getFiles().size(), 0);
+    }
+
     void saveGroups()
     {
         using Modules = QList<QStringList>; // name, then dependencies

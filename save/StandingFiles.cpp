@@ -6,17 +6,20 @@
 
 namespace {
 
-bool hasItem(const ChecksumLines &lines, const ChecksumLine &wanted)
+using Item = std::pair<QString, QString>; // key and kind
+
+Item itemOf(const ChecksumLine &line)
 {
-    return std::any_of(lines.cbegin(), lines.cend(), [&](const ChecksumLine &line) {
-        return line.key() == wanted.key() && line.kind() == wanted.kind();
-    });
+    return {line.key(), line.kind()};
 }
 
-bool hasItemsOf(const ChecksumLines &lines, const ChecksumLines &others)
+QSet<Item> itemsOf(const ChecksumLines &lines)
 {
-    return std::all_of(others.cbegin(), others.cend(),
-                       [&](const ChecksumLine &line) { return hasItem(lines, line); });
+    QSet<Item> items;
+    for (const ChecksumLine &line : lines) {
+        items << itemOf(line);
+    }
+    return items;
 }
 
 /// The lines, without digest where what they say may be untrue.
@@ -52,10 +55,16 @@ StandingFiles::Names StandingFiles::namesOnTheWay(const LinesByModule &target) c
         }
         ChecksumLines common = possible.first();
         ChecksumLines &all = most[module.key()];
+        QSet<Item> known;
         for (const ChecksumLines &lines : std::as_const(possible)) {
-            common.removeIf([&](const ChecksumLine &line) { return !hasItem(lines, line); });
-            std::copy_if(lines.cbegin(), lines.cend(), std::back_inserter(all),
-                         [&](const ChecksumLine &line) { return !hasItem(all, line); });
+            const QSet<Item> items = itemsOf(lines);
+            common.removeIf([&](const ChecksumLine &line) { return !items.contains(itemOf(line)); });
+            for (const ChecksumLine &line : lines) {
+                if (!known.contains(itemOf(line))) {
+                    known << itemOf(line);
+                    all << line;
+                }
+            }
         }
         if (!entering.contains(module.key()) && !leaving.contains(module.key())) {
             fewest.insert(module.key(), common);
@@ -86,10 +95,8 @@ QList<ChecksumSend> StandingFiles::next(const LinesByModule &target,
         }
     }
     LinesByModule sameItems = target;
-    sameItems.removeIf([&](const auto &module) {
-        const ChecksumLines before = lines(module.key());
-        return !hasItemsOf(before, module.value()) || !hasItemsOf(module.value(), before);
-    });
+    sameItems.removeIf(
+        [&](const auto &module) { return itemsOf(lines(module.key())) != itemsOf(module.value()); });
     if (barred && sameItems.size() < target.size()) {
         return next(sameItems, held);
     }

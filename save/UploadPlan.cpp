@@ -22,13 +22,6 @@ ChecksumLine withoutDigest(ChecksumLine line)
     return line;
 }
 
-const ChecksumLine *findLine(const ChecksumLines &lines, const QString &key)
-{
-    const auto found = std::find_if(lines.cbegin(), lines.cend(),
-                                    [&](const ChecksumLine &line) { return line.key() == key; });
-    return found == lines.cend() ? nullptr : &*found;
-}
-
 LinesByModule without(LinesByModule lines, const QSet<QString> &modules)
 {
     lines.removeIf([&](const auto &module) { return modules.contains(module.key()); });
@@ -43,9 +36,15 @@ QSet<QString> namesOf(const LinesByModule &lines)
 LinesByModule united(LinesByModule lines, const LinesByModule &more)
 {
     for (auto module = more.cbegin(); module != more.cend(); ++module) {
+        ChecksumLines &all = lines[module.key()];
+        QSet<QString> keys;
+        for (const ChecksumLine &line : std::as_const(all)) {
+            keys << line.key();
+        }
         for (const ChecksumLine &line : module.value()) {
-            if (findLine(lines[module.key()], line.key()) == nullptr) {
-                lines[module.key()] << line;
+            if (!keys.contains(line.key())) {
+                keys << line.key();
+                all << line;
             }
         }
     }
@@ -56,7 +55,8 @@ LinesByModule united(LinesByModule lines, const LinesByModule &more)
 
 UploadPlan::UploadPlan(LinesByModule previousOnes, const LinesByModule &currentLines, QSet<QString> entering)
     : previousLines(std::move(previousOnes)), previous(without(previousLines, entering)),
-      current(currentLines), meanwhile(united(previousLines, currentLines)),
+      current(currentLines), meanwhile(united(previousLines, currentLines)), before(previousLines),
+      wanted(currentLines),
       files(previousLines, entering, namesOf(without(previousLines, namesOf(currentLines))))
 {
     for (const LinesByModule *state : {&std::as_const(previousLines), &current.lines()}) {
@@ -117,8 +117,8 @@ void UploadPlan::confirm(const PlannedSend &send)
 bool UploadPlan::isFrozen(const QString &module, const ChecksumLine &line) const
 {
     const QString claim = claimOf(module, line);
-    const bool comesOrGoes = findLine(previousLines.value(module), line.key()) == nullptr ||
-                             findLine(current.lines().value(module), line.key()) == nullptr;
+    const bool comesOrGoes =
+        before.find(module, line.key()) == nullptr || wanted.find(module, line.key()) == nullptr;
     const bool unconfirmed = line.isPlainFile() && !confirmedClaims.contains(claim);
     return (namesBlocked && (comesOrGoes || unconfirmed)) || blockedModules.contains(module) ||
            frozenClaims.contains(claim);
@@ -134,17 +134,15 @@ bool UploadPlan::hasChanges(const QString &module) const
 ChecksumLines UploadPlan::heldLines(const QString &module) const
 {
     const ChecksumEntries entries = statuses.value(module);
-    const ChecksumLines wanted = current.lines().value(module);
     ChecksumLines lines;
-    const ChecksumLines before = previousLines.value(module);
-    for (const ChecksumLine &line : wanted) {
-        if (namesBlocked && findLine(before, line.key()) == nullptr) {
+    for (const ChecksumLine &line : current.lines().value(module)) {
+        if (namesBlocked && before.find(module, line.key()) == nullptr) {
             continue;
         }
         lines << (entries.value(line.key()).status == Same ? line : withoutDigest(line));
     }
-    for (const ChecksumLine &line : before) {
-        if (findLine(wanted, line.key()) == nullptr) {
+    for (const ChecksumLine &line : previousLines.value(module)) {
+        if (wanted.find(module, line.key()) == nullptr) {
             lines << withoutDigest(line);
         }
     }
@@ -200,11 +198,11 @@ QList<PlannedSend> UploadPlan::sends(const QString &module) const
         if (!item || (status != New && status != Updated)) {
             continue;
         }
-        const ChecksumLine *before = findLine(previousLines.value(module), line.key());
+        const ChecksumLine *saved = before.find(module, line.key());
         PlannedSend send = {*item, line, current.entry(module, line), {}, {}, status == New};
-        if (before != nullptr && !before->digest().isEmpty()) {
-            send.heldAs = previous.entry(module, *before);
-            send.heldDigest = before->digest();
+        if (saved != nullptr && !saved->digest().isEmpty()) {
+            send.heldAs = previous.entry(module, *saved);
+            send.heldDigest = saved->digest();
         }
         sends << send;
     }
@@ -254,17 +252,15 @@ std::optional<ChecksumLine> UploadPlan::keptLine(const QString &module, const Ch
 
 ChecksumLines UploadPlan::settledLines(const QString &module) const
 {
-    const ChecksumLines before = previousLines.value(module);
-    const ChecksumLines wanted = current.lines().value(module);
     ChecksumLines lines;
-    for (const ChecksumLine &line : wanted) {
+    for (const ChecksumLine &line : current.lines().value(module)) {
         if (!isFrozen(module, line)) {
             lines << storedLine(module, line);
         }
     }
-    for (const ChecksumLine &line : before) {
+    for (const ChecksumLine &line : previousLines.value(module)) {
         if (isFrozen(module, line)) {
-            if (const auto kept = keptLine(module, line, findLine(wanted, line.key()))) {
+            if (const auto kept = keptLine(module, line, wanted.find(module, line.key()))) {
                 lines << *kept;
             }
         }
@@ -328,14 +324,15 @@ QStringList UploadPlan::possibleEntries(const QString &module, const ChecksumLin
 
 void UploadPlan::noteRemovalFailed(const EntryRemoval &removal)
 {
-    const LinesByModule before = settled;
+    const LinesByModule unchanged = settled;
     ChecksumLines &lines = settled[removal.module];
-    if (findLine(lines, removal.line.key()) != nullptr) {
+    if (std::any_of(lines.cbegin(), lines.cend(),
+                    [&](const ChecksumLine &line) { return line.key() == removal.line.key(); })) {
         return;
     }
     lines << withoutDigest(removal.line);
     const LinesByModule with = settled;
     if (!withdrawUntrueDigests() || settled != with) {
-        settled = before;
+        settled = unchanged;
     }
 }

@@ -3,6 +3,7 @@
 #include "catalogue/ChecksumComparison.h"
 #include "catalogue/SavedEntries.h"
 #include "catalogue/SavedItem.h"
+#include "save/LineFinder.h"
 #include "save/StandingFiles.h"
 
 #include <QHash>
@@ -108,6 +109,8 @@ private:
     SavedEntries previous; ///< of the modules on the list
     SavedEntries current;
     SavedEntries meanwhile; ///< with the lines of both
+    const LineFinder before;
+    const LineFinder wanted;
     StandingFiles files;
     QSet<QString> promised; ///< entries that must not change while items are sent
     QMap<QString, ChecksumEntries> statuses;

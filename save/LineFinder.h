@@ -1,0 +1,37 @@
+#pragma once
+
+#include "catalogue/SavedEntries.h"
+
+#include <QHash>
+#include <QString>
+
+/// Finds lines of checksum files by module and key; of a key that is repeated, the first.
+class LineFinder
+{
+public:
+    explicit LineFinder(const LinesByModule &lines) : held(lines)
+    {
+        for (auto module = held.cbegin(); module != held.cend(); ++module) {
+            QHash<QString, const ChecksumLine *> &found = byKey[module.key()];
+            for (const ChecksumLine &line : module.value()) {
+                if (!found.contains(line.key())) {
+                    found.insert(line.key(), &line);
+                }
+            }
+        }
+    }
+    // The lines are looked at in this very object.
+    LineFinder(const LineFinder &) = delete;
+    LineFinder &operator=(const LineFinder &) = delete;
+
+    /// Null when there is none. It stays with the finder.
+    const ChecksumLine *find(const QString &module, const QString &key) const
+    {
+        const auto found = byKey.constFind(module);
+        return found == byKey.constEnd() ? nullptr : found->value(key);
+    }
+
+private:
+    const LinesByModule held;
+    QHash<QString, QHash<QString, const ChecksumLine *>> byKey;
+};

@@ -5,11 +5,13 @@
 #include <QHash>
 #include <QString>
 
+#include <utility>
+
 /// Finds lines of checksum files by module and key; of a key that is repeated, the first.
 class LineFinder
 {
 public:
-    explicit LineFinder(const LinesByModule &lines) : held(lines)
+    explicit LineFinder(LinesByModule lines) : held(std::move(lines))
     {
         for (auto module = held.cbegin(); module != held.cend(); ++module) {
             QHash<QString, const ChecksumLine *> &found = byKey[module.key()];

@@ -16,6 +16,7 @@
 
 #include <QTest>
 
+#include <array>
 #include <unistd.h>
 
 constexpr auto lines = &parseChecksumLines;
@@ -364,8 +365,8 @@ private Q_SLOTS:
         for (const auto lookup : {Beneath::Lookup::Whole, Beneath::Lookup::Stepwise}) {
             const Beneath beneath(root, lookup);
             for (const char *path : {"dir/file", "near", "absolute", "linked/file", "dir//./file"}) {
-                char content[6] = {};
-                QVERIFY2(read(beneath.openRegular(path).descriptor.number(), content, 6) == 6, path);
+                std::array<char, 6> content = {};
+                QVERIFY2(read(beneath.openRegular(path).descriptor.number(), content.data(), 6) == 6, path);
             }
             for (const char *path : {"far", "far/file", "stolen", "magic", "..", "../secret/file"}) {
                 QVERIFY2(beneath.openRegular(path).state == State::LeadsOut, path);

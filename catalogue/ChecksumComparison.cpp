@@ -9,15 +9,15 @@ ChecksumEntries compareChecksumLines(const ChecksumLines &local, const ChecksumL
     ChecksumEntries entries;
     QHash<QString, QString> localDigests;
     for (const ChecksumLine &line : local) {
-        localDigests.insert(line.key(), line.digest());
-        entries.insert(line.key(), {unmatched, line.priority(), line.kind()});
+        localDigests.insert(line.identity(), line.digest());
+        entries.insert(line.identity(), {unmatched, line.priority(), line.kind()});
     }
     for (const ChecksumLine &line : repository) {
-        const auto known = localDigests.constFind(line.key());
+        const auto known = localDigests.constFind(line.identity());
         if (known == localDigests.constEnd()) {
-            entries.insert(line.key(), {unmatched, line.priority(), line.kind()});
+            entries.insert(line.identity(), {unmatched, line.priority(), line.kind()});
         } else {
-            entries[line.key()].status = known.value() == line.digest() ? Same : Updated;
+            entries[line.identity()].status = known.value() == line.digest() ? Same : Updated;
         }
     }
     return entries;

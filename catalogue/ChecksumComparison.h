@@ -12,7 +12,7 @@ enum ChecksumStatus {
     Deleted = 3, ///< save: on one side only
 };
 
-/// Outcome of a comparison for one key.
+/// Outcome of a comparison for one item.
 struct ChecksumEntry
 {
     ChecksumStatus status = New;
@@ -20,6 +20,7 @@ struct ChecksumEntry
     QString kind;     ///< field 3 of that line
 };
 
+/// By the identities of the items.
 using ChecksumEntries = QMap<QString, ChecksumEntry>;
 
 /// Compare local lines with those of the repository. A key of one side only gets the unmatched status:

@@ -104,6 +104,13 @@ BoundedLines linesOf(QIODevice &text, const ChecksumSize &before = {})
 
 } // namespace
 
+QString ChecksumLine::identity() const
+{
+    const QString kindOfItem = kind();
+    const bool made = kindOfItem == "directory" || kindOfItem == "database";
+    return made ? kindOfItem + "\t" + itemKey : itemKey;
+}
+
 ChecksumLine ChecksumLine::file(const QString &key, const QString &digest, bool zip, const QString &priority)
 {
     return ChecksumLine({key, digest, "file", zip ? "true" : "false", priority});

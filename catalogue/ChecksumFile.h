@@ -36,6 +36,8 @@ public:
     static ChecksumLine database(const QString &key, const QString &digest);
 
     QString key() const { return itemKey; }
+    /// Tells the line's item from all others of its module: a file can have the key of a database.
+    QString identity() const;
     QString digest() const { return md5; }
     QString kind() const { return others.value(0); }
     QString priority() const { return others.isEmpty() ? md5 : others.last(); }

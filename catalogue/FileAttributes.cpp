@@ -2,9 +2,10 @@
 
 #include <QFile>
 
+#include <algorithm>
+
 namespace {
 
-constexpr qint64 largestFile = qint64{64} * 1024 * 1024;
 constexpr quint32 permissionBits = 0777;
 
 struct Line
@@ -23,7 +24,8 @@ std::optional<Line> parseLine(const QByteArray &text)
     bool isTime = false;
     const quint32 mode = fields.at(1).toUInt(&isMode, 8);
     const qint64 modified = fields.at(4).toLongLong(&isTime);
-    if (!isMode || !isTime || mode > permissionBits) {
+    const bool fits = std::max(fields.at(2).size(), fields.at(3).size()) <= longestOwnerName;
+    if (!isMode || !isTime || !fits || mode > permissionBits) {
         return std::nullopt;
     }
     return Line{QString::fromUtf8(fields.at(0)),
@@ -43,13 +45,13 @@ QByteArray attributesText(const AttributesByKey &attributes)
     return text;
 }
 
-AttributesByKey parseAttributes(const QByteArray &text)
+AttributesByKey parseAttributes(const QByteArray &text, const QSet<QString> &keys)
 {
     AttributesByKey attributes;
     for (qsizetype begin = 0; begin < text.size();) {
         const qsizetype found = text.indexOf('\n', begin);
         const qsizetype end = found < 0 ? text.size() : found;
-        if (const auto line = parseLine(text.mid(begin, end - begin))) {
+        if (const auto line = parseLine(text.mid(begin, end - begin)); line && keys.contains(line->key)) {
             const auto known = attributes.constFind(line->key);
             const quint32 given = known == attributes.cend() ? permissionBits : known->mode;
             attributes[line->key] = line->attributes;
@@ -60,11 +62,15 @@ AttributesByKey parseAttributes(const QByteArray &text)
     return attributes;
 }
 
-std::optional<AttributesByKey> readAttributesFile(const QString &path)
+std::optional<AttributesByKey> readAttributesFile(const QString &path, const ChecksumLines &lines)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly) || file.size() > largestFile) {
+    if (!file.open(QIODevice::ReadOnly) || file.size() > largestAttributesFile) {
         return std::nullopt;
     }
-    return parseAttributes(file.readAll());
+    QSet<QString> keys;
+    for (const ChecksumLine &line : lines) {
+        keys << line.key();
+    }
+    return parseAttributes(file.readAll(), keys);
 }

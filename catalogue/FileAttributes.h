@@ -1,10 +1,17 @@
 #pragma once
 
+#include "catalogue/ChecksumFile.h"
+
 #include <QByteArray>
 #include <QMap>
+#include <QSet>
 #include <QString>
 
 #include <optional>
+
+/// The most bytes of an attributes file, and of a name in it.
+constexpr qint64 largestAttributesFile = largestChecksumFile;
+constexpr qsizetype longestOwnerName = 255;
 
 /// Who may do what with a saved file, and when it was changed last. A plain value.
 struct FileAttributes
@@ -24,9 +31,9 @@ using AttributesByKey = QMap<QString, FileAttributes>;
 /// in octal, owner, group, time.
 QByteArray attributesText(const AttributesByKey &attributes);
 
-/// The attributes that a text holds; lines that are none are passed over. For a key that occurs again only
-/// the permissions count that each of its lines gives.
-AttributesByKey parseAttributes(const QByteArray &text);
+/// The attributes that a text holds of these keys; lines that are none are passed over. For a key that occurs
+/// again only the permissions count that each of its lines gives.
+AttributesByKey parseAttributes(const QByteArray &text, const QSet<QString> &keys);
 
-/// Those of a file. Nothing when it cannot be read or has more than 64 MiB.
-std::optional<AttributesByKey> readAttributesFile(const QString &path);
+/// Those of a file for the items of these lines. Nothing when it cannot be read or goes beyond the bound.
+std::optional<AttributesByKey> readAttributesFile(const QString &path, const ChecksumLines &lines);

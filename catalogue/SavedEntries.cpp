@@ -13,7 +13,7 @@ constexpr int rankOfExactName = 3;
 
 QString identity(const QString &module, const ChecksumLine &line)
 {
-    return module + "\t" + line.kind() + "\t" + line.key();
+    return module + "\t" + line.identity();
 }
 
 /// Gives names to items, one after the other; the order does not matter.

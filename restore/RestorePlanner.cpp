@@ -132,8 +132,9 @@ bool RestorePlanner::fetchAttributes(const QString &module)
 {
     const QString entry = ItemNames::attributesFileName(module);
     const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session.getFileAndWait(entry, path);
-    const auto attributes = outcome.stored() ? readAttributesFile(path) : std::nullopt;
+    const RequestOutcome outcome = session.getFileAndWait(entry, path, largestAttributesFile);
+    const auto attributes =
+        outcome.stored() ? readAttributesFile(path, savedLines.value(module)) : std::nullopt;
     if (attributes) {
         savedAttributes.insert(module, *attributes);
     } else if (outcome.kind != RequestOutcome::Absent) {
@@ -165,18 +166,21 @@ void RestorePlanner::planModule(const QString &module)
     const ChecksumEntries entries = compareChecksumLines(staging.lines().value(module), promised, false);
     QMap<QString, ChecksumLine> lines;
     for (const ChecksumLine &line : std::as_const(promised)) {
-        lines.insert(line.key(), line);
+        lines.insert(line.identity(), line);
     }
-    for (auto line = lines.cbegin(); line != lines.cend() && !context.waiter.mustEnd(); ++line) {
-        const ChecksumEntry entry = entries.value(line.key());
-        const auto item = SavedItem::parse(module, line.value());
+    for (const ChecksumLine &line : std::as_const(lines)) {
+        if (context.waiter.mustEnd()) {
+            return;
+        }
+        const ChecksumEntry entry = entries.value(line.identity());
+        const auto item = SavedItem::parse(module, line);
         if (!item) {
             logError("Item '%1' of module '%2' in the repository is refused: it is none of this module's",
                      line.key(), module);
         } else if (entry.status == Same) {
             logDebug("Same file '%1': no need to restore", line.key());
         } else if (const auto planned = planItem({item->getKind(), module, item->getPath(), entry.priority},
-                                                 line->digest(), saved->entry(module, line.value()))) {
+                                                 line.digest(), saved->entry(module, line))) {
             modulePlans[module].items << *planned;
         } else {
             modulePlans[module].complete = false;

@@ -32,7 +32,7 @@ struct PlannedItem
 struct ModulePlan
 {
     SavedVersion version;     ///< of which the data were saved
-    QList<PlannedItem> items; ///< in the order of their keys
+    QList<PlannedItem> items; ///< in the order of their identities
     bool complete = true;     ///< false when something that differs is not among them
 };
 

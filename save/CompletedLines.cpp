@@ -24,17 +24,17 @@ CompletedLines completeLines(const QString &module, const ChecksumLines &staged,
 {
     QHash<QString, QString> previousDigests;
     for (const ChecksumLine &line : previous) {
-        previousDigests.insert(line.key(), line.digest());
+        previousDigests.insert(line.identity(), line.digest());
     }
     CompletedLines completed;
-    QSet<QString> stagedKeys;
+    QSet<QString> stagedItems;
     QSet<QString> missingItems;
     for (ChecksumLine line : staged) {
-        stagedKeys << line.key();
+        stagedItems << line.identity();
         if (line.digest().isEmpty()) {
             missingItems << line.key();
-            line.setDigest(previousDigests.value(line.key()));
-            completed.takenOver << line.key();
+            line.setDigest(previousDigests.value(line.identity()));
+            completed.takenOver << line.identity();
         }
         if (!line.digest().isEmpty()) {
             completed.lines << line;
@@ -43,9 +43,9 @@ CompletedLines completeLines(const QString &module, const ChecksumLines &staged,
     for (const ChecksumLine &line : previous) {
         const bool stays =
             !savedPriorities.contains(line.priority()) || belongsToDirectory(module, line, missingItems);
-        if (stays && !stagedKeys.contains(line.key())) {
+        if (stays && !stagedItems.contains(line.identity())) {
             completed.lines << line;
-            completed.takenOver << line.key();
+            completed.takenOver << line.identity();
         }
     }
     return completed;
@@ -55,7 +55,7 @@ CompletedLines allTakenOver(const ChecksumLines &previous)
 {
     CompletedLines completed = {previous, {}};
     for (const ChecksumLine &line : previous) {
-        completed.takenOver << line.key();
+        completed.takenOver << line.identity();
     }
     return completed;
 }

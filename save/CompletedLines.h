@@ -10,7 +10,7 @@ struct CompletedLines
 {
     ChecksumLines lines;
     QSet<QString>
-        takenOver; ///< keys whose line describes what the repository holds, not what is on the device
+        takenOver; ///< items whose line describes what the repository holds, not what is on the device
 };
 
 /// Complete the staged lines of one module. A line without a digest takes the one that the repository has for

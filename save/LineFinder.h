@@ -7,17 +7,17 @@
 
 #include <utility>
 
-/// Finds lines of checksum files by module and key; of a key that is repeated, the first.
+/// Finds lines of checksum files by module and identity; of one that is repeated, the first.
 class LineFinder
 {
 public:
     explicit LineFinder(LinesByModule lines) : held(std::move(lines))
     {
         for (auto module = held.cbegin(); module != held.cend(); ++module) {
-            QHash<QString, const ChecksumLine *> &found = byKey[module.key()];
+            QHash<QString, const ChecksumLine *> &found = byIdentity[module.key()];
             for (const ChecksumLine &line : module.value()) {
-                if (!found.contains(line.key())) {
-                    found.insert(line.key(), &line);
+                if (!found.contains(line.identity())) {
+                    found.insert(line.identity(), &line);
                 }
             }
         }
@@ -27,13 +27,13 @@ public:
     LineFinder &operator=(const LineFinder &) = delete;
 
     /// Null when there is none. It stays with the finder.
-    const ChecksumLine *find(const QString &module, const QString &key) const
+    const ChecksumLine *find(const QString &module, const QString &identity) const
     {
-        const auto found = byKey.constFind(module);
-        return found == byKey.constEnd() ? nullptr : found->value(key);
+        const auto found = byIdentity.constFind(module);
+        return found == byIdentity.constEnd() ? nullptr : found->value(identity);
     }
 
 private:
     const LinesByModule held;
-    QHash<QString, QHash<QString, const ChecksumLine *>> byKey;
+    QHash<QString, QHash<QString, const ChecksumLine *>> byIdentity;
 };

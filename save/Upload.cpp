@@ -128,17 +128,19 @@ void Upload::removeDeletedFiles()
         unfinished += QSet<QString>(previousLines.keyBegin(), previousLines.keyEnd());
         return;
     }
+    QList<EntryRemoval> failing;
     for (const EntryRemoval &removal : plan->takeRemovals()) {
         logDebug("Remove file: %1", removal.line.key());
         session.submit({RepositoryRequest::Remove, removal.entry, {}},
-                       [=, this](const RequestOutcome &outcome) {
+                       [removal, &failing](const RequestOutcome &outcome) {
                            if (!outcome.stored()) {
                                logError("Could not remove '%1' from the repository", removal.entry);
-                               plan->noteRemovalFailed(removal);
+                               failing << removal;
                            }
                        });
     }
     session.waitForRequests();
+    plan->noteRemovalsFailed(failing);
     logDebug("Done: remove deleted files");
 }
 

@@ -69,7 +69,7 @@ private:
 
     bool fetchPreviousList();
     void fetchPreviousState();
-    bool fetchPreviousAttributes(const QString &module);
+    bool fetchPreviousAttributes(const QString &module, const ChecksumLines &lines);
     AttributesByKey attributesOf(const QString &module, const QSet<QString> &sent) const;
     void fetchPreviousLines(const QString &module, ChecksumSize &size);
     CompletedLines completedLines(const QString &module, ChecksumSize &size);

@@ -7,6 +7,7 @@
 #include "save/Upload.h"
 #include "staging/LiveAttributes.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 
 // The phase of an upload in which the items themselves are stored.
@@ -61,7 +62,7 @@ QSet<QString> Upload::sendAttributes(const QList<ReadySend> &ready)
 {
     QMap<QString, QSet<QString>> sent;
     for (const ReadySend &item : ready) {
-        sent[item.send.item.getModule()] << item.send.line.key();
+        sent[item.send.item.getModule()] << item.send.line.identity();
     }
     QSet<QString> failing;
     for (const QString &module : previousLines.keys()) {
@@ -95,8 +96,9 @@ AttributesByKey Upload::attributesOf(const QString &module, const QSet<QString> 
     AttributesByKey attributes;
     for (const ChecksumLine &line : lines) {
         const QString key = line.key();
-        const bool isSaved = sent.contains(key) || plan->isSame(module, line);
-        const bool stays = !isSaved || takenOver.value(module).contains(key) || !live.contains(key);
+        const bool isSaved = sent.contains(line.identity()) || plan->isSame(module, line);
+        const bool stays =
+            !isSaved || takenOver.value(module).contains(line.identity()) || !live.contains(key);
         const AttributesByKey &source = stays ? before : live;
         if (source.contains(key)) {
             attributes.insert(key, source.value(key));
@@ -149,7 +151,7 @@ void Upload::sendItem(const ReadySend &ready)
 QString Upload::sourceOf(const PlannedSend &send)
 {
     const QString &module = send.item.getModule();
-    if (!takenOver.value(module).contains(send.line.key())) {
+    if (!takenOver.value(module).contains(send.line.identity())) {
         return send.item.getKind() == FileItem ? send.item.livePath() : send.item.stagedPath();
     }
     return send.heldDigest == send.line.digest() ? fetchHeld(send) : QString();
@@ -158,8 +160,10 @@ QString Upload::sourceOf(const PlannedSend &send)
 /// What the repository holds of an item, fetched into a file; nothing when it does not hold what it should.
 QString Upload::fetchHeld(const PlannedSend &send)
 {
-    const QString path = DevicePaths::fetched("held/" + send.item.getModule() + "/" + send.line.key());
-    QDir().mkpath(QFileInfo(path).path());
+    const QByteArray item = (send.item.getModule() + "\t" + send.line.identity()).toUtf8();
+    const QByteArray name = QCryptographicHash::hash(item, QCryptographicHash::Md5).toHex();
+    const QString path = DevicePaths::fetched("held/" + QString::fromLatin1(name));
+    QDir().mkpath(DevicePaths::fetched("held"));
     const bool fetched = !send.heldAs.isEmpty() && session.getFileAndWait(send.heldAs, path).stored();
     return fetched && fileDigest(waiter, path) == send.heldDigest ? path : QString();
 }

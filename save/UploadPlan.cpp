@@ -13,7 +13,7 @@ QString claimOf(const QString &module, const ChecksumLine &line)
 
 QString itemName(const QString &module, const ChecksumLine &line)
 {
-    return module + "/" + line.key();
+    return module + "/" + line.identity();
 }
 
 ChecksumLine withoutDigest(ChecksumLine line)
@@ -39,11 +39,11 @@ LinesByModule united(LinesByModule lines, const LinesByModule &more)
         ChecksumLines &all = lines[module.key()];
         QSet<QString> keys;
         for (const ChecksumLine &line : std::as_const(all)) {
-            keys << line.key();
+            keys << line.identity();
         }
         for (const ChecksumLine &line : module.value()) {
-            if (!keys.contains(line.key())) {
-                keys << line.key();
+            if (!keys.contains(line.identity())) {
+                keys << line.identity();
                 all << line;
             }
         }
@@ -85,11 +85,11 @@ void UploadPlan::compare()
         ChecksumEntries entries = compareChecksumLines(module.value(), before, true);
         QHash<QString, QString> namesBefore;
         for (const ChecksumLine &line : before) {
-            namesBefore.insert(line.key(), previous.entry(module.key(), line));
+            namesBefore.insert(line.identity(), previous.entry(module.key(), line));
         }
         for (const ChecksumLine &line : module.value()) {
-            ChecksumStatus &status = entries[line.key()].status;
-            const auto name = namesBefore.constFind(line.key());
+            ChecksumStatus &status = entries[line.identity()].status;
+            const auto name = namesBefore.constFind(line.identity());
             const bool moves =
                 name != namesBefore.constEnd() && (name.value() != current.entry(module.key(), line) ||
                                                    name.value() != meanwhile.entry(module.key(), line));
@@ -118,7 +118,7 @@ bool UploadPlan::isFrozen(const QString &module, const ChecksumLine &line) const
 {
     const QString claim = claimOf(module, line);
     const bool comesOrGoes =
-        before.find(module, line.key()) == nullptr || wanted.find(module, line.key()) == nullptr;
+        before.find(module, line.identity()) == nullptr || wanted.find(module, line.identity()) == nullptr;
     const bool unconfirmed = line.isPlainFile() && !confirmedClaims.contains(claim);
     return (namesBlocked && (comesOrGoes || unconfirmed)) || blockedModules.contains(module) ||
            frozenClaims.contains(claim);
@@ -136,13 +136,13 @@ ChecksumLines UploadPlan::heldLines(const QString &module) const
     const ChecksumEntries entries = statuses.value(module);
     ChecksumLines lines;
     for (const ChecksumLine &line : current.lines().value(module)) {
-        if (namesBlocked && before.find(module, line.key()) == nullptr) {
+        if (namesBlocked && before.find(module, line.identity()) == nullptr) {
             continue;
         }
-        lines << (entries.value(line.key()).status == Same ? line : withoutDigest(line));
+        lines << (entries.value(line.identity()).status == Same ? line : withoutDigest(line));
     }
     for (const ChecksumLine &line : previousLines.value(module)) {
-        if (wanted.find(module, line.key()) == nullptr) {
+        if (wanted.find(module, line.identity()) == nullptr) {
             lines << withoutDigest(line);
         }
     }
@@ -193,12 +193,12 @@ QList<PlannedSend> UploadPlan::sends(const QString &module) const
     QList<PlannedSend> sends;
     const ChecksumEntries entries = statuses.value(module);
     for (const ChecksumLine &line : current.lines().value(module)) {
-        const ChecksumStatus status = entries.value(line.key()).status;
+        const ChecksumStatus status = entries.value(line.identity()).status;
         const auto item = SavedItem::parse(module, line);
         if (!item || (status != New && status != Updated)) {
             continue;
         }
-        const ChecksumLine *saved = before.find(module, line.key());
+        const ChecksumLine *saved = before.find(module, line.identity());
         PlannedSend send = {*item, line, current.entry(module, line), {}, {}, status == New};
         if (saved != nullptr && !saved->digest().isEmpty()) {
             send.heldAs = previous.entry(module, *saved);
@@ -260,7 +260,7 @@ ChecksumLines UploadPlan::settledLines(const QString &module) const
     }
     for (const ChecksumLine &line : previousLines.value(module)) {
         if (isFrozen(module, line)) {
-            if (const auto kept = keptLine(module, line, wanted.find(module, line.key()))) {
+            if (const auto kept = keptLine(module, line, wanted.find(module, line.identity()))) {
                 lines << *kept;
             }
         }
@@ -322,17 +322,21 @@ QStringList UploadPlan::possibleEntries(const QString &module, const ChecksumLin
     return line.digest().isEmpty() ? SavedEntries::possibleNames(module, line) : QStringList{entry};
 }
 
-void UploadPlan::noteRemovalFailed(const EntryRemoval &removal)
+void UploadPlan::noteRemovalsFailed(const QList<EntryRemoval> &removals)
 {
     const LinesByModule unchanged = settled;
-    ChecksumLines &lines = settled[removal.module];
-    if (std::any_of(lines.cbegin(), lines.cend(),
-                    [&](const ChecksumLine &line) { return line.key() == removal.line.key(); })) {
+    for (const EntryRemoval &removal : removals) {
+        settled[removal.module] << withoutDigest(removal.line);
+    }
+    settled = united({}, settled);
+    const LinesByModule with = settled;
+    if (withdrawUntrueDigests() && settled == with) {
         return;
     }
-    lines << withoutDigest(removal.line);
-    const LinesByModule with = settled;
-    if (!withdrawUntrueDigests() || settled != with) {
-        settled = unchanged;
+    // Not with all of these lines: with as many as possible.
+    settled = unchanged;
+    if (const qsizetype half = removals.size() / 2; half > 0) {
+        noteRemovalsFailed(removals.first(half));
+        noteRemovalsFailed(removals.sliced(half));
     }
 }

@@ -57,7 +57,7 @@ public:
     ChecksumLines wantedLines(const QString &module) const { return current.lines().value(module); }
     bool isSame(const QString &module, const ChecksumLine &line) const
     {
-        return statuses.value(module).value(line.key()).status == Same;
+        return statuses.value(module).value(line.identity()).status == Same;
     }
 
     /// The checksum files to be stored next, until there are none, so that modules with changes promise their
@@ -91,8 +91,9 @@ public:
     bool settle();
     /// The entries that no settled line uses; whatever becomes of their removal, nothing relies on them.
     QList<EntryRemoval> takeRemovals();
-    /// The entry is still there: its item stays in the lines, without digest, and is removed another time.
-    void noteRemovalFailed(const EntryRemoval &removal);
+    /// These entries are still there: their items stay in the lines, without digest, and are removed another
+    /// time.
+    void noteRemovalsFailed(const QList<EntryRemoval> &removals);
 
 private:
     bool isFrozen(const QString &module, const ChecksumLine &line) const;

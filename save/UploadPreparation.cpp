@@ -66,7 +66,7 @@ void Upload::fetchPreviousLines(const QString &module, ChecksumSize &size)
         logDebug("Could not open repository checksum file (%1): all data are new!", path);
         lines.emplace();
     }
-    if (!fetchPreviousAttributes(module)) {
+    if (!fetchPreviousAttributes(module, *lines)) {
         unknown << module;
         unfinished << module;
         return;
@@ -78,15 +78,15 @@ void Upload::fetchPreviousLines(const QString &module, ChecksumSize &size)
     previousLines.insert(module, *lines);
 }
 
-bool Upload::fetchPreviousAttributes(const QString &module)
+bool Upload::fetchPreviousAttributes(const QString &module, const ChecksumLines &lines)
 {
     const QString entry = ItemNames::attributesFileName(module);
     const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session.getFileAndWait(entry, path);
+    const RequestOutcome outcome = session.getFileAndWait(entry, path, largestAttributesFile);
     if (outcome.kind == RequestOutcome::Absent) {
         return true;
     }
-    const auto attributes = outcome.stored() ? readAttributesFile(path) : std::nullopt;
+    const auto attributes = outcome.stored() ? readAttributesFile(path, lines) : std::nullopt;
     if (!attributes) {
         fail("'" + entry + "'", outcome.text);
         return false;

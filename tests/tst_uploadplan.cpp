@@ -152,13 +152,15 @@ struct ModelUpload
         if (!plan.settle()) {
             return;
         }
+        QList<EntryRemoval> failing;
         for (const EntryRemoval &removal : plan.takeRemovals()) {
             const QString entry = removal.entry;
             if (change("remove " + entry, [&] { store.entries.remove(entry); }) != SendResult::Stored) {
                 strays = true;
-                plan.noteRemovalFailed(removal);
+                failing << removal;
             }
         }
+        plan.noteRemovalsFailed(failing);
         sendFinalFiles();
         QSet<QString> list = store.listed;
         for (const QString &module : unknown.isEmpty() ? store.files.keys() : QStringList()) {
@@ -198,11 +200,11 @@ ChecksumLines randomLines(const QString &module, const ChecksumLines &before, QR
                            ChecksumLine::directory(module + "/a/b.tar", {}, "high"),
                            ChecksumLine::directory(module + "/a++b.tar", {}, "high")};
     for (const char *key : {"x", "b/x", "a/x", "a/b/x", "conf/s", "b++d.dump.gz", "a++conf.tar.gz", "c.cksum",
-                            "a++x", "a++b++x", "d.dump.gz"}) {
+                            "a++x", "a++b++x", "d.dump.gz", "a/d.data"}) {
         lines << ChecksumLine::file(key, {}, false, "high");
     }
     for (ChecksumLine &line : lines) {
-        const auto old = std::ranges::find(before, line.key(), &ChecksumLine::key);
+        const auto old = std::ranges::find(before, line.identity(), &ChecksumLine::identity);
         const bool known = old != before.cend();
         const bool stays = random.bounded(4) > 0;
         if (stays && known && random.bounded(3) > 0) {

@@ -175,8 +175,8 @@ private Q_SLOTS:
             QCOMPARE(entries["a"].priority, "normal");
             QCOMPARE(entries["b"].status, Updated);
             QCOMPARE(entries["mine"].status, forSave ? Deleted : New);
-            QCOMPARE(entries["theirs"].status, forSave ? Deleted : New);
-            QCOMPARE(entries["theirs"].kind, "directory");
+            QCOMPARE(entries["directory\ttheirs"].status, forSave ? Deleted : New);
+            QCOMPARE(entries["directory\ttheirs"].kind, "directory");
         }
     }
 

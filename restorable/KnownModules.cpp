@@ -27,7 +27,7 @@ RemoteCallResult KnownModules::refreshModulesList(Waiter &waiter)
     return result;
 }
 
-bool KnownModules::parseRestorableConfigFiles(Waiter &waiter)
+bool KnownModules::parseRestorableConfigFiles(Waiter &waiter, MissingData missing)
 {
     logDebug("Parse restorable config files");
     const RemoteCallResult result = refreshModulesList(waiter);
@@ -36,11 +36,11 @@ bool KnownModules::parseRestorableConfigFiles(Waiter &waiter)
         restorableObjects.clear();
         return false;
     }
-    describeModules();
+    describeModules(missing);
     return true;
 }
 
-void KnownModules::describeModules()
+void KnownModules::describeModules(MissingData missing)
 {
     restorableObjects.clear();
     for (const ApplicationConfig &module : std::as_const(modules)) {
@@ -58,7 +58,7 @@ void KnownModules::describeModules()
         }
         logInfo("Found restorable config file for module : %1 (PID %2)", name, module.getID());
         restorableObjects << RestorableObject(name, module.getRelease(), module.getVersion(), module.getID(),
-                                              DevicePaths::restorableDescription(name));
+                                              DevicePaths::restorableDescription(name), missing);
     }
 }
 

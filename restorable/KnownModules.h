@@ -23,13 +23,13 @@ public:
 
     /// Ask the ApplicationManager for the modules and read their descriptions. False when it does not answer;
     /// no description is known then.
-    bool parseRestorableConfigFiles(Waiter &waiter);
+    bool parseRestorableConfigFiles(Waiter &waiter, MissingData missing = MissingData::Reported);
 
     /// Ask for the modules alone; the descriptions stay. The outcome says whether there was an answer.
     RemoteCallResult refreshModulesList(Waiter &waiter);
 
     /// Read the descriptions of the modules that are known.
-    void describeModules();
+    void describeModules(MissingData missing = MissingData::Reported);
 
     /// Make the groups from the descriptions.
     void computeSaveGroups();

@@ -123,7 +123,12 @@ void RestorableDescription::readDatabase(const QDomElement &element)
         return;
     }
     if (!QFileInfo(dataPath(name + ".data")).isFile()) {
-        logError("Database '%1' of module '%2' does not exist", name, object.name);
+        const char *const text = "Database '%1' of module '%2' does not exist";
+        if (missing == MissingData::Expected) {
+            logDebug(text, name, object.name);
+        } else {
+            logError(text, name, object.name);
+        }
         object.missingDatabases << name;
         return;
     }
@@ -186,7 +191,12 @@ void RestorableDescription::readFile(const QDomElement &element)
     }
     const QFileInfo info(dataPath(path));
     if (!info.exists()) {
-        logWarning("File/directory '%1' of module '%2' does not exist", info.absoluteFilePath(), object.name);
+        const char *const text = "File/directory '%1' of module '%2' does not exist";
+        if (missing == MissingData::Expected) {
+            logDebug(text, info.absoluteFilePath(), object.name);
+        } else {
+            logWarning(text, info.absoluteFilePath(), object.name);
+        }
     }
     const bool zip = element.attribute("zip") == "true";
     const RestorableItemKind kind = info.isDir() ? DirectoryItem : FileItem;

@@ -11,7 +11,7 @@ class QDomElement;
 class RestorableDescription
 {
 public:
-    explicit RestorableDescription(RestorableObject &object) : object(object) {}
+    RestorableDescription(RestorableObject &object, MissingData missing) : object(object), missing(missing) {}
 
     void read(const QString &path);
 
@@ -24,4 +24,5 @@ private:
     QString dataPath(const QString &item) const;
 
     RestorableObject &object;
+    const MissingData missing;
 };

@@ -3,10 +3,10 @@
 #include "restorable/RestorableDescription.h"
 
 RestorableObject::RestorableObject(QString name, QString release, QString version, QString pid,
-                                   const QString &descriptionPath)
+                                   const QString &descriptionPath, MissingData missing)
     : name(std::move(name)), pid(std::move(pid)), version(std::move(version)), release(std::move(release))
 {
-    RestorableDescription(*this).read(descriptionPath);
+    RestorableDescription(*this, missing).read(descriptionPath);
 }
 
 bool RestorableObject::hasItems() const

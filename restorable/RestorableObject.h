@@ -6,6 +6,9 @@
 #include <QString>
 #include <QStringList>
 
+/// Whether it is worth a warning that data which a description lists are not there.
+enum class MissingData { Reported, Expected };
+
 /// What one running module has saved, restored and reset, as its restorable.xml describes it. A plain value.
 class RestorableObject
 {
@@ -18,7 +21,7 @@ public:
     /// Reads and parses the file at once. A file that cannot be read or is no XML gives an object without
     /// items; what the description asks for and cannot have is logged and left out.
     RestorableObject(QString name, QString release, QString version, QString pid,
-                     const QString &descriptionPath);
+                     const QString &descriptionPath, MissingData missing = MissingData::Reported);
 
     QString getName() const { return name; }
     /// The module's process id as text.

@@ -71,7 +71,8 @@ bool RestoreOperation::isPossible()
 
 bool RestoreOperation::prepare()
 {
-    const bool modulesKnown = context.modules.parseRestorableConfigFiles(context.waiter);
+    const bool modulesKnown =
+        context.modules.parseRestorableConfigFiles(context.waiter, MissingData::Expected);
     if (context.isBrokenOff("restore")) {
         return false;
     }

@@ -68,10 +68,10 @@ Descriptor openWorkingDirectory(const QString &path)
     return wider && fchmod(opened.number(), forOwnerAlone) != 0 ? Descriptor() : std::move(opened);
 }
 
-Descriptor createWorkingDirectory(const QString &path, const char *warning)
+Descriptor createWorkingDirectory(const QString &path, const char *notice)
 {
     if (!QDir(path).exists()) {
-        logWarning(warning, path);
+        logDebug(notice, path);
     }
     return openWorkingDirectory(path);
 }

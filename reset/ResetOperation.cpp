@@ -64,7 +64,7 @@ void ResetOperation::runResetCommands(const QString &module, const SqlCommands &
                 logError("Cannot access to database %1.data", name);
                 continue;
             }
-            logError("Open database %1.data", name);
+            logDebug("Open database %1.data", name);
         }
         logDebug("SQL command for db '%1': '%2'", name, sql);
         const QString error = database.execute(sql);

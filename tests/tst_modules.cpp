@@ -32,6 +32,8 @@ class tst_modules : public OperationTest
     void addResetModule(const QString &name, const QString &arguments = {})
     {
         device->addModule(name,
+                          "<databases><database name='d'/></databases><files><file>settings.ini</file>"
+                          "<file>added.txt</file><file zip='true'>cache</file></files>"
                           "<reset-to-default><sql-command db-name='d'>DELETE FROM t WHERE v=1</sql-command>"
                           "</reset-to-default><reset-to-factory><sql-command db-name='d'>DELETE FROM t"
                           "</sql-command></reset-to-factory>",
@@ -41,6 +43,7 @@ class tst_modules : public OperationTest
                       "text\tsettings.ini\tvolume=5\nnoise\tcache/noise\t100\n");
         device->writeData(name, "settings.ini", "volume=9");
         device->writeData(name, "added.txt", "mine");
+        device->writeData(name, "cache/noise", "once");
     }
 
     QByteArray rows(const QString &module) const
@@ -243,6 +246,32 @@ private Q_SLOTS:
                      QStringList({"cache", "d.data", "settings.ini"}));
             QVERIFY(TestDevice::waitUntil([&] { return device->modulePid(module) == 0; }));
         }
+    }
+
+    void healthyDeviceIsQuiet()
+    {
+        addResetModule("A");
+        addResetModule("B");
+        device->write("usr/lib/VYXApplication/migration/AMigration", "#!/bin/sh\n");
+        QVERIFY(device->start("VYXSaveRestore"));
+        device->listen({"show_popup"}, store.get(), [this](const VYXEvent &event) { popUps << event; });
+        forgetEvents();
+        QVERIFY(device->save());
+        device->describe("B", "<files><file>settings.ini</file></files>");
+        QVERIFY(device->save());
+        QVERIFY(!device->entries().contains("B++d.dump.gz"));
+        for (const char *damage : {"rm -r A/* B/*", "true"}) {
+            TestDevice::shell("cd '" + device->dataPath("A", "..") + "' && " + damage);
+            device->call("startRestoreFromRepository");
+            QCOMPARE(rows("A") + device->readData("A", "cache/noise") + device->readData("B", "settings.ini"),
+                     "1,2oncevolume=9");
+        }
+        device->call("resetToDefault");
+        device->call("resetToFactory");
+        QVERIFY(TestDevice::waitUntil([&] { return device->modulePid("B") == 0; }));
+        static const QRegularExpression loud("^(warning|error) ");
+        QCOMPARE(device->wholeLog().split('\n').filter(loud), QStringList());
+        QVERIFY(popUps.isEmpty());
     }
 
     void onlyTheReportsAskedForCount()

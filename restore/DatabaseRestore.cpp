@@ -90,24 +90,25 @@ int pageSizeOf(const QString &path)
     return size == 1 ? largest : size;
 }
 
-/// Put the content of one database into another as one transaction of that. A status of SQLite's.
-int copyContent(const QString &source, const QString &target, std::chrono::milliseconds busy)
+/// Put the content of one database into another as one transaction of that. A status of SQLite's, without
+/// what it says beside.
+int copyContent(const QString &source, const QString &target, std::chrono::milliseconds busy, int making = 0)
 {
-    const Connection from = connect(source, SQLITE_OPEN_READONLY);
-    const Connection to = connect(target, SQLITE_OPEN_READWRITE, busy);
+    const Connection from = connect(source, SQLITE_OPEN_READWRITE, busy);
+    const Connection to = connect(target, SQLITE_OPEN_READWRITE | making, busy);
     if (!from || !to) {
         return SQLITE_CANTOPEN;
     }
     sqlite3_backup *backup = sqlite3_backup_init(to.get(), "main", from.get(), "main");
     if (backup == nullptr) {
-        return sqlite3_errcode(to.get());
+        return sqlite3_errcode(to.get()) & 0xff;
     }
     int result = SQLITE_OK;
     while (result == SQLITE_OK) {
         result = VYXApplication::isEnding() ? SQLITE_INTERRUPT : sqlite3_backup_step(backup, pagesPerStep);
     }
     const int finished = sqlite3_backup_finish(backup);
-    return result == SQLITE_DONE ? finished : result;
+    return (result == SQLITE_DONE ? finished : result) & 0xff;
 }
 
 bool isRegular(const QString &path)
@@ -130,13 +131,34 @@ QString DatabaseRestore::prepare(Waiter &waiter)
     if (!partial && found != "database\n") {
         return QString("Dump '%1' is missing or broken").arg(dump);
     }
-    if (partial) {
-        return {};
+    return partial ? QString() : build(waiter);
+}
+
+QString DatabaseRestore::apply(Waiter &waiter)
+{
+    QString fault = partial ? build(waiter) : QString();
+    if (fault.isEmpty()) {
+        fault = putInPlace(waiter);
+        replacement.discard(waiter);
+    }
+    return fault;
+}
+
+/// Whatever a dump does before it fails, it does beside the live database: selected rows, too, are put into a
+/// copy.
+QString DatabaseRestore::build(Waiter &waiter)
+{
+    if (partial && !isRegular(livePath)) {
+        return QString("Database '%1' does not exist: there is nothing to put the saved rows into")
+            .arg(livePath);
     }
     if (!replacement.prepare()) {
         return QString("There is no place for a database beside '%1'").arg(livePath);
     }
-    QString fault = load(waiter, replacement.path());
+    QString fault = partial ? copyLive(waiter) : QString();
+    if (fault.isEmpty()) {
+        fault = load(waiter);
+    }
     if (fault.isEmpty()) {
         fault = faultOfLoaded(waiter);
     }
@@ -146,14 +168,17 @@ QString DatabaseRestore::prepare(Waiter &waiter)
     return fault;
 }
 
-QString DatabaseRestore::apply(Waiter &waiter)
+QString DatabaseRestore::copyLive(Waiter &waiter) const
 {
-    if (partial) {
-        return mergeRows(waiter);
-    }
-    QString fault = replaceWhole(waiter);
-    replacement.discard(waiter);
-    return fault;
+    int result = SQLITE_CANTOPEN;
+    waiter.runBeside(
+        [&] { result = copyContent(livePath, replacement.path(), limits.busy, SQLITE_OPEN_CREATE); });
+    return result == SQLITE_OK ? QString() : faultOfWriting(result);
+}
+
+QString DatabaseRestore::faultOfWriting(int result) const
+{
+    return QString("Database '%1' could not be written: %2").arg(livePath, sqlite3_errstr(result));
 }
 
 QByteArray DatabaseRestore::kind(Waiter &waiter) const
@@ -168,9 +193,10 @@ QByteArray DatabaseRestore::kind(Waiter &waiter) const
 /// The shell's own commands in a dump must not run: they could do anything on the device. A tenth of what is
 /// free is left to the others. A new database takes the live one's page size, which SQLite cannot change in
 /// one that has a write-ahead log.
-QString DatabaseRestore::load(Waiter &waiter, const QString &database) const
+QString DatabaseRestore::load(Waiter &waiter) const
 {
     constexpr int shares = 10;
+    const QString database = replacement.path();
     const qint64 available = QStorageInfo(QFileInfo(database).path()).bytesAvailable();
     const qint64 fileSize = QFileInfo(database).size() + available - available / shares;
     const QString line = QString("zcat %1 && %2").arg(ShellText::quoted(dump), endOfInput);
@@ -199,11 +225,11 @@ QString DatabaseRestore::faultOfLoaded(Waiter &waiter) const
     return sound ? QString() : QString("Database '%1' made of dump '%2' is not sound").arg(livePath, dump);
 }
 
-QString DatabaseRestore::replaceWhole(Waiter &waiter)
+QString DatabaseRestore::putInPlace(Waiter &waiter)
 {
     int result = SQLITE_CANTOPEN;
     if (isRegular(livePath)) {
-        waiter.runBeside([&] { result = copyContent(replacement.path(), livePath, limits.busy) & 0xff; });
+        waiter.runBeside([&] { result = copyContent(replacement.path(), livePath, limits.busy); });
     }
     const bool inUse = result == SQLITE_BUSY || result == SQLITE_LOCKED || result == SQLITE_READONLY;
     const bool broken = result == SQLITE_CANTOPEN || result == SQLITE_NOTADB || result == SQLITE_CORRUPT;
@@ -211,26 +237,10 @@ QString DatabaseRestore::replaceWhole(Waiter &waiter)
         return {};
     }
     if ((!inUse && !broken) || !replacement.replaceDatabase(waiter)) {
-        return QString("Database '%1' could not be written: %2").arg(livePath, sqlite3_errstr(result));
+        return faultOfWriting(result);
     }
     if (inUse) {
         logWarning("Database '%1' was in use: it was replaced, and its user has to open it again", livePath);
     }
     return {};
-}
-
-QString DatabaseRestore::mergeRows(Waiter &waiter) const
-{
-    if (!isRegular(livePath)) {
-        return QString("Database '%1' does not exist: there is nothing to put the saved rows into")
-            .arg(livePath);
-    }
-    QString fault = load(waiter, livePath);
-    // Opening rolls back what a shell that was ended has left, closing folds its log in.
-    waiter.runBeside([&] {
-        if (const Connection database = connect(livePath, SQLITE_OPEN_READWRITE, limits.busy)) {
-            valueOf(database.get(), "PRAGMA schema_version");
-        }
-    });
-    return fault;
 }

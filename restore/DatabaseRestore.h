@@ -24,8 +24,8 @@ struct LoadLimits
 ///
 /// A dump of a whole database is loaded into a database beside the live one, whose content then goes into the
 /// live one in one transaction: whoever has it open goes on with it. Only a live one that is missing, broken,
-/// or held by a user who cannot be waited for is replaced. A dump of selected rows is one transaction itself
-/// and is run on the live database.
+/// or held by a user who cannot be waited for is replaced. A dump of selected rows is loaded into a copy of
+/// the live one, with its users stopped, and the copy goes the same way.
 class DatabaseRestore
 {
 public:
@@ -44,10 +44,12 @@ public:
 
 private:
     QByteArray kind(Waiter &waiter) const;
-    QString load(Waiter &waiter, const QString &database) const;
+    QString build(Waiter &waiter);
+    QString copyLive(Waiter &waiter) const;
+    QString load(Waiter &waiter) const;
     QString faultOfLoaded(Waiter &waiter) const;
-    QString replaceWhole(Waiter &waiter);
-    QString mergeRows(Waiter &waiter) const;
+    QString putInPlace(Waiter &waiter);
+    QString faultOfWriting(int result) const;
 
     QString dump;
     QString livePath;

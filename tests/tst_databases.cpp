@@ -81,6 +81,7 @@ private Q_SLOTS:
         const QByteArray rows = "=BEGIN TRANSACTION;\nREPLACE INTO t VALUES('row');\n";
         row("rows", rows + "COMMIT;\n", QByteArray("old\nrow\n"));
         row("rows of which one fails", rows + "REPLACE INTO u VALUES(1);\nCOMMIT;\n", old);
+        row("rows that end before one fails", rows + "COMMIT;\nREPLACE INTO u VALUES(1);\nCOMMIT;\n", old);
         row("rows without end", rows + numbers + "SELECT x FROM c;\nCOMMIT;\n", old);
     }
     void dumps()

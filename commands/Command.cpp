@@ -1,61 +1,17 @@
 #include "commands/Command.h"
 
+#include "commands/ChildProcess.h"
 #include "platform/core/Waiter.h"
 
 #include <QProcess>
-#include <QProcessEnvironment>
 
-#include <csignal>
-#include <optional>
-#include <sys/prctl.h>
-#include <sys/resource.h>
-#include <unistd.h>
+using namespace ChildProcess;
 
 namespace {
 
-constexpr int killLimitMs = 5000;
 constexpr qsizetype keptErrorBytes = 4096; ///< of a program that is fed
 constexpr qsizetype mostErrorBytes = qsizetype{64} * 1024;
 constexpr qsizetype mostOutputBytes = qsizetype{1024} * 1024;
-
-void setLimit(__rlimit_resource_t resource, rlim_t value)
-{
-    const struct rlimit both = {value, value};
-    setrlimit(resource, &both);
-}
-
-void prepare(QProcess &process, const std::optional<CommandLimits> &limits = {})
-{
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("LC_ALL", "C");
-    process.setProcessEnvironment(environment);
-    process.setStandardInputFile(QProcess::nullDevice());
-    process.setChildProcessModifier([limits] {
-        setpgid(0, 0);
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (limits) {
-            setLimit(RLIMIT_CPU, static_cast<rlim_t>(limits->processorTime.count()));
-            setLimit(RLIMIT_FSIZE, static_cast<rlim_t>(limits->fileSize));
-            setLimit(RLIMIT_AS, static_cast<rlim_t>(limits->memory));
-            setLimit(RLIMIT_CORE, 0);
-        }
-    });
-}
-
-void killGroup(QProcess &process)
-{
-    const auto group = static_cast<pid_t>(process.processId());
-    if (group > 1) {
-        kill(-group, SIGKILL);
-    }
-    process.kill();
-    process.waitForFinished(killLimitMs);
-}
-
-QString reasonOf(WaitOutcome outcome)
-{
-    return outcome == WaitOutcome::TimedOut ? "time limit reached" : "the operation has to end";
-}
 
 /// What has come of the child's output goes into the result. False when it is more than may come.
 bool collect(QProcess &process, CommandResult &result, QByteArray &errors)
@@ -112,11 +68,6 @@ CommandResult runCommand(Waiter &waiter, const QString &program, const QStringLi
                          std::chrono::milliseconds limit)
 {
     return run(waiter, program, arguments, limit, {});
-}
-
-CommandResult runShellLine(Waiter &waiter, const QString &line)
-{
-    return runCommand(waiter, "/bin/sh", {"-c", line});
 }
 
 CommandResult runShellLine(Waiter &waiter, const QString &line, const CommandLimits &limits)

@@ -26,19 +26,17 @@ struct CommandResult
 CommandResult runCommand(Waiter &waiter, const QString &program, const QStringList &arguments,
                          std::chrono::milliseconds limit = std::chrono::minutes(30));
 
-/// Run one line in a POSIX shell, in the same way. Values in the line must be quoted (see ShellText).
-CommandResult runShellLine(Waiter &waiter, const QString &line);
-
 /// What a child may use up; it is ended when it exceeds one of them.
 struct CommandLimits
 {
     std::chrono::milliseconds wallClock;
     std::chrono::seconds processorTime;
-    qint64 fileSize; ///< of each file that it writes, in bytes
-    qint64 memory;   ///< its address space, in bytes
+    qint64 fileSize;   ///< of each file that it writes, in bytes
+    qint64 memory = 0; ///< its address space, in bytes; 0 for any
 };
 
-/// Run one line in a POSIX shell as above; the limits hold for the shell and for each of its children.
+/// Run one line in a POSIX shell as above; values in it must be quoted (see ShellText). The limits hold for
+/// the shell and for each of its children.
 CommandResult runShellLine(Waiter &waiter, const QString &line, const CommandLimits &limits);
 
 /// Run a program whose standard input is what a line in a POSIX shell prints. Of the program's standard

@@ -10,13 +10,6 @@ namespace ShellText {
 /// "-") stay as they are; anything else is put in single quotes.
 QString quoted(const QString &value);
 
-/// The value in single quotes, whatever it holds.
-QString singleQuoted(const QString &value);
-
-/// A command that prints the value, in single quotes, and a line feed: `echo`, or `printf '%s\n'` for a value
-/// that an echo would change.
-QString printQuotedCommand(const QString &value);
-
 /// Program and arguments as one line for a log.
 QString commandLine(const QString &program, const QStringList &arguments);
 

@@ -1,16 +1,23 @@
 #include "staging/DatabaseDump.h"
 
+#include "commands/GzipWriter.h"
 #include "commands/ShellText.h"
+#include "commands/StreamedCommand.h"
+#include "platform/logger/VYXLogger.h"
+#include "staging/DumpStream.h"
 
 #include <QRegularExpression>
 #include <QSet>
 
+#include <numeric>
+#include <optional>
+
+using namespace std::chrono_literals;
+
 namespace {
 
-using ShellText::quoted;
-
-const QString failedTransaction = "ROLLBACK; -- due to errors";
-const QString failureRule = "/^" + failedTransaction + "$/ {failed = 1}";
+// Each run of sqlite3 ends after half an hour; what it writes is bounded by the disk alone.
+constexpr CommandLimits dumpLimits = {.wallClock = 30min, .processorTime = 30min, .fileSize = -1};
 
 QString temporaryTable(int number)
 {
@@ -36,44 +43,30 @@ bool isKeyword(const QString &word)
     return keywords.contains(word.toUpper());
 }
 
-/// The shell treats a line that starts with "." or "#" as its own command or as a comment.
-QString asSqlOnly(QString sql)
+/// Dump the tables that the pattern names, all when there is none.
+bool passDump(Waiter &waiter, const QString &copy, const QString &pattern, DumpStream &stream)
 {
-    static const QRegularExpression shellCommand("^(?=[.#])", QRegularExpression::MultilineOption);
-    return sql.replace(shellCommand, " ");
+    const QStringList arguments = {"-init", "/dev/null", "-batch", copy, (".dump " + pattern).trimmed()};
+    const CommandResult result = runStreamed(waiter, "sqlite3", arguments, dumpLimits,
+                                             [&](QByteArrayView portion) { return stream.take(portion); });
+    return result.succeeded() && stream.complete();
 }
 
-QString awkString(QString text)
+/// How many rows were selected in all; nothing when a table is missing or there is none.
+std::optional<qint64> countRows(Waiter &waiter, const QList<DatabaseDump::Selection> &selections,
+                                const QString &copy)
 {
-    text.replace("\\", "\\\\").replace("\"", "\\\"").replace("\n", "\\n");
-    return "\"" + text + "\"";
-}
-
-/// The awk rule that turns rows of a temporary table into rows of the real one. A substitution would read "&"
-/// and
-/// "\" in the name; such names are put in front of the rest of the line instead.
-QString renamingRule(const DatabaseDump::Selection &selection)
-{
-    const QString head = QString("INSERT INTO %1 ").arg(temporaryTable(selection.number));
-    const QString replacement = QString("REPLACE INTO %1 ").arg(DatabaseDump::sqlIdentifier(selection.table));
-    if (!replacement.contains('&') && !replacement.contains('\\')) {
-        return QString(" {sub(/^%1/, %2)}").arg(head, awkString(replacement));
+    QString sql;
+    for (const DatabaseDump::Selection &selection : selections) {
+        sql += QString("SELECT count(*) FROM %1;").arg(temporaryTable(selection.number));
     }
-    return QString(" {if (index($0, \"%1\") == 1) $0 = %2 substr($0, %3)}")
-        .arg(head, awkString(replacement), QString::number(head.size() + 1));
-}
-
-/// What sqlite3 prints of these tables, of all when none is named. When it fails or is killed, its last line
-/// is that of a transaction that failed.
-QString dumpSource(const QStringList &tables, const QString &copy)
-{
-    const QString command = (QStringList{".dump"} + tables).join(' ');
-    return QString("{ echo '%1' | sqlite3 %2 || echo '%3'; }").arg(command, quoted(copy), failedTransaction);
-}
-
-QString dumpTail(const QString &dump)
-{
-    return QString(" | gzip -c >%1").arg(quoted(dump));
+    const CommandResult result = runCommand(waiter, "sqlite3", {copy, sql});
+    const QByteArrayList counts = result.output.trimmed().split('\n');
+    if (selections.isEmpty() || !result.succeeded() || counts.size() != selections.size()) {
+        return std::nullopt;
+    }
+    return std::accumulate(counts.cbegin(), counts.cend(), qint64{0},
+                           [](qint64 sum, const QByteArray &count) { return sum + count.toLongLong(); });
 }
 
 } // namespace
@@ -100,54 +93,51 @@ QString sqlIdentifier(const QString &table)
     return "\"" + escaped + "\"";
 }
 
-QString fullDumpLine(const QString &copy, const QString &dump)
+bool dumpWhole(Waiter &waiter, const QString &copy, const QString &pragmas, const QString &dump)
 {
-    return dumpSource({}, copy) + dumpTail(dump);
-}
-
-QString appendPragmasLine(const QString &pragmas, const QString &dump)
-{
-    return QString("echo %1 | gzip -c >>%2").arg(ShellText::singleQuoted(pragmas), quoted(dump));
-}
-
-QString createTableLine(const Selection &selection, const QString &copy)
-{
-    const QString sql =
-        QString("CREATE TABLE %1 AS %2").arg(temporaryTable(selection.number), asSqlOnly(selection.sql));
-    return QString("%1 | sqlite3 %2").arg(ShellText::printQuotedCommand(sql), quoted(copy));
-}
-
-QString countRowsSql(const QList<Selection> &selections)
-{
-    QString sql;
-    for (const Selection &selection : selections) {
-        sql += QString("SELECT count(*) FROM %1;").arg(temporaryTable(selection.number));
+    GzipWriter target(dump);
+    DumpStream stream(target);
+    bool whole = passDump(waiter, copy, {}, stream);
+    if (whole && !pragmas.isEmpty()) {
+        whole = target.endMember() && target.write(pragmas.toUtf8() + '\n');
     }
-    return sql;
+    return target.finish() && whole;
 }
 
-QString partialDumpLine(const QList<Selection> &selections, const QString &copy, const QString &dump,
-                        qint64 rows)
+CommandResult select(Waiter &waiter, const Selection &selection, const QString &copy)
 {
-    QStringList tables;
-    QString program = failureRule + " /^COMMIT;$/ {closed = 1} BEGIN {print \"BEGIN TRANSACTION;\"} "
-                                    "!/^INSERT INTO tmp_/ {next}";
-    for (const Selection &selection : selections) {
-        tables << temporaryTable(selection.number);
-        program += renamingRule(selection);
+    const QString sql = QString("CREATE TABLE %1 AS %2").arg(temporaryTable(selection.number), selection.sql);
+    logDebug("%1", sql);
+    return runStreamed(waiter, "sqlite3", {"-init", "/dev/null", "-batch", copy, sql}, dumpLimits,
+                       [](QByteArrayView) { return true; });
+}
+
+bool dumpRows(Waiter &waiter, const QList<Selection> &selections, const QString &copy, const QString &dump)
+{
+    const auto rows = countRows(waiter, selections, copy);
+    if (!rows) {
+        return false;
     }
-    program += QString(" /^REPLACE INTO / {print; ++rows} "
-                       "END {if (closed && !failed && rows == %1) print \"COMMIT;\"}")
-                   .arg(rows);
-    return QString("%1 | awk %2").arg(dumpSource(tables, copy), ShellText::singleQuoted(program)) +
-           dumpTail(dump);
+    GzipWriter target(dump);
+    bool whole = target.write("BEGIN TRANSACTION;\n");
+    qint64 arrived = 0;
+    for (const Selection &selection : selections) {
+        const QString table = temporaryTable(selection.number);
+        DumpStream stream(target, QString("INSERT INTO %1 ").arg(table).toUtf8(),
+                          QString("REPLACE INTO %1 ").arg(sqlIdentifier(selection.table)).toUtf8());
+        // The pattern of .dump is one of LIKE.
+        whole = whole && passDump(waiter, copy, QString(table).replace("_", "\\_"), stream);
+        arrived += stream.lines();
+    }
+    whole = whole && arrived == *rows && target.write("COMMIT;\n");
+    return target.finish() && whole;
 }
 
 QString checkLine(const QString &dump)
 {
     return QString(
                "gzip -t %1 && zcat %1 | awk '/^COMMIT;$/ {closed = 1} %2 END {exit !(closed && !failed)}'")
-        .arg(quoted(dump), failureRule);
+        .arg(ShellText::quoted(dump), "/^ROLLBACK; -- due to errors$/ {failed = 1}");
 }
 
 } // namespace DatabaseDump

@@ -12,10 +12,12 @@
 #include <QFileInfo>
 
 #include <array>
-#include <numeric>
 #include <utility>
 
 namespace {
+
+/// Status of sqlite3 when it cannot carry a statement out as it is written, whatever the device's state.
+constexpr int badCommand = 1;
 
 constexpr std::array sideFileSuffixes = {"-wal", "-journal"};
 
@@ -140,18 +142,19 @@ void DatabaseStaging::dump(const RestorableDatabase &database)
         return;
     }
     const QString dumpPath = itemOf(name).stagedPath();
+    logDebug("Dump database '%1' of module '%2'", name, module);
     const CopyState state = inspectCopy(waiter, copy);
     bool dumped = false;
     if (!state.sound) {
         logError("Database '%1' of module '%2' is not sound: its last saved copy stays", name, module);
     } else if (database.getSqlCommands().isEmpty()) {
-        dumped = dumpWhole(copy, dumpPath, state.pragmas);
+        dumped = DatabaseDump::dumpWhole(waiter, copy, state.pragmas, dumpPath);
     } else {
         dumped = dumpSelections(database, copy, dumpPath);
     }
     QFile::remove(copy);
     removeSideFiles(copy);
-    if (dumped && runShellLine(waiter, DatabaseDump::checkLine(dumpPath)).succeeded()) {
+    if (dumped) {
         return;
     }
     if (state.sound) {
@@ -165,54 +168,21 @@ void DatabaseStaging::dump(const RestorableDatabase &database)
     }
 }
 
-bool DatabaseStaging::dumpWhole(const QString &copy, const QString &dumpPath, const QString &pragmas)
-{
-    const QString line = DatabaseDump::fullDumpLine(copy, dumpPath);
-    logDebug("Dump database '%1' of module '%2'", QFileInfo(copy).completeBaseName(), module);
-    if (!runShellLine(waiter, line).succeeded()) {
-        reportStagingError(line);
-        return false;
-    }
-    return pragmas.isEmpty() ||
-           runShellLine(waiter, DatabaseDump::appendPragmasLine(pragmas, dumpPath)).succeeded();
-}
-
 bool DatabaseStaging::dumpSelections(const RestorableDatabase &database, const QString &copy,
                                      const QString &dumpPath)
 {
     QList<DatabaseDump::Selection> made;
     for (const DatabaseDump::Selection &selection : DatabaseDump::selections(database.getSqlCommands())) {
-        const QString line = DatabaseDump::createTableLine(selection, copy);
-        logDebug("%1", line);
-        const CommandResult result = runShellLine(waiter, line);
+        const CommandResult result = DatabaseDump::select(waiter, selection, copy);
         if (result.succeeded()) {
             made << selection;
-        } else {
+        } else if (result.finished && result.exitCode == badCommand) {
             logWarning("The rows of table '%1' of database '%2' of module '%3' cannot be saved: %4",
                        selection.table, database.getName(), module, result.errorText);
+        } else {
+            reportStagingError(QString("the rows of table '%1': %2").arg(selection.table, result.errorText));
+            return false;
         }
     }
-    const auto rows = countRows(made, copy);
-    if (!rows) {
-        return false;
-    }
-    const QString line = DatabaseDump::partialDumpLine(made, copy, dumpPath, *rows);
-    logDebug("%1", line);
-    const bool succeeded = runShellLine(waiter, line).succeeded();
-    logDebug("Dump database '%1' of module '%2'", database.getName(), module);
-    return succeeded;
-}
-
-/// How many rows were selected in all; nothing when a table is missing or there is none.
-std::optional<qint64> DatabaseStaging::countRows(const QList<DatabaseDump::Selection> &selections,
-                                                 const QString &copy)
-{
-    const CommandResult result =
-        runCommand(waiter, "sqlite3", {copy, DatabaseDump::countRowsSql(selections)});
-    const QByteArrayList counts = result.output.trimmed().split('\n');
-    if (selections.isEmpty() || !result.succeeded() || counts.size() != selections.size()) {
-        return std::nullopt;
-    }
-    return std::accumulate(counts.cbegin(), counts.cend(), qint64{0},
-                           [](qint64 sum, const QByteArray &count) { return sum + count.toLongLong(); });
+    return DatabaseDump::dumpRows(waiter, made, copy, dumpPath);
 }

@@ -30,9 +30,7 @@ public:
 private:
     bool copyWithSideFiles(const QString &file, const QString &target);
     bool foldSideFiles(const QString &copy);
-    bool dumpWhole(const QString &copy, const QString &dumpPath, const QString &pragmas);
     bool dumpSelections(const RestorableDatabase &database, const QString &copy, const QString &dumpPath);
-    std::optional<qint64> countRows(const QList<DatabaseDump::Selection> &selections, const QString &copy);
     SavedItem itemOf(const QString &database) const;
     QString copyPath(const QString &database) const;
 

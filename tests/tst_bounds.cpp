@@ -165,12 +165,12 @@ private Q_SLOTS:
     void outputOfAChild()
     {
         Waiter waiter;
-        QCOMPARE(runShellLine(waiter, "head -c 1048576 /dev/zero").output.size(), 1048576);
+        QCOMPARE(runCommand(waiter, "/bin/sh", {"-c", "head -c 1048576 /dev/zero"}).output.size(), 1048576);
         const qint64 before = memory();
-        const CommandResult endless = runShellLine(waiter, "yes");
+        const CommandResult endless = runCommand(waiter, "/bin/sh", {"-c", "yes"});
         QVERIFY(!endless.succeeded() && endless.output.isEmpty());
         QCOMPARE(endless.errorText, "it printed more than 1048576 bytes");
-        const CommandResult loud = runShellLine(waiter, "head -c 100000000 /dev/zero >&2");
+        const CommandResult loud = runCommand(waiter, "/bin/sh", {"-c", "head -c 100000000 /dev/zero >&2"});
         QVERIFY(loud.succeeded() && loud.errorText.size() <= 65536 && memory() - before < 50);
         const CommandLimits limits = {10s, 1s, 1000, 100000000};
         for (const char *greedy :

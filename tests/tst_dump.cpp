@@ -3,10 +3,41 @@
 #include "platform/DevicePaths.h"
 #include "staging/DatabaseDump.h"
 #include "staging/DatabaseStaging.h"
+#include "tests/support/DataTable.h"
 #include "tests/support/TestDevice.h"
 
+#include <QDeadlineTimer>
 #include <QTemporaryDir>
-#include <QTest>
+#include <QTimer>
+
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+/// A program first on PATH that runs in place of sqlite3 when the last argument begins so.
+class StandIn
+{
+public:
+    StandIn(const QString &root, const QByteArray &script, const QByteArray &begin = ".dump")
+    {
+        const QString tool = root + "/bin/sqlite3";
+        writeFile(tool, "#!/bin/sh\nPATH='" + path + "'\nfor last; do :; done\ncase $last in\n" + begin +
+                            "*) " + script + " ;;\n*) exec sqlite3 \"$@\" ;;\nesac\n");
+        QFile::setPermissions(tool, QFile::ReadOwner | QFile::ExeOwner | QFile::WriteOwner);
+        qputenv("PATH", QFile::encodeName(root) + "/bin:" + path);
+    }
+    ~StandIn() { qputenv("PATH", path); }
+
+private:
+    const QByteArray path = qgetenv("PATH");
+};
+
+} // namespace
 
 /// Databases staged with the real tools, loaded again and compared.
 class tst_dump : public QObject
@@ -58,7 +89,16 @@ class tst_dump : public QObject
         return QDir(DevicePaths::staged("m")).entryList(QDir::Files | QDir::Hidden);
     }
 
+    static long mostMemory()
+    {
+        rusage used = {};
+        getrusage(RUSAGE_SELF, &used);
+        return used.ru_maxrss;
+    }
+
 private Q_SLOTS:
+    void initTestCase() { ::signal(SIGXFSZ, SIG_IGN); }
+
     void init()
     {
         qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());
@@ -74,10 +114,11 @@ private Q_SLOTS:
         const QString query = "SELECT quote(a), quote(b) FROM t; SELECT name FROM sqlite_master;"
                               "PRAGMA user_version; PRAGMA application_id;";
         for (const QString name : {"contacts", "it's (a) $HOME `id` ü \\n \"x\"", "-rf"}) {
-            TestDevice::sqlOnFile(live(name), "CREATE TABLE t(a, b BLOB); CREATE INDEX i ON t(a);"
-                                              "INSERT INTO t VALUES('a''b\nINSERT INTO x', x'00ff'),"
-                                              "(NULL, 1.5), ('日本', zeroblob(300000));"
-                                              "PRAGMA user_version=7; PRAGMA application_id=99;");
+            TestDevice::sqlOnFile(live(name),
+                                  "CREATE TABLE t(a, b BLOB); CREATE INDEX i ON t(a);"
+                                  "INSERT INTO t VALUES('\nROLLBACK; -- due to errors\nCOMMIT;\n', x'00ff'),"
+                                  "(NULL, 1.5), ('日本', zeroblob(300000));"
+                                  "PRAGMA user_version=7; PRAGMA application_id=99;");
             QVERIFY(!digestAfterStaging(RestorableDatabase(name)).isEmpty());
             QVERIFY(leftInStaging().contains(dumpName(name)));
             writeFile(root.path() + "/dump.gz", readFile(stagedDump(name)));
@@ -93,11 +134,11 @@ private Q_SLOTS:
         RestorableDatabase database("d");
         QString create;
         const QStringList tables = {"calls",    "order",  "a&b", "back\\slash", "say \"x\"", "it's",
-                                    "my table", "tmp_99", "tmp", "日本",        "t10",       "t11"};
+                                    "my table", "tmp_99", "tmp", "日本",        "t10",       "two\nlines"};
         for (const QString &table : tables) {
             const QString quoted = DatabaseDump::sqlIdentifier(table);
             create += QString("CREATE TABLE %1(id INTEGER PRIMARY KEY, v); INSERT INTO %1 VALUES"
-                              "(1, 'row of %2 tmp_1 INSERT INTO tmp_0 '), (2, x'ff00fe'), (3, 'left out');")
+                              "(1, 'row of %2 tmp_1\nINSERT INTO tmp_0 '), (2, x'ff00fe'), (3, 'left out');")
                           .arg(quoted, QString(table).replace("'", "''"));
             database.addSqlCommand(table, QString("SELECT * FROM %1 WHERE v <> 'left out'").arg(quoted));
         }
@@ -109,7 +150,7 @@ private Q_SLOTS:
         const QStringList dump = dumpText("d").split('\n', Qt::SkipEmptyParts);
         QCOMPARE(dump.first(), "BEGIN TRANSACTION;");
         QCOMPARE(dump.last(), "COMMIT;");
-        QCOMPARE(dump.size(), 2 + 2 * tables.size());
+        QCOMPARE(dump.size(), 2 + 2 * tables.size() + 2); // a name of two lines
         QVERIFY(dump.at(1).startsWith("REPLACE INTO calls VALUES("));
         QVERIFY(!dump.join('\n').contains("not selected"));
 
@@ -118,7 +159,7 @@ private Q_SLOTS:
         }
         TestDevice::shell("zcat '" + stagedDump("d") + "' | sqlite3 '" + live("d") + "'");
         for (const QString &table : tables) {
-            const QString rows = "1|'row of %1 tmp_1 INSERT INTO tmp_0 '\n2|X'FF00FE'\n3|'left out'\n";
+            const QString rows = "1|'row of %1 tmp_1\nINSERT INTO tmp_0 '\n2|X'FF00FE'\n3|'left out'\n";
             QCOMPARE(sql("SELECT id, quote(v) FROM " + DatabaseDump::sqlIdentifier(table)),
                      rows.arg(QString(table).replace("'", "''")).toUtf8());
         }
@@ -183,22 +224,65 @@ private Q_SLOTS:
         sql("CREATE TABLE t(v); INSERT INTO t VALUES(1), (2), (3)");
         RestorableDatabase selected("d");
         selected.addSqlCommand("t", "SELECT * FROM t");
-        const QByteArray path = qgetenv("PATH");
-        const QString tool = root.path() + "/bin/sqlite3";
-        // Killed on the way, failing at its end, with a row that does not arrive.
-        for (const char *dump : {"kill -9 $$", "sqlite3 $1; exit 1", "sqlite3 $1 | grep -v '(2)'"}) {
-            writeFile(tool, "#!/bin/sh\nPATH='" + path +
-                                "'\n[ $# = 1 ] || exec sqlite3 \"$@\"\nread -r line\n" +
-                                "case $line in\n.dump*) echo \"$line\" | " + dump +
-                                " ;;\n*) echo \"$line\" | sqlite3 $1 ;;\nesac\n");
-            QVERIFY(QFile::setPermissions(tool, QFile::ReadOwner | QFile::ExeOwner | QFile::WriteOwner));
-            qputenv("PATH", QFile::encodeName(root.path()) + "/bin:" + path);
-            const QString digest = digestAfterStaging(selected);
-            qputenv("PATH", path);
-            QVERIFY2(digest.isEmpty(), dump);
+        const QByteArray half = "sqlite3 \"$@\" | head -n 4; kill -9 $$";
+        const QByteArray rowLost = "sqlite3 \"$@\" | grep -v '(2)'";
+        const QByteArray endless = "exec cat /dev/zero";
+        const long before = mostMemory();
+        const rlimit small = {100000, RLIM_INFINITY};
+        const rlimit unlimited = {RLIM_INFINITY, RLIM_INFINITY};
+        for (const QByteArray &dump :
+             {half, rowLost, QByteArray("sqlite3 \"$@\"; exit 1"),
+              QByteArray("sqlite3 \"$@\" | grep -v COMMIT"), QByteArray("sqlite3 \"$@\" | tail -n +2"),
+              QByteArray("sqlite3 \"$@\"; printf COMMIT"),
+              QByteArray("sqlite3 \"$@\"; echo 'ROLLBACK; -- due to errors'; echo 'COMMIT;'"), endless}) {
+            const StandIn tool(root.path(), dump);
+            setrlimit(RLIMIT_FSIZE, &small); // as of a full disk; nothing else ends what is endless
+            const bool bothFail = dump == rowLost || digestAfterStaging(RestorableDatabase("d")).isEmpty();
+            setrlimit(RLIMIT_FSIZE, &unlimited);
+            QVERIFY2(bothFail && (dump == endless || digestAfterStaging(selected).isEmpty()), dump);
             QCOMPARE(leftInStaging(), QStringList());
         }
+        QVERIFY(mostMemory() < before + 50000);
         QVERIFY(!digestAfterStaging(selected).isEmpty());
+        const StandIn tool(root.path(), "kill -9 $$", "CREATE");
+        QVERIFY(digestAfterStaging(selected).isEmpty());
+    }
+
+    void endOfADump_data()
+    {
+        columns<int>("signal");
+        row("the operation has to end", 0);
+        row("the service is killed", SIGKILL);
+    }
+    void endOfADump()
+    {
+        QFETCH(int, signal);
+        sql("CREATE TABLE t(v); INSERT INTO t VALUES(1)");
+        RestorableDatabase selected("d"); // nothing of a line without end is written
+        selected.addSqlCommand("t", "SELECT * FROM t");
+        const StandIn tool(root.path(), "echo $$ >" + root.path().toUtf8() + "/child; exec cat /dev/zero");
+        const pid_t service = fork();
+        if (service == 0) {
+            QTimer timer;
+            timer.callOnTimeout([&] {
+                if (QFile::exists(root.path() + "/end")) {
+                    waiter.end(Waiter::End::RepositoryChanged);
+                }
+            });
+            timer.start(20ms);
+            _exit(digestAfterStaging(selected).isEmpty() ? 0 : 1);
+        }
+        const QString child = root.path() + "/child";
+        const auto alive = [&] { return QFile::exists("/proc/" + readFile(child).trimmed() + "/exe"); };
+        QVERIFY(TestDevice::waitUntil([&] { return !readFile(child).isEmpty() && alive(); }));
+        writeFile(root.path() + "/end", {});
+        kill(service, signal);
+        int status = -1;
+        waitpid(service, &status, 0);
+        QCOMPARE(status, signal);
+        const QDeadlineTimer deadline(1s);
+        QVERIFY(TestDevice::waitUntil([&] { return !alive(); }) && !deadline.hasExpired());
+        TestDevice::shell("rm " + root.path() + "/end " + child);
     }
 };
 

@@ -62,7 +62,6 @@ private Q_SLOTS:
             QVERIFY2((ShellText::quoted(value) == value) == (value == ordinary), qPrintable(value));
             QCOMPARE(TestDevice::shell("printf '[%s]' " + ShellText::quoted(value)),
                      ("[" + value + "]").toUtf8());
-            QCOMPARE(TestDevice::shell(ShellText::printQuotedCommand(value)), (value + "\n").toUtf8());
         }
     }
 

@@ -1,0 +1,69 @@
+#include "commands/ChildProcess.h"
+
+#include "platform/core/Waiter.h"
+#include "platform/Descriptor.h"
+
+#include <QProcess>
+#include <QProcessEnvironment>
+
+#include <csignal>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int killLimitMs = 5000;
+
+void setLimit(__rlimit_resource_t resource, rlim_t value)
+{
+    const struct rlimit both = {value, value};
+    setrlimit(resource, &both);
+}
+
+} // namespace
+
+namespace ChildProcess {
+
+void prepare(QProcess &process, const std::optional<CommandLimits> &limits, const Descriptor *output)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("LC_ALL", "C");
+    process.setProcessEnvironment(environment);
+    process.setStandardInputFile(QProcess::nullDevice());
+    if (output != nullptr) {
+        process.setStandardOutputFile(QProcess::nullDevice());
+    }
+    process.setChildProcessModifier([limits, number = output != nullptr ? output->number() : -1] {
+        setpgid(0, 0);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (limits) {
+            setLimit(RLIMIT_CPU, static_cast<rlim_t>(limits->processorTime.count()));
+            setLimit(RLIMIT_FSIZE, static_cast<rlim_t>(limits->fileSize));
+            setLimit(RLIMIT_CORE, 0);
+            if (limits->memory > 0) {
+                setLimit(RLIMIT_AS, static_cast<rlim_t>(limits->memory));
+            }
+        }
+        if (number >= 0) {
+            dup2(number, STDOUT_FILENO);
+        }
+    });
+}
+
+void killGroup(QProcess &process)
+{
+    const auto group = static_cast<pid_t>(process.processId());
+    if (group > 1) {
+        kill(-group, SIGKILL);
+    }
+    process.kill();
+    process.waitForFinished(killLimitMs);
+}
+
+QString reasonOf(WaitOutcome outcome)
+{
+    return outcome == WaitOutcome::TimedOut ? "time limit reached" : "the operation has to end";
+}
+
+} // namespace ChildProcess

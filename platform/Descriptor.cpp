@@ -20,7 +20,7 @@ struct stat Descriptor::status() const
     return found;
 }
 
-std::optional<QByteArrayList> namesIn(const Descriptor &directory)
+std::optional<QByteArrayList> namesIn(const Descriptor &directory, qsizetype most)
 {
     Descriptor opened(openat(directory.number(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const auto end = [](DIR *stream) { closedir(stream); };
@@ -31,7 +31,7 @@ std::optional<QByteArrayList> namesIn(const Descriptor &directory)
     opened.release();
     QByteArrayList names;
     errno = 0;
-    while (const dirent *entry = readdir(stream.get())) {
+    while (const dirent *entry = names.size() < most ? readdir(stream.get()) : nullptr) {
         const QByteArray name = entry->d_name;
         if (name != "." && name != "..") {
             names << name;

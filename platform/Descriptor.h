@@ -2,6 +2,7 @@
 
 #include <QByteArrayList>
 
+#include <limits>
 #include <optional>
 #include <sys/stat.h>
 #include <utility>
@@ -36,8 +37,10 @@ private:
     int fileNumber = -1;
 };
 
-/// The names in a directory, as bytes and without "." and "..". Nothing when it cannot be read to its end.
-std::optional<QByteArrayList> namesIn(const Descriptor &directory);
+/// The names in a directory, as bytes and without "." and "..", but no more of them than `most`. Nothing when
+/// it cannot be read so far.
+std::optional<QByteArrayList> namesIn(const Descriptor &directory,
+                                      qsizetype most = std::numeric_limits<qsizetype>::max());
 
 /// What was found with O_PATH, opened for reading: that very file, whatever its path names meanwhile. Not
 /// open when it is no regular file, which is then left alone, or cannot be read.

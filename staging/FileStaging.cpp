@@ -1,12 +1,9 @@
 #include "staging/FileStaging.h"
 
 #include "catalogue/ItemNames.h"
-#include "commands/Command.h"
 #include "commands/Digest.h"
-#include "commands/ShellText.h"
-#include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
-#include "staging/OutwardLinks.h"
+#include "staging/DirectoryArchive.h"
 #include "staging/StagingError.h"
 
 #include <QFile>
@@ -15,11 +12,6 @@
 #include <utility>
 
 namespace {
-
-/// GNU tar ends with 1 when a file changed or went while it was read; the archive is whole all the same.
-constexpr int tarFileChanged = 1;
-
-const QString compressedSuffix = ".gz";
 
 QString priorityOf(const RestorableFile &item)
 {
@@ -71,86 +63,47 @@ QString FileStaging::digestOf(const Descriptor &file, const QString &shown)
     return digest;
 }
 
-/// The options that keep links out of the archive that lead out of the directory; each is named by a warning.
-/// Nothing when the directory has to be left out as a whole.
-std::optional<QStringList> FileStaging::exclusions(const QString &path, const QString &list)
-{
-    const Beneath::Opened directory = data.openDirectory(path);
-    if (!directory.descriptor.isOpen()) {
-        return std::nullopt;
-    }
-    if (QFileInfo(data.pathOf(path)).isSymLink()) {
-        logWarning("Directory '%1' of module '%2' is left out: one that is saved zipped must not be a link",
-                   path, module);
-        return std::nullopt;
-    }
-    OutwardLinks outward;
-    waiter.runBeside([&] { outward = outwardLinks(directory.descriptor, data.pathOf(path)); });
-    QByteArray text;
-    for (const QByteArray &link : std::as_const(outward.links)) {
-        logWarning("Link '%1' in directory '%2' of module '%3' leads out and will not be restored",
-                   QFile::decodeName(link), path, module);
-        text += QFile::encodeName(data.pathOf(path)) + "/" + link + "\n";
-    }
-    if (!outward.complete) {
-        logWarning(
-            "Directory '%1' of module '%2' is left out: it has too many entries or links that lead out, or "
-            "one of these has a name that cannot be listed",
-            path, module);
-        return std::nullopt;
-    }
-    QFile file(list);
-    const bool written = file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.flush();
-    return written ? std::optional(QStringList{"--no-wildcards", "--anchored", "--exclude-from=" + list})
-                   : std::nullopt;
-}
-
-bool FileStaging::archiveDirectory(const QString &path, const QString &archive)
-{
-    const QString list = archive + ".excluded";
-    const auto excluded = exclusions(path, list);
-    const QStringList arguments =
-        QStringList{"-cf", archive} + excluded.value_or(QStringList()) + QStringList{data.pathOf(path)};
-    const CommandResult result = excluded ? runCommand(waiter, "tar", arguments) : CommandResult();
-    QFile::remove(list);
-    if (result.finished && result.exitCode <= tarFileChanged) {
-        return true;
-    }
-    reportStagingError(ShellText::commandLine("tar", arguments));
-    QFile::remove(archive);
-    return false;
-}
-
 void FileStaging::stageZippedDirectory(const RestorableFile &item)
 {
     logDebug("Saving directory (zipped) '%1' of module '%2'", item.getPath(), module);
     const SavedItem saved(DirectoryItem, module, item.getPath(), priorityOf(item));
-    const QString archive = saved.stagedPath().chopped(compressedSuffix.size());
-    QString digest;
-    if (archiveDirectory(item.getPath(), archive)) {
-        digest = fileDigest(waiter, archive);
-        if (digest.isEmpty()) {
-            reportStagingError(QString("the digest of '%1'").arg(archive));
-        }
-        if (!compressArchive(archive, !digest.isEmpty())) {
-            digest.clear();
-        }
+    const QString digest = archive(item.getPath(), saved.stagedPath());
+    if (digest.isEmpty()) {
+        reportStagingError(QString("the archive of '%1'").arg(data.pathOf(item.getPath())));
+        QFile::remove(saved.stagedPath());
     }
     lines.append(ChecksumLine::directory(saved.key(), digest, priorityOf(item)));
 }
 
-/// Replace the archive by its compressed form; an archive that is not wanted or cannot be compressed goes.
-bool FileStaging::compressArchive(const QString &archive, bool wanted)
+/// The digest of the archive, empty when there is none. What is left out is named by warnings.
+QString FileStaging::archive(const QString &path, const QString &target)
 {
-    if (wanted && runCommand(waiter, "gzip", {archive}).succeeded()) {
-        return true;
+    const Beneath::Opened directory = data.openDirectory(path);
+    if (!directory.descriptor.isOpen()) {
+        return {};
     }
-    if (wanted) {
-        reportStagingError(ShellText::commandLine("gzip", {archive}));
+    if (QFileInfo(data.pathOf(path)).isSymLink()) {
+        logWarning("Directory '%1' of module '%2' is left out: one that is saved zipped must not be a link",
+                   path, module);
+        return {};
     }
-    QFile::remove(archive);
-    QFile::remove(archive + ".gz");
-    return false;
+    const DirectoryArchive made = archiveDirectory(waiter, directory.descriptor, data.pathOf(path), target);
+    if (!made.bounded) {
+        logWarning(
+            "Directory '%1' of module '%2' is left out: it has too many entries or links that lead out, or "
+            "one of these has a name that cannot be listed",
+            path, module);
+        return {};
+    }
+    for (const QByteArray &link : made.outward) {
+        logWarning("Link '%1' in directory '%2' of module '%3' leads out and will not be restored",
+                   QFile::decodeName(link), path, module);
+    }
+    for (const QByteArray &other : made.others) {
+        logWarning("'%1' in directory '%2' of module '%3' is no file, directory or link and is left out",
+                   QFile::decodeName(other), path, module);
+    }
+    return made.digest;
 }
 
 void FileStaging::stageDirectory(const RestorableFile &item)

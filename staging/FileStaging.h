@@ -6,8 +6,6 @@
 
 #include <QString>
 
-#include <optional>
-
 class Waiter;
 
 /// Stages the files and directories of one module: writes their checksum lines and makes the archives of
@@ -26,9 +24,7 @@ private:
     void stageDirectory(const RestorableFile &item);
     void stageDirectoryEntry(const RestorableFile &item, const QByteArray &name);
     QString digestOf(const Descriptor &file, const QString &shown);
-    bool archiveDirectory(const QString &path, const QString &archive);
-    std::optional<QStringList> exclusions(const QString &path, const QString &list);
-    bool compressArchive(const QString &archive, bool wanted);
+    QString archive(const QString &path, const QString &target);
 
     QString module;
     ModuleData data;

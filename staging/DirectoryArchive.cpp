@@ -1,0 +1,175 @@
+#include "staging/DirectoryArchive.h"
+
+#include "platform/Beneath.h"
+#include "platform/core/Waiter.h"
+#include "staging/TarWriter.h"
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr qsizetype mostEntries = 1000000;
+constexpr qsizetype mostLeftOut = 1000;
+constexpr qsizetype portionSize = qsizetype{256} * 1024;
+
+/// By its text alone, as a restore sees it: what it leads to may be a link again.
+bool leadsOut(const QByteArray &target, const QString &parent, const QString &directory)
+{
+    const QString reached = QDir::cleanPath(QDir(parent).filePath(QFile::decodeName(target)));
+    return reached != directory && !reached.startsWith(directory + "/");
+}
+
+/// Goes through a directory and archives what is in it; one directory at a time is open.
+class Walk
+{
+public:
+    Walk(const Descriptor &directory, const QString &path, TarWriter &tar, DirectoryArchive &result)
+        : top("/proc/self/fd/" + QString::number(directory.number()) + "/."), path(path),
+          member(QFile::encodeName(path).mid(1)), tar(tar), result(result)
+    {
+    }
+
+    /// False when the archive cannot be whole.
+    bool run()
+    {
+        bool whole = true;
+        while (whole && !pending.isEmpty()) {
+            whole = addDirectory(pending.takeLast());
+        }
+        return whole;
+    }
+
+private:
+    bool addDirectory(const QByteArray &below);
+    bool addEntry(const Descriptor &parent, const QByteArray &name, const QByteArray &below);
+    bool addFile(const Descriptor &found, const QByteArray &below);
+    bool addLink(const Descriptor &found, const QByteArray &below);
+    bool leaveOut(QByteArrayList &list, const QByteArray &below);
+
+    QByteArray memberOf(const QByteArray &below) const
+    {
+        return below.isEmpty() ? member : member + "/" + below;
+    }
+
+    Beneath top;
+    QString path;
+    QByteArray member;
+    TarWriter &tar;
+    DirectoryArchive &result;
+    QByteArrayList pending = {""}; ///< directories, by their paths below the top
+    QByteArray portion = QByteArray(portionSize, Qt::Uninitialized);
+    qsizetype entriesLeft = mostEntries;
+};
+
+bool Walk::addDirectory(const QByteArray &below)
+{
+    const Beneath::Opened opened = top.openDirectory(below);
+    if (!opened.descriptor.isOpen()) {
+        return opened.state != Beneath::State::Unreadable;
+    }
+    auto names = namesIn(opened.descriptor, entriesLeft + 1);
+    if (!names || !tar.add(memberOf(below), opened.descriptor.status())) {
+        return false;
+    }
+    entriesLeft -= names->size();
+    result.bounded = entriesLeft >= 0;
+    std::sort(names->begin(), names->end());
+    const qsizetype before = pending.size();
+    for (const QByteArray &name : std::as_const(*names)) {
+        if (!result.bounded ||
+            !addEntry(opened.descriptor, name, below.isEmpty() ? name : below + "/" + name)) {
+            return false;
+        }
+    }
+    std::reverse(pending.begin() + before, pending.end()); // the last one comes next
+    return true;
+}
+
+bool Walk::addEntry(const Descriptor &parent, const QByteArray &name, const QByteArray &below)
+{
+    if (1 + memberOf(below).size() >= PATH_MAX) {
+        result.bounded = false;
+        return false;
+    }
+    const Descriptor found(openat(parent.number(), name.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!found.isOpen()) {
+        return errno == ENOENT;
+    }
+    switch (found.status().st_mode & S_IFMT) {
+    case S_IFDIR:
+        pending << below;
+        return true;
+    case S_IFREG:
+        return addFile(found, below);
+    case S_IFLNK:
+        return addLink(found, below);
+    default:
+        return leaveOut(result.others, below);
+    }
+}
+
+bool Walk::addFile(const Descriptor &found, const QByteArray &below)
+{
+    const Descriptor file = openedForReading(found);
+    const struct stat status = file.status();
+    if (!file.isOpen() || !tar.add(memberOf(below), status)) {
+        return false;
+    }
+    off_t left = status.st_size;
+    ssize_t count = 1;
+    while (left > 0 && count > 0) {
+        count =
+            TEMP_FAILURE_RETRY(read(file.number(), portion.data(), std::min<off_t>(left, portion.size())));
+        if (count < 0 || !tar.write(QByteArrayView(portion.constData(), count))) {
+            return false;
+        }
+        left -= count;
+    }
+    return true;
+}
+
+bool Walk::addLink(const Descriptor &found, const QByteArray &below)
+{
+    QByteArray target(PATH_MAX, 0);
+    const ssize_t size = readlinkat(found.number(), "", target.data(), target.size());
+    if (size <= 0) {
+        return false;
+    }
+    target.truncate(size);
+    const QString parent = QFile::decodeName("/" + memberOf(below)).section('/', 0, -2);
+    return leadsOut(target, parent, path) ? leaveOut(result.outward, below)
+                                          : tar.addLink(memberOf(below), found.status(), target);
+}
+
+bool Walk::leaveOut(QByteArrayList &list, const QByteArray &below)
+{
+    list << below;
+    result.bounded = result.outward.size() + result.others.size() <= mostLeftOut;
+    return result.bounded;
+}
+
+} // namespace
+
+DirectoryArchive archiveDirectory(Waiter &waiter, const Descriptor &directory, const QString &path,
+                                  const QString &archive)
+{
+    DirectoryArchive result;
+    const QDeadlineTimer deadline(30min);
+    waiter.runBeside([&] {
+        TarWriter tar(archive, [&] { return !waiter.mustEnd() && !deadline.hasExpired(); });
+        if (Walk(directory, path, tar, result).run()) {
+            result.digest = tar.finish();
+        }
+    });
+    return result;
+}

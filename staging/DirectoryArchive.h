@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QByteArrayList>
+#include <QString>
+
+class Descriptor;
+class Waiter;
+
+/// What came of the archive of one directory.
+struct DirectoryArchive
+{
+    QString digest; ///< of the tar before compression; empty when there is no whole archive
+    QByteArrayList
+        outward; ///< links that lead out, by their paths below the directory; a restore refuses them
+    QByteArrayList others; ///< what is no file, directory or link
+    bool bounded = true;   ///< false when there is more than can be archived
+};
+
+/// Write the compressed archive of a directory of a module's data, within 30 min and with events served.
+///
+/// Its members are the directory and, sorted by bytes, the files, directories and links in it, under the
+/// directory's own path without the slash in front. What vanishes meanwhile is left out, a file that changes
+/// is cut off or filled up; one that cannot be read makes the archive fail. At most 1,000,000 entries are
+/// archived, paths as long as the system takes, and no more than 1,000 things left out.
+DirectoryArchive archiveDirectory(Waiter &waiter, const Descriptor &directory, const QString &path,
+                                  const QString &archive);

@@ -4,16 +4,12 @@
 #include "platform/records/ApplicationConfig.h"
 #include "repository/DistantRepository.h"
 #include "repository/LocalRepository.h"
-#include "restorable/KnownModules.h"
 #include "restore/RestoreOperation.h"
 #include "save/SaveOperation.h"
 #include "tests/support/DataTable.h"
+#include "tests/support/Promises.h"
 #include "tests/support/StoreServer.h"
-#include "tests/support/TestDevice.h"
 #include "tests/support/TestMiddleware.h"
-
-#include <QCryptographicHash>
-#include <QDirIterator>
 
 namespace {
 
@@ -44,34 +40,12 @@ class tst_cutoff : public QObject
 {
     Q_OBJECT
 
-    using Files = QMap<QString, QByteArray>;
-
     QTemporaryDir root;
     TestMiddleware middleware;
     std::unique_ptr<StoreServer> store;
 
     QString live(const QString &item = {}) const { return root.path() + "/data/VYXApplication/" + item; }
     QString entryPath(const QString &entry = {}) const { return root.path() + "/repository/" + entry; }
-
-    static Files filesBelow(const QString &directory)
-    {
-        Files files;
-        QDirIterator all(directory, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-        while (all.hasNext()) {
-            const QString path = all.next();
-            files.insert(path.mid(directory.size()), readFile(path));
-        }
-        return files;
-    }
-
-    static void putFiles(const QString &directory, const Files &files)
-    {
-        QDir(directory).removeRecursively();
-        QDir().mkpath(directory);
-        for (auto file = files.cbegin(); file != files.cend(); ++file) {
-            writeFile(directory + file.key(), file.value());
-        }
-    }
 
     Files entries() const { return store ? store->entries : filesBelow(entryPath()); }
     void setEntries(const Files &entries) const
@@ -145,47 +119,7 @@ class tst_cutoff : public QObject
         return TestDevice::sqlOnFile(place.filePath("d"), "SELECT v FROM t");
     }
 
-    /// Whether an entry holds what its line promises, or, of a dump, rows that were saved.
-    static bool isTrue(const ChecksumLine &line, QByteArray content)
-    {
-        const QTemporaryDir place;
-        const bool dump = line.kind() == "database";
-        if (!line.isPlainFile()) {
-            writeFile(place.filePath("e"), content);
-            content = TestDevice::shell("cd " + place.path() + "; zcat < e" +
-                                        (dump ? " | sqlite3 -bail d && sqlite3 d 'SELECT v FROM t'" : ""));
-        }
-        const QByteArray digest = QCryptographicHash::hash(content, QCryptographicHash::Md5).toHex();
-        return dump ? content == "old\n" || content == "new\n" : digest == line.digest().toUtf8();
-    }
-
-    /// The first line of a listed module on this device whose entry does not hold what it promises.
-    QString untrueLine() const
-    {
-        const Files held = entries();
-        LinesByModule lines;
-        for (const QString &module :
-             QString::fromUtf8(held["modules-list.sav"]).split('\n', Qt::SkipEmptyParts)) {
-            lines[module] = parseChecksumLines(held[module + ".cksum"]);
-        }
-        const SavedEntries names(lines);
-        for (auto module = lines.cbegin(); module != lines.cend(); ++module) {
-            for (const ChecksumLine &line :
-                 KnownModules::isInstalled(module.key()) ? *module : ChecksumLines()) {
-                const QByteArray entry = held[names.entry(module.key(), line)];
-                if (!line.digest().isEmpty() && !isTrue(line, entry)) {
-                    return module.key() + ":" + line.key();
-                }
-            }
-        }
-        return {};
-    }
-
-    static Files uncompressed(Files entries)
-    {
-        entries.removeIf([](const auto &entry) { return entry.key().endsWith(".gz"); });
-        return entries;
-    }
+    QString untrueEntry() const { return untrueLine(entries()); }
 
 private Q_SLOTS:
     void init()
@@ -214,17 +148,17 @@ private Q_SLOTS:
         const int requests = save();
         QCOMPARE(middleware.popups, QStringList());
         const Files wanted = entries();
-        QVERIFY(wanted != before && wanted["AMigration"] == "new" && untrueLine().isEmpty());
+        QVERIFY(wanted != before && wanted["AMigration"] == "new" && untrueEntry().isEmpty());
         for (int limit = 0; limit < requests; ++limit) {
             setEntries(before);
             save(limit);
             const QString place = QString("after %1: ").arg(limit);
-            QCOMPARE(place + untrueLine(), place);
+            QCOMPARE(place + untrueEntry(), place);
             QVERIFY(!middleware.popups.isEmpty());
             save();
             QCOMPARE(middleware.popups, QStringList());
             QCOMPARE(entries().keys(), wanted.keys());
-            QCOMPARE(place + untrueLine(), place);
+            QCOMPARE(place + untrueEntry(), place);
             QVERIFY2(uncompressed(entries()) == uncompressed(wanted), qPrintable(place));
             QVERIFY(filesBelow(live()) == data);
         }

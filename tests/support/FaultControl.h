@@ -4,51 +4,40 @@
 #include <atomic>
 #include <cstdint>
 
-/// What a test and the library that it has preloaded into the service and its children share in a file.
+/// What a test and the library that is preloaded into the service and its children share in a file.
 struct FaultControl
 {
-    enum Class {
-        OpenForReading,
-        OpenForWriting,
-        Read,
-        Write,
-        Sync,
-        Rename,
-        Remove,
-        MakeDirectory,
-        Connect,
-        classes
-    };
+    enum Class { OpenForReading, OpenForWriting, Read, Write, Sync, Rename, Remove, MakeDirectory, Connect };
 
-    std::array<char, 256> root;                   ///< calls count that concern what lies below
-    std::array<std::atomic<int>, classes> counts; ///< calls so far, of all processes
-    std::atomic<int> at = 0;                      ///< number of the call that is struck; 0 none
-    int struckClass = 0;
-    int error = 0;                 ///< that it fails with; 0: the service is killed at it
-    std::atomic<int> service = 0;  ///< process ID
-    std::array<char, 256> journal; ///< file that changes are recorded in, see `FaultEvent`; may be empty
+    std::array<char, 256> root;             ///< calls count that concern what lies below
+    std::array<std::atomic<int>, 9> counts; ///< calls so far, of all processes, by class
+    std::atomic<int> at;                    ///< number of the call that is struck; 0 none
+    int kind;                               ///< its class
+    int error;                              ///< that it fails with; 0: the service is killed at it
+    std::atomic<int> service;               ///< process ID
+    std::array<char, 256> journal;          ///< file that changes are recorded in; may be empty
 };
 
 /// The head of a recorded change; two texts of these lengths follow.
 struct FaultEvent
 {
-    enum Kind : std::uint32_t {
-        Created,         ///< an inode, with a name unless it has none yet
-        Linked,          ///< an inode to a name
-        Written,         ///< an inode, at an offset, the second text
-        Cut,             ///< an inode, to a length
-        Moved,           ///< the first name to the second
-        Exchanged,       ///< two names
-        Removed,         ///< a name
-        FileSynced,      ///< an inode
-        DirectorySynced, ///< the names in a directory
+    enum Kind {
+        Created,
+        Linked,
+        Written,
+        Cut,
+        Moved,
+        Exchanged,
+        Removed,
+        FileSynced,
+        DirectorySynced,
         AllSynced
     };
 
-    std::uint64_t inode;
-    std::int64_t offset;
     Kind kind;
-    std::uint32_t firstSize;
-    std::uint32_t secondSize;
-    std::uint32_t unused;
+    std::uint32_t firstSize; ///< of the name
+    std::uint32_t
+        secondSize; ///< of another name, or of the bytes written; a new file without a name has one, too
+    std::uint64_t inode;
+    std::int64_t offset; ///< of the bytes written, or where the file was cut
 };

@@ -76,13 +76,16 @@ bool concerns(const Text &path)
 /// True when the call has to fail.
 bool strikes(FaultControl::Class kind)
 {
-    if (++shared()->counts[kind] != shared()->at || kind != shared()->kind) {
+    const int count = ++shared()->counts[kind];
+    const bool reached =
+        shared()->at > 0 && (shared()->error < 0 ? count >= shared()->at : count == shared()->at);
+    if (!reached || kind != shared()->kind) {
         return false;
     }
     if (shared()->error == 0) {
         raw(SYS_kill, shared()->service.load(), SIGKILL);
     }
-    errno = shared()->error;
+    errno = std::abs(shared()->error);
     return errno != 0;
 }
 

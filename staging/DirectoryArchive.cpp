@@ -13,6 +13,7 @@
 #include <climits>
 #include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 using namespace std::chrono_literals;
 
@@ -44,14 +45,15 @@ public:
     {
         bool whole = true;
         while (whole && !pending.isEmpty()) {
-            whole = addDirectory(pending.takeLast());
+            const auto [parent, name] = pending.takeLast();
+            whole = addDirectory(parent + name);
         }
         return whole;
     }
 
 private:
     bool addDirectory(const QByteArray &below);
-    bool addEntry(const Descriptor &parent, const QByteArray &name, const QByteArray &below);
+    bool addEntry(const Descriptor &parent, const QByteArray &prefix, const QByteArray &name);
     bool addFile(const Descriptor &found, const QByteArray &below);
     bool addLink(const Descriptor &found, const QByteArray &below);
     bool leaveOut(QByteArrayList &list, const QByteArray &below);
@@ -66,7 +68,8 @@ private:
     QByteArray member;
     TarWriter &tar;
     DirectoryArchive &result;
-    QByteArrayList pending = {""}; ///< directories, by their paths below the top
+    /// Directories: the path of the parent, which all in it share, and the name.
+    QList<std::pair<QByteArray, QByteArray>> pending = {{QByteArray(), QByteArray()}};
     QByteArray portion = QByteArray(portionSize, Qt::Uninitialized);
     qsizetype entriesLeft = mostEntries;
 };
@@ -85,9 +88,9 @@ bool Walk::addDirectory(const QByteArray &below)
     result.bounded = entriesLeft >= 0;
     std::sort(names->begin(), names->end());
     const qsizetype before = pending.size();
+    const QByteArray prefix = below.isEmpty() ? QByteArray() : below + "/";
     for (const QByteArray &name : std::as_const(*names)) {
-        if (!result.bounded ||
-            !addEntry(opened.descriptor, name, below.isEmpty() ? name : below + "/" + name)) {
+        if (!result.bounded || !addEntry(opened.descriptor, prefix, name)) {
             return false;
         }
     }
@@ -95,8 +98,9 @@ bool Walk::addDirectory(const QByteArray &below)
     return true;
 }
 
-bool Walk::addEntry(const Descriptor &parent, const QByteArray &name, const QByteArray &below)
+bool Walk::addEntry(const Descriptor &parent, const QByteArray &prefix, const QByteArray &name)
 {
+    const QByteArray below = prefix + name;
     if (1 + memberOf(below).size() >= PATH_MAX) {
         result.bounded = false;
         return false;
@@ -107,7 +111,7 @@ bool Walk::addEntry(const Descriptor &parent, const QByteArray &name, const QByt
     }
     switch (found.status().st_mode & S_IFMT) {
     case S_IFDIR:
-        pending << below;
+        pending.emplaceBack(prefix, name);
         return true;
     case S_IFREG:
         return addFile(found, below);

@@ -25,10 +25,10 @@ Entry entryOf(const QByteArray &member, const struct stat &status)
 
 } // namespace
 
-/// What was not finished is not written any more.
+/// Only closing gives the buffer of what was not finished back.
 void TarWriter::Free::operator()(archive *writer) const
 {
-    archive_write_fail(writer);
+    archive_write_close(writer);
     archive_write_free(writer);
 }
 
@@ -41,6 +41,12 @@ TarWriter::TarWriter(const QString &path, std::function<bool()> mayGoOn)
             archive_write_open(tar.get(), this, nullptr, writeBlock, nullptr) == ARCHIVE_OK;
 }
 
+/// What was not finished is not written any more.
+TarWriter::~TarWriter()
+{
+    whole = false;
+}
+
 ssize_t TarWriter::writeBlock(archive *, void *self, const void *bytes, size_t size)
 {
     const QByteArrayView block(static_cast<const char *>(bytes), static_cast<qsizetype>(size));
@@ -50,7 +56,7 @@ ssize_t TarWriter::writeBlock(archive *, void *self, const void *bytes, size_t s
 bool TarWriter::store(QByteArrayView block)
 {
     hash.addData(block);
-    return mayGoOn() && target.write(block);
+    return whole && mayGoOn() && target.write(block);
 }
 
 bool TarWriter::add(const QByteArray &member, const struct stat &status)

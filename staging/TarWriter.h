@@ -21,6 +21,7 @@ class TarWriter
 public:
     /// `mayGoOn` is asked before each block of the tar; no more is written when it says no.
     TarWriter(const QString &path, std::function<bool()> mayGoOn);
+    ~TarWriter();
     TarWriter(const TarWriter &) = delete;
     TarWriter &operator=(const TarWriter &) = delete;
 
@@ -50,5 +51,5 @@ private:
     GzipWriter target;
     QCryptographicHash hash{QCryptographicHash::Md5};
     bool whole;
-    std::unique_ptr<archive, Free> tar;
+    std::unique_ptr<archive, Free> tar; ///< goes first: it uses the others
 };

@@ -1,7 +1,6 @@
 #include "staging/DatabaseDump.h"
 
 #include "commands/GzipWriter.h"
-#include "commands/ShellText.h"
 #include "commands/StreamedCommand.h"
 #include "platform/logger/VYXLogger.h"
 #include "staging/DumpStream.h"
@@ -131,13 +130,6 @@ bool dumpRows(Waiter &waiter, const QList<Selection> &selections, const QString 
     }
     whole = whole && arrived == *rows && target.write("COMMIT;\n");
     return target.finish() && whole;
-}
-
-QString checkLine(const QString &dump)
-{
-    return QString(
-               "gzip -t %1 && zcat %1 | awk '/^COMMIT;$/ {closed = 1} %2 END {exit !(closed && !failed)}'")
-        .arg(ShellText::quoted(dump), "/^ROLLBACK; -- due to errors$/ {failed = 1}");
 }
 
 } // namespace DatabaseDump

@@ -36,7 +36,4 @@ bool dumpRows(Waiter &waiter, const QList<Selection> &selections, const QString 
 /// A table's name as SQL: as it is when it is an ordinary identifier, else in double quotes.
 QString sqlIdentifier(const QString &table);
 
-/// A shell line that succeeds when a dump can be decompressed and its transaction was closed without errors.
-QString checkLine(const QString &dump);
-
 } // namespace DatabaseDump

@@ -78,7 +78,7 @@ private Q_SLOTS:
     {
         columns<QString, bool, QString>("arguments", "saved", "log");
         row("never stops", "--ignore-pause", false, "");
-        row("stops too late", "--pause-delay 4000", false,
+        row("stops too late", "--pause-delay 5000", false,
             "Module 'Slow' has paused too late and is resumed");
         row("the other is killed meanwhile", "--pause-delay 700", true, "");
     }

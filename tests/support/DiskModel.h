@@ -10,7 +10,12 @@
 /// was synced, and of the rest any part.
 class DiskModel
 {
-    using Names = QMap<QString, int>; ///< of files, to numbers
+    struct File
+    {
+        QByteArray content;
+        QByteArray synced;
+    };
+    using Names = QMap<QString, std::shared_ptr<File>>;
 
     struct Change
     {
@@ -28,9 +33,7 @@ class DiskModel
     };
 
     QString root;
-    QHash<quint64, int> numbers; ///< by inode
-    QList<QByteArray> contents;  ///< by number
-    QList<QByteArray> synced;
+    QHash<quint64, std::shared_ptr<File>> files; ///< by inode
     Names now;
     Names onDisk;
     QList<Change> pending;
@@ -56,13 +59,13 @@ class DiskModel
         change.perform(now);
         pending << change;
         for (auto name = change.made.cbegin(); name != change.made.cend(); ++name) {
-            if (contents[name.value()] != synced[name.value()]) {
+            if (name.value()->content != name.value()->synced) {
                 namedTooEarly.insert(name.key(), {});
             }
         }
     }
 
-    void sync(const QString &directory)
+    void syncNames(const QString &directory)
     {
         pending.removeIf([&](const Change &change) {
             const bool reached = directory.isNull() || change.directory == directory;
@@ -73,11 +76,11 @@ class DiskModel
         });
     }
 
-    static Files files(const Names &names, const QList<QByteArray> &contents)
+    static Files state(const Names &names, QByteArray File::*content)
     {
         Files files;
         for (auto name = names.cbegin(); name != names.cend(); ++name) {
-            files.insert(name.key(), contents[name.value()]);
+            files.insert(name.key(), (*name.value()).*content);
         }
         return files;
     }
@@ -86,20 +89,19 @@ public:
     /// What lies below the directory now is on the disk.
     explicit DiskModel(const QString &root) : root(root)
     {
-        for (const QString &name : filesBelow(root).keys()) {
+        const Files found = filesBelow(root);
+        for (auto file = found.cbegin(); file != found.cend(); ++file) {
             struct stat status = {};
-            stat(QFile::encodeName(root + name).constData(), &status);
-            now[name] = numbers[status.st_ino] = int(contents.size());
-            contents << readFile(root + name);
+            stat(QFile::encodeName(root + file.key()).constData(), &status);
+            files[status.st_ino] = std::make_shared<File>(File{file.value(), file.value()});
+            onDisk[file.key()] = now[file.key()] = files[status.st_ino];
         }
-        synced = contents;
-        onDisk = now;
     }
 
     Files namedTooEarly; ///< names that files took before what is in them was on the disk
 
     /// The files as they are, by their paths below the directory.
-    Files present() const { return files(now, contents); }
+    Files present() const { return state(now, &File::content); }
 
     /// Take the next change off a record.
     void take(QByteArray &record)
@@ -110,27 +112,21 @@ public:
         const QByteArray second = record.mid(qsizetype(sizeof event) + event.firstSize, event.secondSize);
         record.remove(0, qsizetype(sizeof event) + event.firstSize + event.secondSize);
         const bool makes = event.kind == FaultEvent::Created && (!now.contains(name) || !second.isEmpty());
-        if (makes || !numbers.contains(event.inode)) {
-            numbers[event.inode] = int(contents.size());
-            contents << QByteArray();
-            synced << QByteArray();
+        if (makes || !files.contains(event.inode)) {
+            files[event.inode] = std::make_shared<File>();
         }
-        const int number = numbers[event.inode];
-        QByteArray &content = contents[number];
+        const std::shared_ptr<File> file = files[event.inode];
         const QString directory = name.section('/', 0, -2);
         switch (event.kind) {
         case FaultEvent::Created:
         case FaultEvent::Linked:
-            if (second.isEmpty() && !now.contains(name)) {
-                note({directory, {}, {{name, number}}});
-            }
-            return;
+            return second.isEmpty() && !now.contains(name) ? note({directory, {}, {{name, file}}}) : void();
         case FaultEvent::Written:
-            content.resize(std::max<qsizetype>(content.size(), event.offset));
-            content.replace(event.offset, second.size(), second);
+            file->content.resize(std::max<qsizetype>(file->content.size(), event.offset));
+            file->content.replace(event.offset, second.size(), second);
             return;
         case FaultEvent::Cut:
-            return content.resize(event.offset);
+            return file->content.resize(event.offset);
         case FaultEvent::Moved:
         case FaultEvent::Exchanged:
             return note(renaming(name, QString::fromUtf8(second).mid(root.size()),
@@ -138,13 +134,15 @@ public:
         case FaultEvent::Removed:
             return note({directory, {name}, {}});
         case FaultEvent::FileSynced:
-            synced[number] = content;
+            file->synced = file->content;
             return;
         case FaultEvent::DirectorySynced:
-            return sync(name);
+            return syncNames(name);
         case FaultEvent::AllSynced:
-            synced = contents;
-            return sync({});
+            for (const auto &each : std::as_const(files)) {
+                each->synced = each->content;
+            }
+            return syncNames({});
         }
     }
 
@@ -163,7 +161,7 @@ public:
         }
         QList<Files> states;
         for (const Names &names : std::as_const(possible)) {
-            states << files(names, synced) << files(names, contents);
+            states << state(names, &File::synced) << state(names, &File::content);
         }
         return states;
     }

@@ -1,11 +1,11 @@
 #include "catalogue/ChecksumFile.h"
 
 #include "platform/logger/VYXLogger.h"
+#include "platform/WholeFile.h"
 
 #include <QBuffer>
 #include <QFile>
 #include <QHash>
-#include <QSaveFile>
 
 #include <algorithm>
 
@@ -160,18 +160,15 @@ std::optional<ChecksumLines> readChecksumFile(const QString &path, ChecksumSize 
 
 bool writeChecksumFile(const QString &path, const ChecksumLines &lines)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly)) {
-        return false;
-    }
     BoundedLines readable;
+    QByteArray text;
     for (const ChecksumLine &line : lines) {
-        const QByteArray text = line.text();
-        if (!readable.take(QByteArrayView(text).chopped(1))) {
+        const QByteArray one = line.text();
+        if (!readable.take(QByteArrayView(one).chopped(1))) {
             logError("Checksum file (%1) is not written: %2", path, readable.faultText());
             return false;
         }
-        file.write(text);
+        text += one;
     }
-    return file.commit();
+    return writeWholeFile(path, text);
 }

@@ -4,9 +4,9 @@
 #include "platform/Descriptor.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
+#include "platform/WholeFile.h"
 
 #include <QFile>
-#include <QSaveFile>
 #include <QStringList>
 
 #include <fcntl.h>
@@ -60,17 +60,15 @@ namespace PauseRecord {
 
 void write(const QList<std::pair<QString, QString>> &group)
 {
-    QSaveFile file(DevicePaths::pauseRecord());
-    bool written = file.open(QIODevice::WriteOnly);
+    QByteArray text;
     for (const auto &[module, pid] : group) {
         const QString startTime = startTimeOf(pid);
         if (!startTime.isEmpty()) {
-            const QByteArray line = QStringList{module, pid, startTime}.join('\t').toUtf8() + "\n";
-            written = written && file.write(line) == line.size();
+            text += QStringList{module, pid, startTime}.join('\t').toUtf8() + "\n";
         }
     }
-    if (!written || !file.commit()) {
-        logWarning("Could not note in '%1' who is asked to pause", file.fileName());
+    if (!writeWholeFile(DevicePaths::pauseRecord(), text)) {
+        logWarning("Could not note in '%1' who is asked to pause", DevicePaths::pauseRecord());
     }
 }
 

@@ -7,6 +7,7 @@
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
+#include "platform/WholeFile.h"
 #include "repository/RepositorySession.h"
 #include "restorable/KnownModules.h"
 #include "save/Upload.h"
@@ -14,7 +15,6 @@
 
 #include <QElapsedTimer>
 #include <QFile>
-#include <QSaveFile>
 #include <QSet>
 
 SaveOperation::SaveOperation(const OperationContext &context)
@@ -87,9 +87,9 @@ bool SaveOperation::prepare()
 bool SaveOperation::stageVersionFiles() const
 {
     for (const RestorableObject &object : context.modules.objects()) {
-        QSaveFile file(DevicePaths::staged(ItemNames::versionFileName(object.getName())));
+        const QString path = DevicePaths::staged(ItemNames::versionFileName(object.getName()));
         const QByteArray line = (object.getRelease() + "::" + object.getVersion() + "\n").toUtf8();
-        if (!file.open(QIODevice::WriteOnly) || file.write(line) != line.size() || !file.commit()) {
+        if (!writeWholeFile(path, line)) {
             return false;
         }
         logDebug("Saving version of module %1: %2::%3", object.getName(), object.getRelease(),

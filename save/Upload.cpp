@@ -5,12 +5,12 @@
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
+#include "platform/WholeFile.h"
 #include "repository/RepositorySession.h"
 #include "restorable/KnownModules.h"
 
 #include <QDir>
 #include <QFile>
-#include <QSaveFile>
 
 #include <utility>
 
@@ -93,11 +93,11 @@ void Upload::sendChecksumFile(const ChecksumSend &file)
 /// False, and a failure, when it could not be written.
 bool Upload::stageFile(const QString &entry, const QByteArray &text)
 {
-    QSaveFile file(DevicePaths::staged(entry));
-    if (file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.commit()) {
+    const QString path = DevicePaths::staged(entry);
+    if (writeWholeFile(path, text)) {
         return true;
     }
-    fail("'" + entry + "'", QString("'%1' could not be written").arg(file.fileName()));
+    fail("'" + entry + "'", QString("'%1' could not be written").arg(path));
     return false;
 }
 

@@ -150,6 +150,10 @@ std::optional<ChecksumLines> readChecksumFile(const QString &path, ChecksumSize 
         return std::nullopt;
     }
     const BoundedLines lines = linesOf(file, size);
+    if (file.error() != QFile::NoError) {
+        logError("Checksum file (%1) is refused: %2", path, file.errorString());
+        return std::nullopt;
+    }
     if (!lines.faultText().isEmpty()) {
         logError("Checksum file (%1) is refused: %2", path, lines.faultText());
         return std::nullopt;

@@ -72,5 +72,6 @@ std::optional<AttributesByKey> readAttributesFile(const QString &path, const Che
     for (const ChecksumLine &line : lines) {
         keys << line.key();
     }
-    return parseAttributes(file.readAll(), keys);
+    const QByteArray text = file.readAll();
+    return file.error() == QFile::NoError ? std::optional(parseAttributes(text, keys)) : std::nullopt;
 }

@@ -35,6 +35,9 @@ ModulesList readModulesList(const QString &path)
         return {{}, {}, file.errorString()};
     }
     const QByteArray text = file.read(largestModulesList + 1);
+    if (file.error() != QFile::NoError) {
+        return {{}, {}, file.errorString()};
+    }
     if (text.size() > largestModulesList) {
         return {{}, {}, QString("it has more than %1 bytes").arg(largestModulesList)};
     }

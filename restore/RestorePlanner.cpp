@@ -118,7 +118,9 @@ bool RestorePlanner::fetchVersion(const QString &module)
     QFile file(path);
     if (outcome.stored() && file.open(QIODevice::ReadOnly)) {
         modulePlans[module].version = SavedVersion::parse(QString::fromUtf8(file.readLine()).trimmed());
-        return true;
+        if (file.error() == QFile::NoError) {
+            return true;
+        }
     }
     if (outcome.kind == RequestOutcome::Failed) {
         noteFailure(QString("Could not fetch '%1' from the repository").arg(entry));

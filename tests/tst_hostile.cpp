@@ -110,7 +110,7 @@ class tst_hostile : public OperationTest
     QByteArray in(const QString &directory, const QString &line) const
     {
         return TestDevice::shell("cd '" + device->path(directory) +
-                                 "' && D=" + device->path("data/VYXApplication/A").mid(1) +
+                                 "' || exit; D=" + device->path("data/VYXApplication/A").mid(1) +
                                  " R=" + device->path("").chopped(1) + "; " + line);
     }
     /// All that there is beside the module's own data.
@@ -129,6 +129,14 @@ class tst_hostile : public OperationTest
                   "find . \\( -type d -o -type l \\) -printf '%p %y %l\\n' -o -name '*.data' -exec sh -c "
                   "'echo $1 $(sqlite3 -readonly $1 .dump | md5sum)' sh {} \\; -o -type f -exec md5sum {} +")
             .split('\n');
+    }
+    /// Whether the item is the file of the row's key, or a directory on the way to it: a plain file of the module
+    /// may have every name that stays among its data.
+    static bool isPromised(const QByteArray &item)
+    {
+        const QByteArray path = QByteArray(QTest::currentDataTag()).replace("key: ", "./");
+        return item == md5("saved").toUtf8() + "  " + path || item.startsWith(path + " ") ||
+               (item.endsWith(" d ") && path.startsWith(item.chopped(3) + "/"));
     }
 
 private Q_SLOTS:
@@ -183,7 +191,7 @@ private Q_SLOTS:
         QCOMPARE(everythingElse(), outside);
         const QByteArrayList found = items();
         for (const QByteArray &item : found) {
-            QVERIFY2(allowed.contains(item), item.constData());
+            QVERIFY2(allowed.contains(item) || isPromised(item), item.constData());
         }
         QVERIFY(found == saved || made != "rm -r w");
         QVERIFY(in("data/VYXApplication/A", "find . -perm /6000 -o -name '.saverestore*'").isEmpty());

@@ -48,7 +48,7 @@ bool passDump(Waiter &waiter, const QString &copy, const QString &pattern, DumpS
     const QStringList arguments = {"-init", "/dev/null", "-batch", copy, (".dump " + pattern).trimmed()};
     const CommandResult result = runStreamed(waiter, "sqlite3", arguments, dumpLimits,
                                              [&](QByteArrayView portion) { return stream.take(portion); });
-    return result.succeeded() && stream.complete();
+    return result.succeeded() && result.errorText.isEmpty() && stream.complete();
 }
 
 /// How many rows were selected in all; nothing when a table is missing or there is none.
@@ -92,11 +92,13 @@ QString sqlIdentifier(const QString &table)
     return "\"" + escaped + "\"";
 }
 
-bool dumpWhole(Waiter &waiter, const QString &copy, const QString &pragmas, const QString &dump)
+bool dumpWhole(Waiter &waiter, const QString &copy, qint64 objects, const QString &pragmas,
+               const QString &dump)
 {
     GzipWriter target(dump);
     DumpStream stream(target);
-    bool whole = passDump(waiter, copy, {}, stream);
+    // A shell that cannot read the schema prints a proper dump of nothing.
+    bool whole = passDump(waiter, copy, {}, stream) && stream.objects() >= objects;
     if (whole && !pragmas.isEmpty()) {
         whole = target.endMember() && target.write(pragmas.toUtf8() + '\n');
     }

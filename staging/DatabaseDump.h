@@ -23,8 +23,10 @@ struct Selection
 QList<Selection> selections(const SqlCommands &commands);
 
 /// Dump the whole copy, and in a gzip member of its own the pragmas, which a dump does not carry. False when
-/// the file is not a whole dump, here and below.
-bool dumpWhole(Waiter &waiter, const QString &copy, const QString &pragmas, const QString &dump);
+/// the file is not a whole dump, here and below; it has no fewer than this many tables, indexes, views and
+/// triggers.
+bool dumpWhole(Waiter &waiter, const QString &copy, qint64 objects, const QString &pragmas,
+               const QString &dump);
 
 /// Materialise the selected rows as the temporary table. What the command prints is not kept.
 CommandResult select(Waiter &waiter, const Selection &selection, const QString &copy);

@@ -37,6 +37,7 @@ QString fileNameOf(const QString &database)
 struct CopyState
 {
     bool sound = false;
+    qint64 objects = 0; ///< tables, indexes, views and triggers that a dump makes
     QString pragmas; ///< part of the content that ".dump" leaves out
 };
 
@@ -45,13 +46,15 @@ CopyState inspectCopy(Waiter &waiter, const QString &copy)
     const CommandResult result =
         runCommand(waiter, "sqlite3",
                    {copy, "PRAGMA quick_check(1); PRAGMA page_count; PRAGMA user_version; "
-                          "PRAGMA application_id;"});
+                          "PRAGMA application_id; SELECT count(*) FROM sqlite_master "
+                          "WHERE sql IS NOT NULL AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\';"});
     QStringList values = QString::fromUtf8(result.output).split('\n', Qt::SkipEmptyParts);
     const bool sound = !values.isEmpty() && values.takeFirst() == "ok";
     CopyState state;
     // A file that is cut off within its first page passes for an empty database.
-    state.sound = sound && result.succeeded() && values.size() == 3 &&
+    state.sound = sound && result.succeeded() && values.size() == 4 &&
                   (values.at(0) != "0" || QFileInfo(copy).size() == 0);
+    state.objects = values.value(3).toLongLong();
     if (values.value(1, "0") != "0") {
         state.pragmas += QString("PRAGMA user_version=%1;").arg(values.at(1).toInt());
     }
@@ -148,7 +151,7 @@ void DatabaseStaging::dump(const RestorableDatabase &database)
     if (!state.sound) {
         logError("Database '%1' of module '%2' is not sound: its last saved copy stays", name, module);
     } else if (database.getSqlCommands().isEmpty()) {
-        dumped = DatabaseDump::dumpWhole(waiter, copy, state.pragmas, dumpPath);
+        dumped = DatabaseDump::dumpWhole(waiter, copy, state.objects, state.pragmas, dumpPath);
     } else {
         dumped = dumpSelections(database, copy, dumpPath);
     }

@@ -14,6 +14,13 @@ const QByteArray firstLine = "PRAGMA foreign_keys=OFF;\n";
 const QByteArray closedTransaction = "COMMIT;\n";
 const QByteArray failedTransaction = "ROLLBACK; -- due to errors\n";
 
+/// What the shell prints where it could not read; it goes on behind it, to a proper end.
+bool tellsOfAnError(const QByteArray &line)
+{
+    return line.startsWith("/****** CORRUPTION ERROR") || line.startsWith("/****** ERROR: ") ||
+           line.startsWith("/**** ERROR: (");
+}
+
 } // namespace
 
 DumpStream::DumpStream(GzipWriter &target, QByteArray head, QByteArray replacement)
@@ -59,8 +66,11 @@ bool DumpStream::takePart(QByteArrayView part)
 
 bool DumpStream::decide()
 {
-    failed = failed || beginning == failedTransaction || (first && beginning != firstLine);
+    failed = failed || beginning == failedTransaction || tellsOfAnError(beginning) ||
+             (first && beginning != firstLine);
     first = false;
+    madeObjects += beginning.startsWith("CREATE ") || beginning.startsWith("INSERT INTO sqlite_schema(") ||
+                   beginning.startsWith("INSERT INTO sqlite_master(");
     passes = beginning.startsWith(head);
     if (!passes) {
         return true;

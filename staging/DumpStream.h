@@ -25,6 +25,9 @@ public:
     /// How many lines were passed on.
     qint64 lines() const { return passedLines; }
 
+    /// How many lines make a table, an index, a view or a trigger; a text can have such lines, too.
+    qint64 objects() const { return madeObjects; }
+
 private:
     bool takePart(QByteArrayView part);
     bool decide();
@@ -39,4 +42,5 @@ private:
     bool failed = false;
     bool first = true;
     qint64 passedLines = 0;
+    qint64 madeObjects = 0;
 };

@@ -38,7 +38,7 @@ struct CopyState
 {
     bool sound = false;
     qint64 objects = 0; ///< tables, indexes, views and triggers that a dump makes
-    QString pragmas; ///< part of the content that ".dump" leaves out
+    QString pragmas;    ///< part of the content that ".dump" leaves out
 };
 
 CopyState inspectCopy(Waiter &waiter, const QString &copy)

@@ -1,5 +1,6 @@
 #include "staging/DirectoryArchive.h"
 
+#include "catalogue/ItemNames.h"
 #include "platform/Beneath.h"
 #include "platform/core/Waiter.h"
 #include "staging/TarWriter.h"
@@ -71,6 +72,7 @@ private:
     /// Directories: the path of the parent, which all in it share, and the name.
     QList<std::pair<QByteArray, QByteArray>> pending = {{QByteArray(), QByteArray()}};
     QByteArray portion = QByteArray(portionSize, Qt::Uninitialized);
+    QByteArray ownPrefix = QFile::encodeName(ItemNames::ownPrefix());
     qsizetype entriesLeft = mostEntries;
 };
 
@@ -100,6 +102,9 @@ bool Walk::addDirectory(const QByteArray &below)
 
 bool Walk::addEntry(const Descriptor &parent, const QByteArray &prefix, const QByteArray &name)
 {
+    if (name.startsWith(ownPrefix)) {
+        return true; // what a restore that was cut off left behind is no data, and would not be restored
+    }
     const QByteArray below = prefix + name;
     if (1 + memberOf(below).size() >= PATH_MAX) {
         result.bounded = false;

@@ -320,7 +320,7 @@ private Q_SLOTS:
         QFETCH(bool, server);
         const QByteArray which = qgetenv("FAULTS");
         const int given = qEnvironmentVariableIntValue("SEED");
-        const int seed = given != 0 ? given : int(QDateTime::currentSecsSinceEpoch() % 100000);
+        const int seed = given != 0 ? given : 1;
         QRandomGenerator chance(seed);
         qInfo("SEED=%d", seed);
         QVERIFY((device && onServer == server) || prepare(server));

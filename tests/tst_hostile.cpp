@@ -130,8 +130,8 @@ class tst_hostile : public OperationTest
                   "'echo $1 $(sqlite3 -readonly $1 .dump | md5sum)' sh {} \\; -o -type f -exec md5sum {} +")
             .split('\n');
     }
-    /// Whether the item is the file of the row's key, or a directory on the way to it: a plain file of the module
-    /// may have every name that stays among its data.
+    /// Whether the item is the file of the row's key, or a directory on the way to it: a plain file of the
+    /// module may have every name that stays among its data.
     static bool isPromised(const QByteArray &item)
     {
         const QByteArray path = QByteArray(QTest::currentDataTag()).replace("key: ", "./");

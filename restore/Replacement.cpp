@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cstdio>
 #include <fcntl.h>
 #include <grp.h>
@@ -49,6 +50,12 @@ void removeSideFiles(const QString &path)
     }
 }
 
+bool hasSideFiles(const QString &path)
+{
+    return std::ranges::any_of(Replacement::sideSuffixes,
+                               [&](const char *suffix) { return statusOf(path + suffix).has_value(); });
+}
+
 QString readyPath(const QString &path)
 {
     const QFileInfo info(path);
@@ -85,6 +92,9 @@ Replacement::~Replacement()
 {
     TreeAccess::removeAll(path());
     removeSideFiles(path());
+    if (statusOf(path()) || hasSideFiles(path())) {
+        logWarning("'%1' could not be removed: the next start of the service removes it", path());
+    }
     while (!madeParents.isEmpty()) {
         QDir().rmdir(madeParents.takeLast());
     }
@@ -243,10 +253,6 @@ bool Replacement::complete(const QString &livePath)
         return false;
     }
     removeSideFiles(livePath);
-    for (const char *suffix : sideSuffixes) {
-        if (statusOf(livePath + suffix)) {
-            return false;
-        }
-    }
-    return syncFileSystem(directory) && move(readyPath(livePath), livePath) && syncFileSystem(directory);
+    return !hasSideFiles(livePath) && syncFileSystem(directory) && move(readyPath(livePath), livePath) &&
+           syncFileSystem(directory);
 }

@@ -19,7 +19,7 @@ closure() {
 }
 
 # What is called so below the folders of the project that belong to the house.
-found() { find . \( -path './.?*' -o -path ./build -o -path ./tests -o -path ./fuzz \) -prune -o -name "$1" -print | cut -c 3-; }
+found() { find . \( -path './.?*' -o -path ./build -o -path ./tests -o -path ./fuzz -o -path ./bench \) -prune -o -name "$1" -print | cut -c 3-; }
 
 # Each include of a file of the project, as "file included".
 includes() {

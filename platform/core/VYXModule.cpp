@@ -10,6 +10,7 @@
 #include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
 #include <QDBusReply>
+#include <QElapsedTimer>
 
 #include <csignal>
 #include <cstdio>
@@ -156,7 +157,10 @@ void VYXModule::pauseOnRequest(const VYXEvent &event)
     preSaveForSaveRestore();
     notifyEvent("stop_save_restore_OK", {{"ModuleName", moduleName}});
     flushBus();
+    QElapsedTimer timer;
+    timer.start();
     kill(getpid(), SIGSTOP);
+    logDebug("Was paused for %1 us", timer.nsecsElapsed() / 1000);
 }
 
 void VYXModule::reportReset(const QString &event, bool needReboot)

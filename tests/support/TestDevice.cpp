@@ -153,7 +153,7 @@ std::unique_ptr<QProcess> TestDevice::launch(const QString &program, const QStri
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("VYX_DEVICE_ROOT", directory.path());
     environment.insert("DBUS_SYSTEM_BUS_ADDRESS", address);
-    environment.insert("VYX_LOG_LEVEL", "7");
+    environment.insert("VYX_LOG_LEVEL", qEnvironmentVariable("VYX_LOG_LEVEL", "7"));
     process->setProcessEnvironment(environment);
     process->setStandardErrorFile(path(log));
     process->setStandardOutputFile(QProcess::nullDevice());

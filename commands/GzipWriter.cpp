@@ -50,22 +50,11 @@ bool GzipWriter::endMember()
     if (whole && !plain.isEmpty()) {
         const size_t size = libdeflate_gzip_compress(compressor.get(), plain.constData(), plain.size(),
                                                      compressed.data(), compressed.size());
-        whole = size > 0 && store(QByteArrayView(compressed.constData(), static_cast<qsizetype>(size)));
+        whole =
+            size > 0 && writeAll(file, QByteArrayView(compressed.constData(), static_cast<qsizetype>(size)));
         plain.resize(0);
     }
     return whole;
-}
-
-bool GzipWriter::store(QByteArrayView bytes)
-{
-    while (!bytes.isEmpty()) {
-        const ssize_t count = TEMP_FAILURE_RETRY(::write(file.number(), bytes.data(), bytes.size()));
-        if (count <= 0) {
-            return false;
-        }
-        bytes = bytes.sliced(count);
-    }
-    return true;
 }
 
 bool GzipWriter::finish()

@@ -29,8 +29,6 @@ public:
     bool finish();
 
 private:
-    bool store(QByteArrayView bytes);
-
     struct Free
     {
         void operator()(libdeflate_compressor *compressor) const;

@@ -19,6 +19,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
+constexpr auto firstPeriod = 1ms;
 constexpr auto settleLimit = 5s;
 constexpr auto settlePollPause = 20ms;
 constexpr int lateResumeTries = 20;
@@ -82,18 +83,34 @@ Pause PauseKeeper::stopModules(const PauseGroup &group, bool save, Waiter &waite
     ask(save);
     const QString names = namesOf(current).join(", ");
     logInfo("Wait for modules to be paused (%1)", names);
-    for (int poll = 0; !areModulesPaused(); ++poll) {
-        if (poll == limits.polls || !waiter.dispatchEventsFor(limits.pollPeriod)) {
-            logWarning("Failed to stop all modules for save/restore");
-            if (waiter.endReason() == Waiter::End::ProcessEnds) {
-                settlePausedModules();
-            }
-            unstopModules();
-            return Pause(nullptr);
-        }
+    if (waitForModules(waiter)) {
+        logInfo("All modules paused, ready to save/restore");
+        return Pause(this);
     }
-    logInfo("All modules paused, ready to save/restore");
-    return Pause(this);
+    logWarning("Failed to stop all modules for save/restore");
+    if (waiter.endReason() == Waiter::End::ProcessEnds) {
+        settlePausedModules();
+    }
+    unstopModules();
+    return Pause(nullptr);
+}
+
+/// A module stops a moment after it has said so: they are looked at then, soon after, and less and less
+/// often.
+bool PauseKeeper::waitForModules(Waiter &waiter)
+{
+    const QDeadlineTimer deadline(limits.patience);
+    std::chrono::milliseconds period = firstPeriod;
+    while (!areModulesPaused()) {
+        hasHeard = false;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline.remainingTimeAsDuration());
+        const WaitOutcome outcome = waiter.waitUntil([this] { return hasHeard; }, std::min(period, left));
+        if (outcome == WaitOutcome::Ended || deadline.hasExpired()) {
+            return false;
+        }
+        period = outcome == WaitOutcome::Met ? firstPeriod : std::min(2 * period, limits.pollPeriod);
+    }
+    return true;
 }
 
 void PauseKeeper::ask(bool save)
@@ -188,6 +205,7 @@ void PauseKeeper::moduleStopForSaveRestore(const VYXEvent &evt)
         return;
     }
     const bool found = findProcess(module);
+    hasHeard = true;
     if (!isInGroup(module)) {
         resumeLateModule(module, asked.value(module), lateResumeTries);
         return;

@@ -19,11 +19,12 @@ class Waiter;
 /// Modules with their process ids as text.
 using PauseGroup = QList<std::pair<QString, QString>>;
 
-/// How long modules are waited for.
+/// How modules are waited for.
 struct PauseLimits
 {
+    /// The longest time between two looks at their states.
     std::chrono::milliseconds pollPeriod = std::chrono::milliseconds(500);
-    int polls = 500;
+    std::chrono::milliseconds patience = 500 * pollPeriod;
 };
 
 /// Modules that are stopped. Who holds it has them stopped, and its end resumes them.
@@ -49,9 +50,9 @@ private:
 /// Pauses and resumes modules, and keeps account of who was asked, so that nobody stays stopped.
 ///
 /// A module is asked by the event "stop_save_restore", says so by "stop_save_restore_OK" and stops its own
-/// process; the keeper watches its state in /proc and resumes it with SIGCONT. It outlives the operations: a
-/// module that stops after its group was given up is resumed as soon as it is seen, and who is asked is noted
-/// on disk for the next start. One group at a time is paused.
+/// process; the keeper looks at its state in /proc then, and again and again, and resumes it with SIGCONT. It
+/// outlives the operations: a module that stops after its group was given up is resumed as soon as it is
+/// seen, and who is asked is noted on disk for the next start. One group at a time is paused.
 class PauseKeeper : public QObject
 {
     Q_OBJECT
@@ -73,6 +74,7 @@ private:
 
     void ask(bool save);
     bool areModulesPaused() const;
+    bool waitForModules(Waiter &waiter);
     void settlePausedModules() const;
     void unstopModules();
     void moduleStopForSaveRestore(const VYXEvent &evt);
@@ -83,5 +85,6 @@ private:
     Middleware &middleware;
     PauseLimits limits;
     PauseGroup current;            ///< the group that is being paused or is paused
+    bool hasHeard = false;         ///< a module of it has said that it pauses, since they were looked at
     QHash<QString, QString> asked; ///< process id of every module that was ever asked
 };

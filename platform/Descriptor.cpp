@@ -41,6 +41,18 @@ std::optional<QByteArrayList> namesIn(const Descriptor &directory, qsizetype mos
     return errno == 0 ? std::optional(names) : std::nullopt;
 }
 
+bool writeAll(const Descriptor &file, QByteArrayView bytes)
+{
+    while (!bytes.isEmpty()) {
+        const ssize_t count = TEMP_FAILURE_RETRY(write(file.number(), bytes.data(), bytes.size()));
+        if (count <= 0) {
+            return false;
+        }
+        bytes = bytes.sliced(count);
+    }
+    return true;
+}
+
 Descriptor openedForReading(const Descriptor &found)
 {
     if (!S_ISREG(found.status().st_mode)) {

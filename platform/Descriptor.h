@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArrayList>
+#include <QByteArrayView>
 
 #include <limits>
 #include <optional>
@@ -41,6 +42,9 @@ private:
 /// it cannot be read so far.
 std::optional<QByteArrayList> namesIn(const Descriptor &directory,
                                       qsizetype most = std::numeric_limits<qsizetype>::max());
+
+/// False when not all could be written.
+bool writeAll(const Descriptor &file, QByteArrayView bytes);
 
 /// What was found with O_PATH, opened for reading: that very file, whatever its path names meanwhile. Not
 /// open when it is no regular file, which is then left alone, or cannot be read.

@@ -1,12 +1,27 @@
 #include "platform/WholeFile.h"
 
-#include <QSaveFile>
+#include "platform/Descriptor.h"
 
-/// What is still in the file's buffer has to be written first: `commit` does not tell when that fails, and
-/// puts what there is in place.
+#include <QFile>
+
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
 bool writeWholeFile(const QString &path, const QByteArray &content)
 {
-    QSaveFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.flush() &&
-           file.commit();
+    const QByteArray name = QFile::encodeName(path);
+    const QByteArray fresh = name + ".new";
+    constexpr mode_t usual = 0666;
+    Descriptor file(open(fresh.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, usual));
+    if (!file.isOpen()) {
+        return false;
+    }
+    const bool written = writeAll(file, content);
+    const bool closed = close(file.release()) == 0;
+    const bool replaced = written && closed && std::rename(fresh.constData(), name.constData()) == 0;
+    if (!replaced) {
+        unlink(fresh.constData());
+    }
+    return replaced;
 }

@@ -8,7 +8,7 @@ int main(int argc, char **argv)
     VYXApplication application(argc, argv);
     VYXApplication::setApplicationName("VYXSaveRestore");
     VYXSaveRestore::instance(
-        {.pause = {.pollPeriod = 10ms, .polls = 200}, .defaultReset = 1s, .factoryReset = 2s});
+        {.pause = {.pollPeriod = 10ms, .patience = 2s}, .defaultReset = 1s, .factoryReset = 2s});
     const int status = VYXApplication::exec();
     delete VYXSaveRestore::instance();
     return status;

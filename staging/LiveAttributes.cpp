@@ -3,6 +3,7 @@
 #include "catalogue/SavedItem.h"
 #include "platform/Beneath.h"
 #include "platform/DevicePaths.h"
+#include "platform/logger/VYXLogger.h"
 
 #include <QFile>
 #include <QHash>
@@ -59,6 +60,12 @@ AttributesByKey liveAttributes(const QString &module, const ChecksumLines &lines
         }
         const QByteArray path = QFile::encodeName(item->livePath().mid(root.size() + 1));
         const Beneath::Opened file = data.openRegular(path);
+        if (file.state == Beneath::State::Unreadable) {
+            logWarning(
+                "Owner, permissions and time of '%1' of module '%2' cannot be read: those that were saved "
+                "before stay",
+                line.key(), module);
+        }
         if (file.descriptor.isOpen()) {
             const struct stat status = file.descriptor.status();
             attributes[line.key()] = {status.st_mode & ACCESSPERMS, known(users, status.st_uid, userName),

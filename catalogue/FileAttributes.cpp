@@ -2,8 +2,6 @@
 
 #include <QFile>
 
-#include <algorithm>
-
 namespace {
 
 constexpr quint32 permissionBits = 0777;
@@ -13,6 +11,12 @@ struct Line
     QString key;
     FileAttributes attributes;
 };
+
+/// What is no UTF-8 would become longer when it is written again.
+bool isName(const QByteArray &name)
+{
+    return name.size() <= longestOwnerName && QString::fromUtf8(name).toUtf8() == name;
+}
 
 std::optional<Line> parseLine(const QByteArray &text)
 {
@@ -24,8 +28,7 @@ std::optional<Line> parseLine(const QByteArray &text)
     bool isTime = false;
     const quint32 mode = fields.at(1).toUInt(&isMode, 8);
     const qint64 modified = fields.at(4).toLongLong(&isTime);
-    const bool fits = std::max(fields.at(2).size(), fields.at(3).size()) <= longestOwnerName;
-    if (!isMode || !isTime || !fits || mode > permissionBits) {
+    if (!isMode || !isTime || !isName(fields.at(2)) || !isName(fields.at(3)) || mode > permissionBits) {
         return std::nullopt;
     }
     return Line{QString::fromUtf8(fields.at(0)),

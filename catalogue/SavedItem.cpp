@@ -33,7 +33,8 @@ std::optional<SavedItem> SavedItem::parse(const QString &module, const ChecksumL
         return std::nullopt;
     }
     const QString path = key.mid(module.size() + 1).chopped(suffix.size());
-    if (path.isEmpty() || path.endsWith('/') || (database && path.contains('/'))) {
+    // Without its suffix a component can have become "." or nothing.
+    if (path.isEmpty() || ItemNames::normalizedItemPath(path) != path || (database && path.contains('/'))) {
         return std::nullopt;
     }
     return SavedItem(database ? DatabaseItem : DirectoryItem, module, path, line.priority());

@@ -41,7 +41,8 @@ const QStringList keys = {"../B/f",
                           "A/out.tar",
                           "A/out/x.tar",
                           "A/.saverestore-aside..tar",
-                          "A//etc.tar"};
+                          "A//etc.tar",
+                          "A/..tar"};
 
 void controlFiles()
 {

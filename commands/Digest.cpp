@@ -1,9 +1,10 @@
 #include "commands/Digest.h"
 
-#include "commands/Portions.h"
+#include "platform/core/Waiter.h"
 #include "platform/Descriptor.h"
 
 #include <QCryptographicHash>
+#include <QDeadlineTimer>
 #include <QFile>
 
 #include <fcntl.h>
@@ -11,26 +12,35 @@
 
 using namespace std::chrono_literals;
 
-QString fileDigest(Waiter &waiter, const Descriptor &file)
+namespace {
+
+constexpr qsizetype portionSize = qsizetype{256} * 1024;
+
+} // namespace
+
+QString fileDigest(const Waiter &waiter, const Descriptor &file)
 {
     if (!file.isOpen()) {
         return {};
     }
+    const QDeadlineTimer deadline(30s);
     QCryptographicHash hash(QCryptographicHash::Md5);
-    QByteArray portion(qsizetype{1024} * 1024, Qt::Uninitialized);
-    const bool whole = runInPortions(waiter, 30s, [&] {
+    QByteArray portion(portionSize, Qt::Uninitialized);
+    while (!waiter.mustEnd() && !deadline.hasExpired()) {
         const ssize_t count = TEMP_FAILURE_RETRY(read(file.number(), portion.data(), portion.size()));
         if (count <= 0) {
-            return count == 0 ? Portion::Last : Portion::Failed;
+            return count == 0 ? QString::fromLatin1(hash.result().toHex()) : QString();
         }
         hash.addData(QByteArrayView(portion.constData(), count));
-        return Portion::More;
-    });
-    return whole ? QString::fromLatin1(hash.result().toHex()) : QString();
+    }
+    return {};
 }
 
 QString fileDigest(Waiter &waiter, const QString &path)
 {
     const Descriptor found(open(QFile::encodeName(path).constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    return fileDigest(waiter, openedForReading(found));
+    const Descriptor file = openedForReading(found);
+    QString digest;
+    waiter.runBeside([&] { digest = fileDigest(std::as_const(waiter), file); });
+    return digest;
 }

@@ -34,6 +34,7 @@ bool RestorePlanner::getFromRepository()
         }
     }
     saved.emplace(savedLines);
+    stage();
     for (const QString &module : modulePlans.keys()) {
         planModule(module);
     }
@@ -148,11 +149,15 @@ bool RestorePlanner::fetchAttributes(const QString &module)
 }
 
 /// The save's own steps, so that equal data have equal digests.
-void RestorePlanner::stage(const QString &module)
+void RestorePlanner::stage()
 {
-    staging.copyDatabasesIntoTemp({module});
+    const QStringList modules = modulePlans.keys();
+    for (const QString &module : modules) {
+        staging.copyDatabasesIntoTemp({module});
+        staging.stageDatabases({module});
+    }
     for (const auto priority : {RestorableOrder::high, RestorableOrder::normal, RestorableOrder::low}) {
-        staging.stageFiles({module}, priority);
+        staging.stageFiles(modules, priority);
     }
 }
 
@@ -161,7 +166,6 @@ void RestorePlanner::planModule(const QString &module)
     if (context.waiter.mustEnd()) {
         return;
     }
-    stage(module);
     // Of what is on the device alone, and of what the repository does not vouch for, nothing can be restored.
     ChecksumLines promised = savedLines.value(module);
     promised.removeIf([](const ChecksumLine &line) { return line.digest().isEmpty(); });

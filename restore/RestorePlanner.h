@@ -62,7 +62,7 @@ private:
     void planModule(const QString &module);
     std::optional<PlannedItem> planItem(const SavedItem &item, const QString &digest, const QString &entry);
     std::optional<FileAttributes> attributesOf(const SavedItem &item) const;
-    void stage(const QString &module);
+    void stage();
     void noteFailure(const QString &text);
 
     const OperationContext &context;

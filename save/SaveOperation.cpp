@@ -35,11 +35,15 @@ bool SaveOperation::startSaveOnRepository()
         return false;
     }
     logInfo("Start saving operations");
-    if (!prepare() || !runPasses() || context.isBrokenOff("backup")) {
+    if (!prepare()) {
+        return false;
+    }
+    const PreviousState previous = PreviousState::fetch(*session, context.modules);
+    if (context.isBrokenOff("backup") || !stage(previous) || context.isBrokenOff("backup")) {
         return false;
     }
     logDebug("Send data to repository");
-    postOnRepository();
+    postOnRepository(previous);
     if (context.isBrokenOff("backup")) {
         return false;
     }
@@ -98,6 +102,13 @@ bool SaveOperation::stageVersionFiles() const
     return true;
 }
 
+/// Nothing is staged when nothing may be stored.
+bool SaveOperation::stage(const PreviousState &previous)
+{
+    staging.makeArtefacts(previous.lines);
+    return !previous.isUsable || runPasses();
+}
+
 bool SaveOperation::runPasses()
 {
     const Priorities &priorities = context.priorities;
@@ -132,15 +143,15 @@ bool SaveOperation::startSaveOnRepositoryForPriority(RestorableObject::Restorabl
         if (high && !stageGroupDatabases(group, modules)) {
             return false;
         }
-        logDebug("Saving files (%1)", priorityName(priority));
-        staging.stageFiles(modules, priority);
-        logDebug("Saving done");
         if (high) {
             logDebug("Saving migration binaries");
             saveMigrationBinaries(modules);
             logDebug("Saving done");
         }
     }
+    logDebug("Saving files (%1)", priorityName(priority));
+    staging.stageFiles(done.values(), priority);
+    logDebug("Saving done");
     return true;
 }
 
@@ -161,7 +172,7 @@ bool SaveOperation::stageGroupDatabases(const QStringList &group, const QStringL
     }
     logDebug("Unstopping done");
     logDebug("Saving databases");
-    staging.dumpDatabases(modules);
+    staging.stageDatabases(modules);
     logDebug("Saving done");
     return true;
 }
@@ -203,9 +214,9 @@ bool SaveOperation::isMigrationProgramNewer(const QString &module)
     return false;
 }
 
-void SaveOperation::postOnRepository()
+void SaveOperation::postOnRepository(const PreviousState &previous)
 {
-    Upload upload(*session, context.modules, context.waiter,
+    Upload upload(*session, context.modules, context.waiter, previous,
                   {staging.lines(), context.priorities, migrationPrograms});
     upload.postOnRepository();
     const QList<UploadFailure> &failures = upload.failures();

@@ -10,6 +10,7 @@
 #include <optional>
 
 class RepositorySession;
+struct PreviousState;
 
 /// One save, from the checks at its beginning to the report of its upload. Everything that belongs to the run
 /// is in it.
@@ -29,13 +30,14 @@ public:
 private:
     bool isPossible();
     bool prepare();
+    bool stage(const PreviousState &previous);
     bool stageVersionFiles() const;
     bool runPasses();
     bool startSaveOnRepositoryForPriority(RestorableObject::RestorablePriority priority);
     bool stageGroupDatabases(const QStringList &group, const QStringList &modules);
     void saveMigrationBinaries(const QStringList &modules);
     bool isMigrationProgramNewer(const QString &module);
-    void postOnRepository();
+    void postOnRepository(const PreviousState &previous);
 
     OperationContext context;
     std::unique_ptr<RepositorySession> session;

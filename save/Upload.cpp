@@ -22,20 +22,21 @@ SendResult Upload::resultOf(const RequestOutcome &outcome)
     return outcome.entryUntouched ? SendResult::Untouched : SendResult::Unknown;
 }
 
-Upload::Upload(RepositorySession &session, const KnownModules &modules, Waiter &waiter, StagedData staged)
-    : session(session), modules(modules), waiter(waiter), staged(std::move(staged))
+Upload::Upload(RepositorySession &session, const KnownModules &modules, Waiter &waiter,
+               const PreviousState &previous, StagedData staged)
+    : session(session), modules(modules), waiter(waiter), previous(previous), staged(std::move(staged)),
+      unfinished(previous.unknown), failed(previous.failures)
 {
 }
 
 void Upload::postOnRepository()
 {
-    if (!fetchPreviousList()) {
+    if (!previous.isUsable) {
         return;
     }
     for (const auto phase :
-         {&Upload::fetchPreviousState, &Upload::makePlan, &Upload::sendHeldChecksumFiles, &Upload::sendData,
-          &Upload::removeDeletedFiles, &Upload::sendUnchangedChecksumFiles, &Upload::sendFinalChecksumFiles,
-          &Upload::sendVersionFiles}) {
+         {&Upload::makePlan, &Upload::sendHeldChecksumFiles, &Upload::sendData, &Upload::removeDeletedFiles,
+          &Upload::sendUnchangedChecksumFiles, &Upload::sendFinalChecksumFiles, &Upload::sendVersionFiles}) {
         if (waiter.mustEnd()) {
             return;
         }
@@ -125,7 +126,7 @@ void Upload::removeDeletedFiles()
     logDebug("Remove deleted files");
     if (!plan->settle()) {
         fail("the checksum files", "what they may promise depends on a module that could not be saved");
-        unfinished += QSet<QString>(previousLines.keyBegin(), previousLines.keyEnd());
+        unfinished += QSet<QString>(previous.lines.keyBegin(), previous.lines.keyEnd());
         return;
     }
     QList<EntryRemoval> failing;
@@ -150,7 +151,7 @@ void Upload::sendUnchangedChecksumFiles()
     QList<ChecksumSend> files;
     for (const QString &module : staged.lines.keys()) {
         if (!unfinished.contains(module) && plan->isFinal(module)) {
-            files << ChecksumSend{module, previousLines.value(module)};
+            files << ChecksumSend{module, previous.lines.value(module)};
         }
     }
     sendChecksumFiles(files);
@@ -168,7 +169,7 @@ void Upload::sendVersionFiles()
 {
     logDebug("Send version files to repository");
     // Names of what is not known depend on the list: it stays as it is then.
-    QStringList names = unknown.isEmpty() ? listed : listed + gone;
+    QStringList names = previous.unknown.isEmpty() ? previous.listed : previous.listed + previous.gone;
     for (const RestorableObject &object : modules.objects()) {
         if (unfinished.contains(object.getName())) {
             continue;
@@ -176,7 +177,7 @@ void Upload::sendVersionFiles()
         // Other modules' entries can depend on the list, so a module is on it even without its version.
         const QString entry = ItemNames::versionFileName(object.getName());
         sendFile(DevicePaths::staged(entry), entry, [](SendResult) {});
-        if (unknown.isEmpty() && !names.contains(object.getName())) {
+        if (previous.unknown.isEmpty() && !names.contains(object.getName())) {
             names << object.getName();
         }
     }

@@ -3,6 +3,7 @@
 #include "catalogue/FileAttributes.h"
 #include "catalogue/Priorities.h"
 #include "save/CompletedLines.h"
+#include "save/PreviousState.h"
 #include "save/UploadPlan.h"
 
 #include <QList>
@@ -18,13 +19,6 @@ class RepositorySession;
 struct RequestOutcome;
 class Waiter;
 
-/// Something that an upload could not do.
-struct UploadFailure
-{
-    QString what; ///< the item or entry
-    QString text; ///< why
-};
-
 /// What a save has staged.
 struct StagedData
 {
@@ -35,15 +29,13 @@ struct StagedData
 
 /// Brings what was staged into the repository, in phases:
 ///
-///  1. the modules list and the checksum files as they were saved last are fetched,
-///  2. modules with changes get a checksum file that promises their
-///  unchanged items alone; where names of
+///  1. modules with changes get a checksum file that promises their unchanged items alone; where names of
 ///     entries change, the digests concerned go first,
-///  3. the attributes of files are stored, then new and changed items and migration programs,
-///  4. entries that nobody uses any more are removed,
-///  5. the whole checksum files are stored, digests of items whose entries have just changed their names
-///  last,
-///  6. then version files and the modules list, and the digests that depended on who is on it.
+///  2. the attributes of files are stored, then new and changed items and migration programs,
+///  3. entries that nobody uses any more are removed,
+///  4. the whole checksum files are stored, digests of items whose entries have just changed their names
+///     last,
+///  5. then version files and the modules list, and the digests that depended on who is on it.
 ///
 /// Requests of a phase are submitted together. It is over when the outcome of each is known, and the next one
 /// goes on only for the modules for which it has succeeded. An item that fails keeps the line of what the
@@ -53,7 +45,8 @@ class Upload
 {
 public:
     /// All must outlive the upload.
-    Upload(RepositorySession &session, const KnownModules &modules, Waiter &waiter, StagedData staged);
+    Upload(RepositorySession &session, const KnownModules &modules, Waiter &waiter,
+           const PreviousState &previous, StagedData staged);
 
     void postOnRepository();
 
@@ -67,11 +60,7 @@ private:
         QString source; ///< local file
     };
 
-    bool fetchPreviousList();
-    void fetchPreviousState();
-    bool fetchPreviousAttributes(const QString &module, const ChecksumLines &lines);
     AttributesByKey attributesOf(const QString &module, const QSet<QString> &sent) const;
-    void fetchPreviousLines(const QString &module, ChecksumSize &size);
     CompletedLines completedLines(const QString &module, ChecksumSize &size);
     void makePlan();
     void sendHeldChecksumFiles();
@@ -99,13 +88,9 @@ private:
     RepositorySession &session;
     const KnownModules &modules;
     Waiter &waiter;
+    const PreviousState &previous;
     StagedData staged;
-    QStringList listed;    ///< modules on the repository's list that the device still has
-    QStringList gone;      ///< modules on that list that the device has no more
-    QSet<QString> unknown; ///< modules whose saved lines are not known
-    LinesByModule previousLines;
     QMap<QString, QSet<QString>> takenOver;
-    QMap<QString, AttributesByKey> previousAttributes;
     std::optional<UploadPlan> plan;
     QSet<QString> unfinished; ///< modules whose version file must not be stored
     QList<UploadFailure> failed;

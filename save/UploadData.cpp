@@ -9,6 +9,7 @@
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QFile>
 
 // The phase of an upload in which the items themselves are stored.
 
@@ -45,7 +46,7 @@ void Upload::sendData()
 QList<Upload::ReadySend> Upload::readySends()
 {
     QList<ReadySend> ready;
-    for (const QString &module : previousLines.keys()) {
+    for (const QString &module : previous.lines.keys()) {
         for (const PlannedSend &send : plan->sends(module)) {
             const bool possible = !waiter.mustEnd() && !plan->isBlocked(module);
             if (const QString source = possible ? readySource(send) : QString(); !source.isEmpty()) {
@@ -65,10 +66,10 @@ QSet<QString> Upload::sendAttributes(const QList<ReadySend> &ready)
         sent[item.send.item.getModule()] << item.send.line.identity();
     }
     QSet<QString> failing;
-    for (const QString &module : previousLines.keys()) {
+    for (const QString &module : previous.lines.keys()) {
         const AttributesByKey now = attributesOf(module, sent.value(module));
         const QString entry = ItemNames::attributesFileName(module);
-        const bool same = gone.contains(module) || now == previousAttributes.value(module);
+        const bool same = previous.gone.contains(module) || now == previous.attributes.value(module);
         if (waiter.mustEnd() || plan->isBlocked(module) || same) {
             continue;
         }
@@ -91,7 +92,7 @@ QSet<QString> Upload::sendAttributes(const QList<ReadySend> &ready)
 AttributesByKey Upload::attributesOf(const QString &module, const QSet<QString> &sent) const
 {
     const ChecksumLines lines = plan->wantedLines(module);
-    const AttributesByKey before = previousAttributes.value(module);
+    const AttributesByKey before = previous.attributes.value(module);
     const AttributesByKey live = liveAttributes(module, lines);
     AttributesByKey attributes;
     for (const ChecksumLine &line : lines) {
@@ -146,13 +147,15 @@ void Upload::sendItem(const ReadySend &ready)
                    });
 }
 
-/// The artefact or the live file. When the line describes what the repository holds rather than what is on
-/// the device, and only the entry's name changes, the entry itself, fetched for the purpose.
+/// The artefact or the live file. When the line describes what the repository holds, and only the entry's
+/// name changes, the entry itself, fetched for the purpose.
 QString Upload::sourceOf(const PlannedSend &send)
 {
-    const QString &module = send.item.getModule();
-    if (!takenOver.value(module).contains(send.line.identity())) {
-        return send.item.getKind() == FileItem ? send.item.livePath() : send.item.stagedPath();
+    const bool isFile = send.item.getKind() == FileItem;
+    const QString made = isFile ? send.item.livePath() : send.item.stagedPath();
+    const bool isLive = !takenOver.value(send.item.getModule()).contains(send.line.identity());
+    if (isLive && (isFile || QFile::exists(made))) {
+        return made;
     }
     return send.heldDigest == send.line.digest() ? fetchHeld(send) : QString();
 }
@@ -172,7 +175,7 @@ QString Upload::fetchHeld(const PlannedSend &send)
 /// of a plain file is then certain when what it holds is what was saved of the item.
 bool Upload::isEntryCertain(const PlannedSend &send)
 {
-    if (unknown.isEmpty() || send.item.getKind() != FileItem) {
+    if (previous.unknown.isEmpty() || send.item.getKind() != FileItem) {
         return true;
     }
     if (send.entry != send.heldAs || fetchHeld(send).isEmpty()) {

@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -66,8 +67,9 @@ CopyState inspectCopy(Waiter &waiter, const QString &copy)
 
 } // namespace
 
-DatabaseStaging::DatabaseStaging(QString moduleName, ChecksumLines &lines, Waiter &waiter)
-    : module(std::move(moduleName)), data(module), lines(lines), waiter(waiter)
+DatabaseStaging::DatabaseStaging(QString moduleName, const Artefacts &artefacts, ChecksumLines &lines,
+                                 Waiter &waiter)
+    : module(std::move(moduleName)), data(module), artefacts(artefacts), lines(lines), waiter(waiter)
 {
 }
 
@@ -85,15 +87,10 @@ void DatabaseStaging::copy(const QString &database)
 {
     logDebug("Copying database '%2' of module '%1' into temp dir", module, database);
     const QString target = copyPath(database);
-    QString digest;
-    if (copyWithSideFiles(fileNameOf(database), target)) {
-        digest = fileDigest(waiter, target);
-    }
-    if (digest.isEmpty()) {
-        reportStagingError(QString("the copy of '%1'").arg(data.pathOf(fileNameOf(database))));
+    if (!copyWithSideFiles(fileNameOf(database), target)) {
         QFile::remove(target);
+        removeSideFiles(target);
     }
-    lines.append(ChecksumLine::database(itemOf(database).key(), digest));
 }
 
 void DatabaseStaging::noteMissing(const QString &database)
@@ -108,7 +105,6 @@ bool DatabaseStaging::copyWithSideFiles(const QString &file, const QString &targ
     if (!copyContent(waiter, data.openRegular(file).descriptor, target)) {
         return false;
     }
-    bool sideFiles = false;
     for (const char *suffix : sideFileSuffixes) {
         const Beneath::Opened sideFile = data.openRegular(file + suffix);
         if (sideFile.state == Beneath::State::Missing || sideFile.state == Beneath::State::WrongKind) {
@@ -117,58 +113,61 @@ bool DatabaseStaging::copyWithSideFiles(const QString &file, const QString &targ
         if (sideFile.descriptor.isOpen() && sideFile.descriptor.status().st_size == 0) {
             continue;
         }
-        sideFiles = true;
         if (!copyContent(waiter, sideFile.descriptor, target + suffix)) {
-            removeSideFiles(target);
             return false;
         }
     }
-    return !sideFiles || foldSideFiles(target);
+    return true;
 }
 
-/// Opening the copy rolls a hot journal back; the checkpoint moves committed rows out of a write-ahead log.
-bool DatabaseStaging::foldSideFiles(const QString &copy)
-{
-    const bool folded =
-        runCommand(waiter, "sqlite3",
-                   {copy, "SELECT count(*) FROM sqlite_master; PRAGMA wal_checkpoint(TRUNCATE);"})
-            .succeeded();
-    removeSideFiles(copy);
-    return folded;
-}
-
-void DatabaseStaging::dump(const RestorableDatabase &database)
+void DatabaseStaging::stageCopy(const RestorableDatabase &database)
 {
     const QString name = database.getName();
     const QString copy = copyPath(name);
-    if (!QFile::exists(copy)) {
-        return;
+    ChecksumLine line = ChecksumLine::database(itemOf(name).key(), digestOfCopy(copy));
+    if (line.digest().isEmpty()) {
+        reportStagingError(QString("the copy of '%1'").arg(data.pathOf(fileNameOf(name))));
+    } else if (artefacts.isMade(module, line) && !dump(database, copy)) {
+        QFile::remove(itemOf(name).stagedPath());
+        line.setDigest({});
     }
-    const QString dumpPath = itemOf(name).stagedPath();
-    logDebug("Dump database '%1' of module '%2'", name, module);
-    const CopyState state = inspectCopy(waiter, copy);
-    bool dumped = false;
-    if (!state.sound) {
-        logError("Database '%1' of module '%2' is not sound: its last saved copy stays", name, module);
-    } else if (database.getSqlCommands().isEmpty()) {
-        dumped = DatabaseDump::dumpWhole(waiter, copy, state.objects, state.pragmas, dumpPath);
-    } else {
-        dumped = dumpSelections(database, copy, dumpPath);
-    }
+    lines.append(line);
     QFile::remove(copy);
     removeSideFiles(copy);
-    if (dumped) {
-        return;
+}
+
+/// Opening a copy that came with side files rolls a hot journal back; the checkpoint moves committed rows out
+/// of a write-ahead log.
+QString DatabaseStaging::digestOfCopy(const QString &copy)
+{
+    const bool alone = std::ranges::none_of(sideFileSuffixes,
+                                            [&](const char *suffix) { return QFile::exists(copy + suffix); });
+    const bool whole =
+        QFile::exists(copy) &&
+        (alone || runCommand(waiter, "sqlite3",
+                             {copy, "SELECT count(*) FROM sqlite_master; PRAGMA wal_checkpoint(TRUNCATE);"})
+                      .succeeded());
+    removeSideFiles(copy);
+    return whole ? fileDigest(waiter, copy) : QString();
+}
+
+bool DatabaseStaging::dump(const RestorableDatabase &database, const QString &copy)
+{
+    const QString name = database.getName();
+    logDebug("Dump database '%1' of module '%2'", name, module);
+    const CopyState state = inspectCopy(waiter, copy);
+    if (!state.sound) {
+        logError("Database '%1' of module '%2' is not sound: its last saved copy stays", name, module);
+        return false;
     }
-    if (state.sound) {
+    const QString target = itemOf(name).stagedPath();
+    const bool dumped = database.getSqlCommands().isEmpty()
+                            ? DatabaseDump::dumpWhole(waiter, copy, state.objects, state.pragmas, target)
+                            : dumpSelections(database, copy, target);
+    if (!dumped) {
         logError("Database '%1' of module '%2' could not be dumped: its last saved copy stays", name, module);
     }
-    QFile::remove(dumpPath);
-    for (ChecksumLine &line : lines) {
-        if (line.key() == itemOf(name).key()) {
-            line.setDigest({});
-        }
-    }
+    return dumped;
 }
 
 bool DatabaseStaging::dumpSelections(const RestorableDatabase &database, const QString &copy,

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "catalogue/ChecksumFile.h"
 #include "restorable/RestorableObject.h"
+#include "staging/Artefacts.h"
 #include "staging/DatabaseDump.h"
 #include "staging/ModuleData.h"
 
@@ -9,33 +9,35 @@
 
 class Waiter;
 
-/// Stages the databases of one module: a consistent copy with its checksum line while the module is paused,
-/// the compressed SQL dump of that copy afterwards.
+/// Stages the databases of one module: a consistent copy while the module is paused; afterwards its checksum
+/// line and, if it is wanted, the compressed SQL dump of that copy.
 class DatabaseStaging
 {
 public:
-    /// The lines are appended to `lines`, which must outlive the object.
-    DatabaseStaging(QString module, ChecksumLines &lines, Waiter &waiter);
+    /// The lines are appended to `lines`. All must outlive the object.
+    DatabaseStaging(QString module, const Artefacts &artefacts, ChecksumLines &lines, Waiter &waiter);
 
-    /// Copy the database file with what its journal or write-ahead log still holds.
+    /// Copy the database file, and what its journal or write-ahead log still holds.
     void copy(const QString &database);
 
     /// Note a database that has no file: its line has no digest.
     void noteMissing(const QString &database);
 
-    /// Turn the copy into its dump, if it is sound. A dump that fails is removed, and the digest of its line
-    /// is taken away.
-    void dump(const RestorableDatabase &database);
+    /// Turn the copy into its line and its dump, if it is sound. When a dump fails it is removed, and its
+    /// line has no digest.
+    void stageCopy(const RestorableDatabase &database);
 
 private:
     bool copyWithSideFiles(const QString &file, const QString &target);
-    bool foldSideFiles(const QString &copy);
+    QString digestOfCopy(const QString &copy);
+    bool dump(const RestorableDatabase &database, const QString &copy);
     bool dumpSelections(const RestorableDatabase &database, const QString &copy, const QString &dumpPath);
     SavedItem itemOf(const QString &database) const;
     QString copyPath(const QString &database) const;
 
     QString module;
     ModuleData data;
+    const Artefacts &artefacts;
     ChecksumLines &lines;
     Waiter &waiter;
 };

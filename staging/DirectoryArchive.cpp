@@ -169,16 +169,14 @@ bool Walk::leaveOut(QByteArrayList &list, const QByteArray &below)
 
 } // namespace
 
-DirectoryArchive archiveDirectory(Waiter &waiter, const Descriptor &directory, const QString &path,
+DirectoryArchive archiveDirectory(const Waiter &waiter, const Descriptor &directory, const QString &path,
                                   const QString &archive)
 {
     DirectoryArchive result;
     const QDeadlineTimer deadline(30min);
-    waiter.runBeside([&] {
-        TarWriter tar(archive, [&] { return !waiter.mustEnd() && !deadline.hasExpired(); });
-        if (Walk(directory, path, tar, result).run()) {
-            result.digest = tar.finish();
-        }
-    });
+    TarWriter tar(archive, [&] { return !waiter.mustEnd() && !deadline.hasExpired(); });
+    if (Walk(directory, path, tar, result).run()) {
+        result.digest = tar.finish();
+    }
     return result;
 }

@@ -16,11 +16,12 @@ struct DirectoryArchive
     bool bounded = true;   ///< false when there is more than can be archived
 };
 
-/// Write the compressed archive of a directory of a module's data, within 30 min and with events served.
+/// Take the digest of the archive of a directory of a module's data, and write the archive, compressed,
+/// unless its path is empty. For a thread beside; ends after 30 min.
 ///
 /// Its members are the directory and, sorted by bytes, the files, directories and links in it, under the
 /// directory's own path without the slash in front. What vanishes meanwhile is left out, a file that changes
 /// is cut off or filled up; one that cannot be read makes the archive fail. At most 1,000,000 entries are
 /// archived, paths as long as the system takes, and no more than 1,000 things left out.
-DirectoryArchive archiveDirectory(Waiter &waiter, const Descriptor &directory, const QString &path,
+DirectoryArchive archiveDirectory(const Waiter &waiter, const Descriptor &directory, const QString &path,
                                   const QString &archive);

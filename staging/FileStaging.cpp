@@ -27,8 +27,9 @@ bool fitsChecksumLine(const QByteArray &name)
 
 } // namespace
 
-FileStaging::FileStaging(QString moduleName, ChecksumLines &lines, Waiter &waiter)
-    : module(std::move(moduleName)), data(module), lines(lines), waiter(waiter)
+FileStaging::FileStaging(QString moduleName, const Artefacts &artefacts, ChecksumLines &lines,
+                         const Waiter &waiter)
+    : module(std::move(moduleName)), data(module), artefacts(artefacts), lines(lines), waiter(waiter)
 {
 }
 
@@ -67,12 +68,26 @@ void FileStaging::stageZippedDirectory(const RestorableFile &item)
 {
     logDebug("Saving directory (zipped) '%1' of module '%2'", item.getPath(), module);
     const SavedItem saved(DirectoryItem, module, item.getPath(), priorityOf(item));
-    const QString digest = archive(item.getPath(), saved.stagedPath());
+    const QString digest = archiveIfWanted(saved);
     if (digest.isEmpty()) {
         reportStagingError(QString("the archive of '%1'").arg(data.pathOf(item.getPath())));
         QFile::remove(saved.stagedPath());
     }
     lines.append(ChecksumLine::directory(saved.key(), digest, priorityOf(item)));
+}
+
+/// An archive that is not what was saved is written in a second walk, which has the digest then.
+QString FileStaging::archiveIfWanted(const SavedItem &item)
+{
+    const auto lineWith = [&](const QString &digest) {
+        return ChecksumLine::directory(item.key(), digest, item.getPriority());
+    };
+    if (artefacts.isMadeAnyway(module, lineWith({}).identity())) {
+        return archive(item.getPath(), item.stagedPath());
+    }
+    const QString digest = archive(item.getPath(), {});
+    const bool differs = !digest.isEmpty() && artefacts.isMade(module, lineWith(digest));
+    return differs ? archive(item.getPath(), item.stagedPath()) : digest;
 }
 
 /// The digest of the archive, empty when there is none. What is left out is named by warnings.

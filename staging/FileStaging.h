@@ -1,20 +1,22 @@
 #pragma once
 
-#include "catalogue/ChecksumFile.h"
+#include "catalogue/SavedItem.h"
 #include "restorable/RestorableObject.h"
+#include "staging/Artefacts.h"
 #include "staging/ModuleData.h"
 
 #include <QString>
 
 class Waiter;
 
-/// Stages the files and directories of one module: writes their checksum lines and makes the archives of
-/// zipped directories. An item that yields no digest gets a line with an empty one.
+/// Stages the files and directories of one module, in a thread beside: makes their checksum lines and the
+/// archives of zipped directories that are wanted. An item that yields no digest gets a line with an empty
+/// one.
 class FileStaging
 {
 public:
-    /// The lines are appended to `lines`, which must outlive the object.
-    FileStaging(QString module, ChecksumLines &lines, Waiter &waiter);
+    /// The lines are appended to `lines`. All must outlive the object.
+    FileStaging(QString module, const Artefacts &artefacts, ChecksumLines &lines, const Waiter &waiter);
 
     void stage(const RestorableFile &item);
 
@@ -25,9 +27,11 @@ private:
     void stageDirectoryEntry(const RestorableFile &item, const QByteArray &name);
     QString digestOf(const Descriptor &file, const QString &shown);
     QString archive(const QString &path, const QString &target);
+    QString archiveIfWanted(const SavedItem &item);
 
     QString module;
     ModuleData data;
+    const Artefacts &artefacts;
     ChecksumLines &lines;
-    Waiter &waiter;
+    const Waiter &waiter;
 };

@@ -1,5 +1,6 @@
 #include "staging/StagingArea.h"
 
+#include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "restorable/KnownModules.h"
@@ -8,6 +9,8 @@
 #include "staging/WorkingDirectory.h"
 
 #include <QDir>
+
+#include <functional>
 
 namespace {
 
@@ -33,35 +36,44 @@ bool StagingArea::cleanSaveDirectory()
 
 void StagingArea::stageFiles(const QStringList &names, RestorableOrder::RestorablePriority priority)
 {
+    QMap<QString, ChecksumLines> made;
+    QList<std::function<void()>> works;
     forEachObject(modules, names, [&](const RestorableObject &object) {
-        FileStaging staging(object.getName(), stagedLines[object.getName()], waiter);
-        for (const RestorableFile &item : object.getFiles()) {
-            if (item.getPriority() == priority) {
-                staging.stage(item);
+        ChecksumLines &lines = made[object.getName()];
+        works << [&, files = object.getFiles(), name = object.getName()] {
+            FileStaging staging(name, artefacts, lines, waiter);
+            for (const RestorableFile &item : files) {
+                if (item.getPriority() == priority && !waiter.mustEnd()) {
+                    staging.stage(item);
+                }
             }
-        }
+        };
     });
+    waiter.runAllBeside(works);
+    for (auto lines = made.cbegin(); lines != made.cend(); ++lines) {
+        stagedLines[lines.key()] += lines.value();
+    }
 }
 
 void StagingArea::copyDatabasesIntoTemp(const QStringList &names)
 {
     forEachObject(modules, names, [&](const RestorableObject &object) {
-        DatabaseStaging staging(object.getName(), stagedLines[object.getName()], waiter);
+        DatabaseStaging staging(object.getName(), artefacts, stagedLines[object.getName()], waiter);
         for (const RestorableDatabase &database : object.getDatabases()) {
             staging.copy(database.getName());
-        }
-        for (const QString &database : object.getMissingDatabases()) {
-            staging.noteMissing(database);
         }
     });
 }
 
-void StagingArea::dumpDatabases(const QStringList &names)
+void StagingArea::stageDatabases(const QStringList &names)
 {
     forEachObject(modules, names, [&](const RestorableObject &object) {
-        DatabaseStaging staging(object.getName(), stagedLines[object.getName()], waiter);
+        DatabaseStaging staging(object.getName(), artefacts, stagedLines[object.getName()], waiter);
         for (const RestorableDatabase &database : object.getDatabases()) {
-            staging.dump(database);
+            staging.stageCopy(database);
+        }
+        for (const QString &database : object.getMissingDatabases()) {
+            staging.noteMissing(database);
         }
     });
 }

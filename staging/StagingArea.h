@@ -1,7 +1,7 @@
 #pragma once
 
 #include "catalogue/Priorities.h"
-#include "catalogue/SavedEntries.h"
+#include "staging/Artefacts.h"
 
 #include <QString>
 #include <QStringList>
@@ -10,7 +10,8 @@ class KnownModules;
 class RestorableObject;
 class Waiter;
 
-/// The staging directory of one operation: the artefacts of the modules' items, and the line of each item.
+/// The staging directory of one operation: the line of each of the modules' items, and the artefacts that are
+/// wanted.
 ///
 /// An item that yields no digest has a line without one. Lines are in the order in which they were staged.
 class StagingArea
@@ -22,14 +23,17 @@ public:
     /// Make the directory, for root alone, and empty it. False when it cannot be used.
     bool cleanSaveDirectory();
 
-    /// Stage the files and directories of that priority; archives are made of zipped directories.
+    /// From now on make the archives and dumps that are not saved already. Without this call none is made.
+    void makeArtefacts(const LinesByModule &saved) { artefacts = Artefacts(saved); }
+
+    /// Stage the files and directories of that priority.
     void stageFiles(const QStringList &names, RestorableOrder::RestorablePriority priority);
 
-    /// Stage a consistent copy and the line of each database; the modules have to be paused.
+    /// Make a consistent copy of each database; the modules have to be paused.
     void copyDatabasesIntoTemp(const QStringList &names);
 
-    /// Turn the copies into dumps. A copy that cannot be dumped takes the digest of its line with it.
-    void dumpDatabases(const QStringList &names);
+    /// Turn the copies into lines and dumps. A copy that cannot be dumped has a line without a digest.
+    void stageDatabases(const QStringList &names);
 
     /// The lines of the modules staged so far.
     const LinesByModule &lines() const { return stagedLines; }
@@ -37,5 +41,6 @@ public:
 private:
     const KnownModules &modules;
     Waiter &waiter;
+    Artefacts artefacts;
     LinesByModule stagedLines;
 };

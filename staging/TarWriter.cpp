@@ -33,8 +33,11 @@ void TarWriter::Free::operator()(archive *writer) const
 }
 
 TarWriter::TarWriter(const QString &path, std::function<bool()> mayGoOn)
-    : mayGoOn(std::move(mayGoOn)), target(path), tar(archive_write_new())
+    : mayGoOn(std::move(mayGoOn)), tar(archive_write_new())
 {
+    if (!path.isEmpty()) {
+        target.emplace(path);
+    }
     whole = archive_write_set_format_gnutar(tar.get()) == ARCHIVE_OK &&
             archive_write_set_bytes_per_block(tar.get(), blockSize) == ARCHIVE_OK &&
             archive_write_set_bytes_in_last_block(tar.get(), 1) == ARCHIVE_OK &&
@@ -56,7 +59,7 @@ ssize_t TarWriter::writeBlock(archive *, void *self, const void *bytes, size_t s
 bool TarWriter::store(QByteArrayView block)
 {
     hash.addData(block);
-    return whole && mayGoOn() && target.write(block);
+    return whole && mayGoOn() && (!target || target->write(block));
 }
 
 bool TarWriter::add(const QByteArray &member, const struct stat &status)
@@ -82,6 +85,6 @@ bool TarWriter::write(QByteArrayView bytes)
 QString TarWriter::finish()
 {
     whole = whole && archive_write_close(tar.get()) == ARCHIVE_OK;
-    whole = target.finish() && whole;
+    whole = (!target || target->finish()) && whole;
     return whole ? QString::fromLatin1(hash.result().toHex()) : QString();
 }

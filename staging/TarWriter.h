@@ -9,17 +9,19 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <sys/stat.h>
 #include <sys/types.h>
 
 struct archive;
 
-/// Writes a GNU tar into a gzip-compressed file, and computes the digest of the tar. The same members make
-/// the same bytes, whatever the locale, the file system and the names of users.
+/// Computes the digest of a GNU tar, and writes it into a gzip-compressed file if there is to be one. The
+/// same members make the same bytes, whatever the locale, the file system and the names of users.
 class TarWriter
 {
 public:
-    /// `mayGoOn` is asked before each block of the tar; no more is written when it says no.
+    /// With an empty path nothing is written. `mayGoOn` is asked before each block of the tar; no more is
+    /// written when it says no.
     TarWriter(const QString &path, std::function<bool()> mayGoOn);
     ~TarWriter();
     TarWriter(const TarWriter &) = delete;
@@ -48,7 +50,7 @@ private:
     bool store(QByteArrayView block);
 
     std::function<bool()> mayGoOn;
-    GzipWriter target;
+    std::optional<GzipWriter> target;
     QCryptographicHash hash{QCryptographicHash::Md5};
     bool whole;
     std::unique_ptr<archive, Free> tar; ///< goes first: it uses the others

@@ -41,7 +41,9 @@ class tst_faults : public OperationTest
     FaultControl *control = nullptr;
     QMap<QString, Files> live;    ///< items of the modules' data, by what is told of them
     QMap<QString, Files> entries; ///< the repository with these saved
-    QList<int> made;              ///< calls of the last operation, by class
+    int failures = 0;
+    int kills = 0;
+    QList<int> made; ///< calls of the last operation, by class
 
     QString dataRoot() const { return device->path("data/VYXApplication"); }
 
@@ -210,6 +212,7 @@ class tst_faults : public OperationTest
     bool survives(bool restores, int kind, int at, int error)
     {
         const QStringList faults = faultsAfter(restores, kind, at, error);
+        ++(error == 0 ? kills : failures);
         if (!faults.isEmpty()) {
             qWarning("%s of %s %d: %s",
                      error == 0  ? "kill"
@@ -341,6 +344,7 @@ private Q_SLOTS:
                 good = survives(restores, kind, at, errors[chance.bounded(3)]) && good;
             }
         }
+        qInfo("%d calls failed, %d kills", std::exchange(failures, 0), std::exchange(kills, 0));
         QVERIFY(good);
     }
 };

@@ -8,7 +8,9 @@
 #include <QThread>
 #include <QTimer>
 
+#include <algorithm>
 #include <memory>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -59,11 +61,35 @@ bool Waiter::dispatchEventsFor(std::chrono::milliseconds period)
 
 void Waiter::runBeside(const std::function<void()> &work)
 {
-    const std::unique_ptr<QThread> thread(QThread::create(work));
+    runAllBeside({work});
+}
+
+void Waiter::runAllBeside(const QList<std::function<void()>> &works)
+{
+    std::atomic<qsizetype> next = 0;
+    const auto takeTurns = [&] {
+        for (qsizetype number = next++; number < works.size(); number = next++) {
+            works.at(number)();
+        }
+    };
+    const qsizetype count = std::min<qsizetype>(QThread::idealThreadCount(), works.size());
+    qsizetype running = count;
     QEventLoop loop;
-    QObject::connect(thread.get(), &QThread::finished, &loop, &QEventLoop::quit);
-    thread->start();
-    // The loop also ends when the process is asked to.
-    loop.exec();
-    thread->wait();
+    std::vector<std::unique_ptr<QThread>> threads;
+    for (qsizetype number = 0; number < count; ++number) {
+        threads.emplace_back(QThread::create(takeTurns));
+        QObject::connect(threads.back().get(), &QThread::finished, &loop, [&] {
+            if (--running == 0) {
+                loop.quit();
+            }
+        });
+        threads.back()->start();
+    }
+    if (count > 0) {
+        // The loop also ends when the process is asked to.
+        loop.exec();
+    }
+    for (const auto &thread : threads) {
+        thread->wait();
+    }
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QtGlobal>
+#include <QList>
 
 #include <atomic>
 #include <chrono>
@@ -46,6 +46,9 @@ public:
     /// Run work in a thread of its own and wait for its end, which is always waited for. The work must touch
     /// nothing that events can reach; what takes long asks `mustEnd` again and again.
     void runBeside(const std::function<void()> &work);
+
+    /// The same with several pieces of work, as many at a time as there are processors.
+    void runAllBeside(const QList<std::function<void()>> &works);
 
 private:
     std::atomic<End> latched = End::None;

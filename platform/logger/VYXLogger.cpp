@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QHash>
+#include <QMutex>
 
 #include <cerrno>
 #include <memory>
@@ -81,6 +82,8 @@ void VYXLogger::write(Level level, const QString &message) const
 VYXLogger &logger(const QString &category)
 {
     static QHash<QString, std::shared_ptr<VYXLogger>> loggers;
+    static QMutex mutex; // threads beside log, too
+    const QMutexLocker locker(&mutex);
     std::shared_ptr<VYXLogger> &entry = loggers[category];
     if (!entry) {
         entry = std::make_shared<VYXLogger>(category);

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "catalogue/FileAttributes.h"
+#include "catalogue/SavedEntries.h"
+
+#include <QList>
+#include <QMap>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+class KnownModules;
+class RepositorySession;
+
+/// Something that a save could not do.
+struct UploadFailure
+{
+    QString what; ///< the item or entry
+    QString text; ///< why
+};
+
+/// What the repository holds when a save begins.
+struct PreviousState
+{
+    bool isUsable = false; ///< false when the modules list is not known: nothing may be stored then
+    QStringList listed;    ///< modules on the repository's list that the device still has
+    QStringList gone;      ///< modules on that list that the device has no more
+    QSet<QString> unknown; ///< modules whose saved lines or attributes are not known
+    LinesByModule lines;   ///< of all others that are listed, gone or have items
+    QMap<QString, AttributesByKey> attributes;
+    QList<UploadFailure> failures;
+
+    /// Fetch it, with events served.
+    static PreviousState fetch(RepositorySession &session, const KnownModules &modules);
+
+private:
+    bool fetchList(RepositorySession &session, const KnownModules &modules);
+    void fetchLines(RepositorySession &session, const QString &module, ChecksumSize &size);
+    bool fetchAttributes(RepositorySession &session, const QString &module, const ChecksumLines &ofModule);
+    void fail(const QString &entry, const QString &text);
+};

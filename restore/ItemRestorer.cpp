@@ -8,7 +8,12 @@
 #include "restore/LiveData.h"
 #include "restore/Replacement.h"
 
+#include <QFileInfo>
+
 namespace {
+
+constexpr size_t mostFetched = 200;
+constexpr qint64 mostFetchedBytes = qint64{32} * 1024 * 1024;
 
 bool isAcceptable(const QString &target, const QString &module)
 {
@@ -26,15 +31,7 @@ bool ItemRestorer::restore(const PlannedItem &planned)
     if (!isAcceptable(planned.item.livePath(), planned.item.getModule())) {
         return false;
     }
-    switch (planned.item.getKind()) {
-    case DatabaseItem:
-        return restoreDatabase(planned);
-    case DirectoryItem:
-        return restoreDirectory(planned);
-    case FileItem:
-        break;
-    }
-    return restoreFile(planned);
+    return planned.item.getKind() == DatabaseItem ? restoreDatabase(planned) : restoreDirectory(planned);
 }
 
 /// The end of an item that could not be put back; nothing is said when the operation is broken off.
@@ -83,23 +80,73 @@ bool ItemRestorer::restoreDirectory(const PlannedItem &planned)
 }
 
 /// The file is fetched beside its live one, which stays until the new content is known to be what was
-/// promised.
-bool ItemRestorer::restoreFile(const PlannedItem &planned)
+/// promised. Nothing, or what is wrong; an empty text when there is nothing to say.
+std::optional<QString> ItemRestorer::fetchBeside(const PlannedItem &planned, Replacement &replacement)
 {
-    const QString target = planned.item.livePath();
-    Replacement replacement(target);
     replacement.setAttributes(planned.attributes);
     if (!replacement.prepare()) {
-        return keep({}, target);
+        return QString();
     }
     if (!session.getFileAndWait(planned.source, replacement.path()).stored()) {
-        return keep(QString("Could not fetch '%1' from the repository").arg(planned.source), target);
+        return QString("Could not fetch '%1' from the repository").arg(planned.source);
     }
     const QString digest = fileDigest(waiter, replacement.path());
     if (digest != planned.digest) {
-        return keep(QString("Entry '%1' is not what was saved: its digest is %2, promised was %3")
-                        .arg(planned.source, digest, planned.digest),
-                    target);
+        return QString("Entry '%1' is not what was saved: its digest is %2, promised was %3")
+            .arg(planned.source, digest, planned.digest);
     }
-    return replacement.replace(waiter) || keep({}, target);
+    return std::nullopt;
+}
+
+void ItemRestorer::restoreFiles(const QList<PlannedItem> &files,
+                                const std::function<void(const PlannedItem &)> &failed)
+{
+    qint64 size = 0;
+    for (const PlannedItem &planned : files) {
+        const QString target = planned.item.livePath();
+        if (!isAcceptable(target, planned.item.getModule())) {
+            failed(planned);
+            continue;
+        }
+        auto replacement = std::make_unique<Replacement>(target);
+        auto fault = fetchBeside(planned, *replacement);
+        if (fault && !fetched.empty() && !waiter.mustEnd()) {
+            // Those that wait may have taken the room, and give that of the old ones free.
+            putFetchedInPlace(failed);
+            size = 0;
+            fault = fetchBeside(planned, *replacement);
+        }
+        if (fault) {
+            keep(*fault, target);
+            failed(planned);
+            continue;
+        }
+        size += QFileInfo(replacement->path()).size();
+        fetched.emplace_back(planned, std::move(replacement));
+        if (size >= mostFetchedBytes || fetched.size() >= mostFetched) {
+            putFetchedInPlace(failed);
+            size = 0;
+        }
+    }
+    putFetchedInPlace(failed);
+}
+
+void ItemRestorer::putFetchedInPlace(const std::function<void(const PlannedItem &)> &failed)
+{
+    if (fetched.empty()) {
+        return;
+    }
+    QList<Replacement *> all;
+    for (const auto &file : fetched) {
+        all << file.second.get();
+    }
+    const QList<bool> replaced = Replacement::replaceAll(waiter, all);
+    for (qsizetype number = 0; number < all.size(); ++number) {
+        const PlannedItem &planned = fetched[number].first;
+        if (!replaced.at(number)) {
+            keep({}, planned.item.livePath());
+            failed(planned);
+        }
+    }
+    fetched.clear();
 }

@@ -3,8 +3,11 @@
 #include "restore/DatabaseRestore.h"
 #include "restore/RestorePlanner.h"
 
+#include <functional>
 #include <map>
 #include <memory>
+#include <utility>
+#include <vector>
 
 class RepositorySession;
 class Waiter;
@@ -20,16 +23,24 @@ public:
     /// Do what can be done for a database while its module runs.
     void prepareDatabase(const PlannedItem &planned);
 
-    /// True when the item was put back. A database has to be prepared, and its module to be paused.
+    /// True when the database or directory was put back. A database has to be prepared, and its module to be
+    /// paused.
     bool restore(const PlannedItem &planned);
+
+    /// Put plain files back, many at a time; `failed` is told of each that was not.
+    void restoreFiles(const QList<PlannedItem> &files,
+                      const std::function<void(const PlannedItem &)> &failed);
 
 private:
     bool restoreDatabase(const PlannedItem &planned);
     bool restoreDirectory(const PlannedItem &planned);
-    bool restoreFile(const PlannedItem &planned);
+    std::optional<QString> fetchBeside(const PlannedItem &planned, Replacement &replacement);
+    void putFetchedInPlace(const std::function<void(const PlannedItem &)> &failed);
     bool keep(const QString &reason, const QString &target);
 
     RepositorySession &session;
     Waiter &waiter;
     std::map<QString, std::unique_ptr<DatabaseRestore>> databases; ///< those prepared, by their paths
+    /// Plain files that were fetched beside their live ones.
+    std::vector<std::pair<PlannedItem, std::unique_ptr<Replacement>>> fetched;
 };

@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSet>
 
 #include <algorithm>
 #include <cstdio>
@@ -206,15 +207,44 @@ void Replacement::takeOwnership() const
 
 bool Replacement::replace(Waiter &waiter)
 {
-    takeOwnership();
-    bool replaced = false;
-    waiter.runBeside([&] {
-        replaced = syncFileSystem(path()) && exchange();
-        syncFileSystem(QFileInfo(livePath).path());
-        TreeAccess::removeAll(path());
+    return replaceAll(waiter, {this}).first();
+}
+
+/// Each file system that one of the paths lies on is written to the disk once.
+bool Replacement::syncAll(const QStringList &paths)
+{
+    QSet<dev_t> synced;
+    return std::ranges::all_of(paths, [&](const QString &path) {
+        const auto status = statusOf(path);
+        if (!status || synced.contains(status->st_dev)) {
+            return status.has_value();
+        }
+        synced << status->st_dev;
+        return syncFileSystem(path);
     });
-    if (replaced) {
-        madeParents.clear();
+}
+
+QList<bool> Replacement::replaceAll(Waiter &waiter, const QList<Replacement *> &all)
+{
+    QStringList made;
+    QStringList places;
+    for (const Replacement *one : all) {
+        one->takeOwnership();
+        made << one->path();
+        places << QFileInfo(one->livePath).path();
+    }
+    QList<bool> replaced(all.size(), false);
+    waiter.runBeside([&] {
+        if (syncAll(made)) {
+            std::ranges::transform(all, replaced.begin(), &Replacement::exchange);
+        }
+        syncAll(places);
+        std::ranges::for_each(made, TreeAccess::removeAll);
+    });
+    for (qsizetype number = 0; number < all.size(); ++number) {
+        if (replaced.at(number)) {
+            all.at(number)->madeParents.clear();
+        }
     }
     return replaced;
 }

@@ -2,6 +2,7 @@
 
 #include "catalogue/FileAttributes.h"
 
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -56,6 +57,9 @@ public:
     /// could not be done.
     bool replace(Waiter &waiter);
 
+    /// The same for several, which are brought to the disk together. What became of each.
+    static QList<bool> replaceAll(Waiter &waiter, const QList<Replacement *> &all);
+
     /// Remove the new content with events served, as the destructor does without: a large one takes its time.
     void discard(Waiter &waiter);
 
@@ -75,6 +79,7 @@ private:
     void takeOwnership() const;
     bool makeParents();
     bool exchange() const;
+    static bool syncAll(const QStringList &paths);
 
     Ownership withAttributes(Ownership taken) const;
 

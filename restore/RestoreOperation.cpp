@@ -156,12 +156,19 @@ void RestoreOperation::forEachItem(const QStringList &modules, const QString &pr
 void RestoreOperation::restoreItems(const QStringList &modules, const QString &priorityName,
                                     RestorableItemKind kind)
 {
-    forEachItem(modules, priorityName, kind, [this](const PlannedItem &planned) {
-        if (!restorer->restore(planned)) {
-            ++failedItems;
-            failedModules << planned.item.getModule();
+    const auto note = [this](const PlannedItem &planned) {
+        ++failedItems;
+        failedModules << planned.item.getModule();
+    };
+    QList<PlannedItem> files;
+    forEachItem(modules, priorityName, kind, [&](const PlannedItem &planned) {
+        if (kind == FileItem) {
+            files << planned;
+        } else if (!restorer->restore(planned)) {
+            note(planned);
         }
     });
+    restorer->restoreFiles(files, note);
 }
 
 /// The modules whose saved data are of another release or version than the installed module.

@@ -68,7 +68,7 @@ void FileStaging::stageZippedDirectory(const RestorableFile &item)
 {
     logDebug("Saving directory (zipped) '%1' of module '%2'", item.getPath(), module);
     const SavedItem saved(DirectoryItem, module, item.getPath(), priorityOf(item));
-    const QString digest = archiveIfWanted(saved);
+    const QString digest = archive(saved);
     if (digest.isEmpty()) {
         reportStagingError(QString("the archive of '%1'").arg(data.pathOf(item.getPath())));
         QFile::remove(saved.stagedPath());
@@ -76,23 +76,10 @@ void FileStaging::stageZippedDirectory(const RestorableFile &item)
     lines.append(ChecksumLine::directory(saved.key(), digest, priorityOf(item)));
 }
 
-/// An archive that is not what was saved is written in a second walk, which has the digest then.
-QString FileStaging::archiveIfWanted(const SavedItem &item)
-{
-    const auto lineWith = [&](const QString &digest) {
-        return ChecksumLine::directory(item.key(), digest, item.getPriority());
-    };
-    if (artefacts.isMadeAnyway(module, lineWith({}).identity())) {
-        return archive(item.getPath(), item.stagedPath());
-    }
-    const QString digest = archive(item.getPath(), {});
-    const bool differs = !digest.isEmpty() && artefacts.isMade(module, lineWith(digest));
-    return differs ? archive(item.getPath(), item.stagedPath()) : digest;
-}
-
 /// The digest of the archive, empty when there is none. What is left out is named by warnings.
-QString FileStaging::archive(const QString &path, const QString &target)
+QString FileStaging::archive(const SavedItem &item)
 {
+    const QString path = item.getPath();
     const Beneath::Opened directory = data.openDirectory(path);
     if (!directory.descriptor.isOpen()) {
         return {};
@@ -102,7 +89,7 @@ QString FileStaging::archive(const QString &path, const QString &target)
                    path, module);
         return {};
     }
-    const DirectoryArchive made = archiveDirectory(waiter, directory.descriptor, data.pathOf(path), target);
+    const DirectoryArchive made = archiveIfWanted(item, directory.descriptor);
     if (!made.bounded) {
         logWarning(
             "Directory '%1' of module '%2' is left out: it has too many entries or links that lead out, or "
@@ -119,6 +106,22 @@ QString FileStaging::archive(const QString &path, const QString &target)
                    QFile::decodeName(other), path, module);
     }
     return made.digest;
+}
+
+/// An archive that is not what was saved is written in a second walk, which has the digest then.
+DirectoryArchive FileStaging::archiveIfWanted(const SavedItem &item, const Descriptor &directory)
+{
+    const auto walk = [&](const QString &target) {
+        return archiveDirectory(waiter, directory, data.pathOf(item.getPath()), target);
+    };
+    ChecksumLine line = ChecksumLine::directory(item.key(), {}, item.getPriority());
+    if (artefacts.isMadeAnyway(module, line.identity())) {
+        return walk(item.stagedPath());
+    }
+    const DirectoryArchive seen = walk({});
+    line.setDigest(seen.digest);
+    const bool differs = !seen.digest.isEmpty() && artefacts.isMade(module, line);
+    return differs ? walk(item.stagedPath()) : seen;
 }
 
 void FileStaging::stageDirectory(const RestorableFile &item)

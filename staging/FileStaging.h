@@ -3,6 +3,7 @@
 #include "catalogue/SavedItem.h"
 #include "restorable/RestorableObject.h"
 #include "staging/Artefacts.h"
+#include "staging/DirectoryArchive.h"
 #include "staging/ModuleData.h"
 
 #include <QString>
@@ -26,8 +27,8 @@ private:
     void stageDirectory(const RestorableFile &item);
     void stageDirectoryEntry(const RestorableFile &item, const QByteArray &name);
     QString digestOf(const Descriptor &file, const QString &shown);
-    QString archive(const QString &path, const QString &target);
-    QString archiveIfWanted(const SavedItem &item);
+    QString archive(const SavedItem &item);
+    DirectoryArchive archiveIfWanted(const SavedItem &item, const Descriptor &directory);
 
     QString module;
     ModuleData data;

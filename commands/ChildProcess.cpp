@@ -7,6 +7,7 @@
 #include <QProcessEnvironment>
 
 #include <csignal>
+#include <grp.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 namespace {
 
 constexpr int killLimitMs = 5000;
+constexpr int noRights = 126;
 
 void setLimit(__rlimit_resource_t resource, rlim_t value)
 {
@@ -25,7 +27,8 @@ void setLimit(__rlimit_resource_t resource, rlim_t value)
 
 namespace ChildProcess {
 
-void prepare(QProcess &process, const std::optional<CommandLimits> &limits, const Descriptor *output)
+void prepare(QProcess &process, const std::optional<CommandLimits> &limits, const Descriptor *output,
+             const std::optional<ChildIdentity> &as)
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("LC_ALL", "C");
@@ -34,9 +37,12 @@ void prepare(QProcess &process, const std::optional<CommandLimits> &limits, cons
     if (output != nullptr) {
         process.setStandardOutputFile(QProcess::nullDevice());
     }
-    process.setChildProcessModifier([limits, number = output != nullptr ? output->number() : -1] {
+    process.setChildProcessModifier([limits, as, number = output != nullptr ? output->number() : -1] {
         setpgid(0, 0);
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (as && (setgroups(0, nullptr) != 0 || setgid(as->group) != 0 || setuid(as->user) != 0)) {
+            _exit(noRights);
+        }
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // other rights would take it away
         if (limits) {
             setLimit(RLIMIT_CPU, static_cast<rlim_t>(limits->processorTime.count()));
             setLimit(RLIMIT_FSIZE, static_cast<rlim_t>(limits->fileSize));

@@ -76,7 +76,8 @@ CommandResult runShellLine(Waiter &waiter, const QString &line, const CommandLim
 }
 
 CommandResult runFed(Waiter &waiter, const QString &line, const QString &program,
-                     const QStringList &arguments, const CommandLimits &limits)
+                     const QStringList &arguments, const CommandLimits &limits,
+                     const std::optional<ChildIdentity> &as)
 {
     CommandResult result;
     if (waiter.mustEnd()) {
@@ -86,7 +87,7 @@ CommandResult runFed(Waiter &waiter, const QString &line, const QString &program
     QProcess feeder;
     QProcess eater;
     prepare(feeder, limits);
-    prepare(eater, limits);
+    prepare(eater, limits, nullptr, as);
     feeder.setStandardErrorFile(QProcess::nullDevice());
     feeder.setStandardOutputProcess(&eater);
     eater.setStandardOutputFile(QProcess::nullDevice());

@@ -13,6 +13,8 @@
 
 #include <memory>
 #include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 
 namespace {
@@ -45,11 +47,15 @@ int mustStop(void *)
     return VYXApplication::isEnding() ? 1 : 0;
 }
 
-/// No connection when the database cannot be opened. What its schema says is not trusted.
+/// No connection when the database cannot be opened, or when it is a link by now: its directory belongs to
+/// others. What its schema says is not trusted.
 Connection connect(const QString &path, int flags, std::chrono::milliseconds busy = {})
 {
+    const QFileInfo info(path);
+    const QString real = QFileInfo(info.path()).canonicalFilePath() + "/" + info.fileName();
     sqlite3 *handle = nullptr;
-    const int result = sqlite3_open_v2(QFile::encodeName(path).constData(), &handle, flags, nullptr);
+    const int result =
+        sqlite3_open_v2(QFile::encodeName(real).constData(), &handle, flags | SQLITE_OPEN_NOFOLLOW, nullptr);
     Connection connection(handle);
     if (result != SQLITE_OK) {
         return nullptr;
@@ -109,6 +115,18 @@ int copyContent(const QString &source, const QString &target, std::chrono::milli
     }
     const int finished = sqlite3_backup_finish(backup);
     return (result == SQLITE_DONE ? finished : result) & 0xff;
+}
+
+/// What comes out of a dump is written with the rights of the directory's owner, where root can give them.
+std::optional<ChildIdentity> ownerOfPlace(const QString &path)
+{
+    struct stat status = {};
+    const bool known = stat(QFile::encodeName(QFileInfo(path).path()).constData(), &status) == 0;
+    constexpr mode_t needed = S_IWUSR | S_IXUSR;
+    const bool mayWrite = known && (status.st_mode & needed) == needed;
+    return mayWrite && geteuid() == 0 && status.st_uid != 0
+               ? std::optional(ChildIdentity{status.st_uid, status.st_gid})
+               : std::nullopt;
 }
 
 bool isRegular(const QString &path)
@@ -205,8 +223,13 @@ QString DatabaseRestore::load(Waiter &waiter) const
     const QStringList arguments = {"-init", "/dev/null", "-batch", "-safe",  "-bail",
                                    "-cmd",  busy,        "-cmd",   pageSize, database};
     logDebug("{ %1; } | %2", line, ShellText::commandLine("sqlite3", arguments));
-    const CommandResult result = runFed(waiter, line, "sqlite3", arguments,
-                                        {limits.wallClock, limits.processorTime, fileSize, limits.memory});
+    const auto owner = ownerOfPlace(database);
+    if (owner && lchown(QFile::encodeName(database).constData(), owner->user, owner->group) != 0) {
+        logDebug("'%1' has no owner of its own", database); // a new file, or a file system without owners
+    }
+    const CommandResult result =
+        runFed(waiter, line, "sqlite3", arguments,
+               {limits.wallClock, limits.processorTime, fileSize, limits.memory}, owner);
     if (result.finished && result.exitCode == endReached) {
         return {};
     }

@@ -47,6 +47,24 @@ private Q_SLOTS:
         limits = {.processorTime = 1s, .busy = 100ms};
     }
 
+    void ownersRights()
+    {
+        if (getuid() != 0) {
+            QSKIP("only root can give its rights up");
+        }
+        const QByteArray path = qgetenv("PATH");
+        const QString tool = root.filePath("bin/sqlite3");
+        writeFile(tool,
+                  "#!/bin/sh\nid -u >>" + live("who").toUtf8() + "\nPATH=" + path + " exec sqlite3 \"$@\"\n");
+        TestDevice::shell("cd " + root.path() + "; chmod 755 . bin bin/sqlite3; chown 1234:1234 " + live());
+        qputenv("PATH", root.filePath("bin").toUtf8() + ":" + path);
+        QCOMPARE(restored("BEGIN;\nCREATE TABLE t(v);\nCOMMIT;\n"), QString());
+        QCOMPARE(restored("=BEGIN TRANSACTION;\nINSERT INTO t VALUES(1);\nCOMMIT;\n"), QString());
+        qputenv("PATH", path);
+        QCOMPARE(readFile(live("who")), "1234\n1234\n");
+        QCOMPARE(TestDevice::sqlOnFile(live("x.data"), "SELECT * FROM t"), "1\n");
+    }
+
     void dumps_data()
     {
         // the dump after the head of a whole one, or a dump of its own; what is in the database afterwards

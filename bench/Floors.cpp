@@ -7,6 +7,7 @@
 #include <QStandardPaths>
 
 #include <algorithm>
+#include <array>
 
 namespace {
 
@@ -29,18 +30,20 @@ struct Program
 };
 
 // In the device's root: the data are in data/VYXApplication, what belongs to a program in other/.
-constexpr Program programs[] = {
-    {"restic", "export RESTIC_PASSWORD=x RESTIC_REPOSITORY=$PWD/other/r; restic init -q",
-     "export RESTIC_PASSWORD=x RESTIC_REPOSITORY=$PWD/other/r; restic backup -q --no-cache "
-     "data/VYXApplication",
-     "export RESTIC_PASSWORD=x RESTIC_REPOSITORY=$PWD/other/r; restic restore -q --no-cache latest --target "
-     "other/t"},
-    {"borg", "export BORG_BASE_DIR=$PWD/other; borg init -e none other/b",
-     "export BORG_BASE_DIR=$PWD/other; borg create other/b::$(date +%s%N) data/VYXApplication",
-     "export BORG_BASE_DIR=$PWD/other; mkdir -p other/t; cd other/t; borg extract ../b::$(borg list --last 1 "
-     "--short ../b)"},
-    {"rsync -c", "true", "rsync -ac data/VYXApplication other/d",
-     "rsync -ac other/d/VYXApplication other/t"}};
+constexpr std::array programs = {
+    Program{"restic", "export RESTIC_PASSWORD=x RESTIC_REPOSITORY=$PWD/other/r; restic init -q",
+            "export RESTIC_PASSWORD=x RESTIC_REPOSITORY=$PWD/other/r; restic backup -q --no-cache "
+            "data/VYXApplication",
+            "export RESTIC_PASSWORD=x RESTIC_REPOSITORY=$PWD/other/r; restic restore -q --no-cache latest "
+            "--target "
+            "other/t"},
+    Program{"borg", "export BORG_BASE_DIR=$PWD/other; borg init -e none other/b",
+            "export BORG_BASE_DIR=$PWD/other; borg create other/b::$(date +%s%N) data/VYXApplication",
+            "export BORG_BASE_DIR=$PWD/other; mkdir -p other/t; cd other/t; borg extract ../b::$(borg list "
+            "--last 1 "
+            "--short ../b)"},
+    Program{"rsync -c", "true", "rsync -ac data/VYXApplication other/d",
+            "rsync -ac other/d/VYXApplication other/t"}};
 
 } // namespace
 

@@ -4,7 +4,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <algorithm>
+#include <array>
 #include <cstdio>
 
 namespace {
@@ -17,11 +17,14 @@ struct Column
     int precision;
 };
 
-constexpr Column columns[] = {
-    {"seconds", "seconds", &Cost::seconds, 3},      {"processor s", "processorSeconds", &Cost::processor, 2},
-    {"pause ms", "pauseMs", &Cost::pause, 1},       {"longest ms", "longestPauseMs", &Cost::longestPause, 1},
-    {"silence ms", "silenceMs", &Cost::silence, 1}, {"children", "children", &Cost::children, 0},
-    {"written kB", "writtenKb", &Cost::written, 0}, {"memory kB", "memoryKb", &Cost::memory, 0}};
+constexpr std::array columns = {Column{"seconds", "seconds", &Cost::seconds, 3},
+                                Column{"processor s", "processorSeconds", &Cost::processor, 2},
+                                Column{"pause ms", "pauseMs", &Cost::pause, 1},
+                                Column{"longest ms", "longestPauseMs", &Cost::longestPause, 1},
+                                Column{"silence ms", "silenceMs", &Cost::silence, 1},
+                                Column{"children", "children", &Cost::children, 0},
+                                Column{"written kB", "writtenKb", &Cost::written, 0},
+                                Column{"memory kB", "memoryKb", &Cost::memory, 0}};
 
 /// The figure, with the goal where it is missed.
 QString shown(const Figures &row, const Column &column)

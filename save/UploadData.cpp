@@ -152,7 +152,7 @@ void Upload::sendItem(const ReadySend &ready)
 QString Upload::sourceOf(const PlannedSend &send)
 {
     const bool isFile = send.item.getKind() == FileItem;
-    const QString made = isFile ? send.item.livePath() : send.item.stagedPath();
+    QString made = isFile ? send.item.livePath() : send.item.stagedPath();
     const bool isLive = !takenOver.value(send.item.getModule()).contains(send.line.identity());
     if (isLive && (isFile || QFile::exists(made))) {
         return made;

@@ -336,7 +336,7 @@ private Q_SLOTS:
                 QTimer::singleShot(20ms, this, [&] { ended.end(Waiter::End::RepositoryChanged); });
             }
             QVERIFY2(digestOfArchive(ended).isEmpty() && leftInStaging().isEmpty(), damage);
-            inZipped("rm -r ../z; mkdir ../z");
+            inZipped("chmod -R u+rwX . ; rm -r ../z; mkdir ../z");
         }
     }
 };

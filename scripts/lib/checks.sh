@@ -189,11 +189,27 @@ checksum_file_complete() {
     [ "$(wc -l <"$repository/$1.cksum")" -eq "${lines_seen[$1]:-0}" ]
 }
 
+# Of each plain file and database; what a running module writes has its time from another moment.
+attributes_as_live() {
+    local key mode owner group time path
+    while IFS=$'\t' read -r key mode owner group time; do
+        path=$live/$key
+        [ -f "$path" ] || path=$live/$1/$key
+        [ "$(stat -c '%04a %U %G' "$path")" = "$mode $owner $group" ] || echo "$key: $mode $owner $group"
+        [ "$(stat -c %.9Y "$path" | tr -d .)" = "$time" ] || [ "$key" = Recorder/samples.data ] || echo "$key: $time"
+    done <"$repository/$1.attributes" >"$scratch/wrong.txt"
+    cut -f 1 "$repository/$1.attributes" | diff - <(awk -F '\t' '$3 != "directory" { print $1 }' \
+        "$repository/$1.cksum" | LC_ALL=C sort) >>"$scratch/wrong.txt"
+    cat "$scratch/wrong.txt"
+    [ ! -s "$scratch/wrong.txt" ]
+}
+
 # module_files MODULE RELEASE::VERSION : after all items of the module were looked at.
 module_files() {
-    accounted[$1.version]=1 accounted[$1.cksum]=1
+    accounted[$1.version]=1 accounted[$1.cksum]=1 accounted[$1.attributes]=1
     check "$1.version" "$2" version_equals "$1" "$2"
     check "$1.cksum" "a line for each of ${lines_seen[$1]:-0} items and no other" checksum_file_complete "$1"
+    check "$1.attributes" "of its files and databases as live" attributes_as_live "$1"
 }
 
 migration_program() {

@@ -42,7 +42,7 @@ run_scheduled_save() {
     snapshot >"$root/log/after"
     echo "   What a restore has put back is another file than the saved one, so it is sent again."
     sent_exactly PhoneBook++{contacts,calls}.dump.gz PhoneBookMigration Navigator++{places.dump,routes.tar}.gz \
-        Guide++programmes.dump.gz Tuner++stations.dump.gz
+        Guide++programmes.dump.gz Tuner++stations.dump.gz {PhoneBook,Navigator,Guide,Tuner}.attributes
     check "all modules run again" "" all_modules_run
     verbose=false
     verify_repository
@@ -114,7 +114,7 @@ expect_user_data() {
 start_listening() {
     start_program events busctl "--address=$DBUS_SYSTEM_BUS_ADDRESS" --json=short monitor \
         "--match=type='signal',interface='com.corvane.Pelorin.VYXEvent'"
-    wait_until 10 grep -q 'Monitoring bus message stream' "$root/log/events.log"
+    wait_until 10 grep -qs 'Monitoring bus message stream' "$root/log/events.log"
 }
 
 # The events heard: their names, and the modules of the reports.

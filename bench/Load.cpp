@@ -98,9 +98,10 @@ void Load::removeAll() const
 
 QByteArray Load::digests() const
 {
-    return TestDevice::shell("cd '" + device.path("data/VYXApplication") +
-                             "' && { find . -type f ! -name '*.data' -exec md5sum {} + | sort;"
-                             "for f in */*.data; do echo $(sqlite3 $f .dump | md5sum) $f; done; }");
+    return TestDevice::shell(
+        "cd '" + device.path("data/VYXApplication") +
+        "' && { find . -type f ! -name '*.data' ! -path './VYXSaveRestore/*' -exec md5sum {} + | sort;"
+        "for f in */*.data; do echo $(sqlite3 $f .dump | md5sum) $f; done; }");
 }
 
 qint64 Load::size() const

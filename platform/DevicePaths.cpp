@@ -59,6 +59,11 @@ QString fetched(const QString &name)
     return restoreDirectory() + "/" + name;
 }
 
+QString rememberedDigests()
+{
+    return moduleData("VYXSaveRestore") + "/digests";
+}
+
 QString pauseRecord()
 {
     return root() + "/tmp/VYXApplication/SaveRestore/paused-modules";

@@ -31,6 +31,9 @@ QString staged(const QString &name);
 QString restoreDirectory();
 QString fetched(const QString &name);
 
+/// File of the service's own that holds the digests which the modules' data had.
+QString rememberedDigests();
+
 /// File that names the processes asked to pause while a save or restore runs.
 QString pauseRecord();
 

@@ -42,6 +42,9 @@ public:
     /// or what is wrong; the live database is as it was then.
     QString apply(Waiter &waiter);
 
+    /// True after `prepare` has found that the dump is one of a whole database.
+    bool isWhole() const { return !partial; }
+
 private:
     QByteArray kind(Waiter &waiter) const;
     QString build(Waiter &waiter);

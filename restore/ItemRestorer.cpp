@@ -7,8 +7,11 @@
 #include "restore/ArchiveRestore.h"
 #include "restore/LiveData.h"
 #include "restore/Replacement.h"
+#include "staging/StagingArea.h"
 
 #include <QFileInfo>
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -69,7 +72,26 @@ bool ItemRestorer::restoreDatabase(const PlannedItem &planned)
         return false;
     }
     const QString fault = made.mapped()->apply(waiter);
-    return fault.isEmpty() || keep(fault, target);
+    if (!fault.isEmpty()) {
+        return keep(fault, target);
+    }
+    if (made.mapped()->isWhole()) {
+        restoredDatabases << planned;
+    }
+    return true;
+}
+
+/// A change in the very moment of the last write would leave the same time stamp: the modules go on when it
+/// has passed.
+void ItemRestorer::rememberDatabases(StagingArea &staging)
+{
+    constexpr int mostLooks = 50;
+    for (const PlannedItem &planned : std::exchange(restoredDatabases, {})) {
+        int looks = 0;
+        while (!staging.rememberRestored(planned.item, planned.digest) && ++looks < mostLooks &&
+               waiter.dispatchEventsFor(1ms)) {
+        }
+    }
 }
 
 bool ItemRestorer::restoreDirectory(const PlannedItem &planned)

@@ -10,6 +10,7 @@
 #include <vector>
 
 class RepositorySession;
+class StagingArea;
 class Waiter;
 
 /// Puts single items back into a module's live data. One that cannot be put back stays as it was, and the log
@@ -27,6 +28,10 @@ public:
     /// paused.
     bool restore(const PlannedItem &planned);
 
+    /// Remember the databases that were put back as a whole since the last call; their modules have to be
+    /// paused still.
+    void rememberDatabases(StagingArea &staging);
+
     /// Put plain files back, many at a time; `failed` is told of each that was not.
     void restoreFiles(const QList<PlannedItem> &files,
                       const std::function<void(const PlannedItem &)> &failed);
@@ -41,6 +46,7 @@ private:
     RepositorySession &session;
     Waiter &waiter;
     std::map<QString, std::unique_ptr<DatabaseRestore>> databases; ///< those prepared, by their paths
+    QList<PlannedItem> restoredDatabases;                          ///< as a whole, and not remembered yet
     /// Plain files that were fetched beside their live ones.
     std::vector<std::pair<PlannedItem, std::unique_ptr<Replacement>>> fetched;
 };

@@ -48,6 +48,7 @@ void RestoreOperation::startRestoreFromRepository()
     }
     plan = planner.plan();
     runPasses();
+    staging.rememberedDigests().store();
     startMigrations();
     if (!context.isBrokenOff("restore")) {
         finish();
@@ -134,6 +135,9 @@ void RestoreOperation::restoreGroup(const QStringList &group, const QStringList 
             logWarning("The data of module(s) %1 are restored while they run", group.join(' '));
         }
         restoreItems(modules, name, DatabaseItem);
+        if (pause.holds()) {
+            restorer->rememberDatabases(staging);
+        }
     }
     restoreItems(modules, name, DirectoryItem);
     restoreItems(modules, name, FileItem);

@@ -152,6 +152,8 @@ bool RestorePlanner::fetchAttributes(const QString &module)
 void RestorePlanner::stage()
 {
     const QStringList modules = modulePlans.keys();
+    staging.rememberedDigests().begin(context.waiter, context.repository->getRepositoryUrl(),
+                                      RememberedDigests::Purpose::Restore);
     for (const QString &module : modules) {
         staging.copyDatabasesIntoTemp({module});
         staging.stageDatabases({module});

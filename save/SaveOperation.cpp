@@ -106,7 +106,14 @@ bool SaveOperation::stageVersionFiles() const
 bool SaveOperation::stage(const PreviousState &previous)
 {
     staging.makeArtefacts(previous.lines);
-    return !previous.isUsable || runPasses();
+    if (!previous.isUsable) {
+        return true;
+    }
+    staging.rememberedDigests().begin(context.waiter, context.repository->getRepositoryUrl(),
+                                      RememberedDigests::Purpose::Save);
+    const bool staged = runPasses();
+    staging.rememberedDigests().store();
+    return staged;
 }
 
 bool SaveOperation::runPasses()

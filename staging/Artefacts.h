@@ -11,6 +11,8 @@ public:
     /// Those whose digests differ from the saved ones.
     explicit Artefacts(const LinesByModule &saved);
 
+    /// False when digests are all that is asked for.
+    bool areMade() const { return any; }
     /// True when there is to be one whatever its digest turns out to be.
     bool isMadeAnyway(const QString &module, const QString &identity) const;
     /// Of an item whose digest is known.

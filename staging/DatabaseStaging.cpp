@@ -4,8 +4,11 @@
 #include "commands/Command.h"
 #include "commands/Digest.h"
 #include "commands/FileCopy.h"
+#include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
+#include "staging/DatabaseDump.h"
+#include "staging/RememberedDigests.h"
 #include "staging/StagingError.h"
 
 #include <QFile>
@@ -67,9 +70,10 @@ CopyState inspectCopy(Waiter &waiter, const QString &copy)
 
 } // namespace
 
-DatabaseStaging::DatabaseStaging(QString moduleName, const Artefacts &artefacts, ChecksumLines &lines,
-                                 Waiter &waiter)
-    : module(std::move(moduleName)), data(module), artefacts(artefacts), lines(lines), waiter(waiter)
+DatabaseStaging::DatabaseStaging(QString moduleName, const Artefacts &artefacts,
+                                 RememberedDigests &remembered, Waiter &waiter)
+    : module(std::move(moduleName)), data(module), artefacts(artefacts), remembered(remembered),
+      waiter(waiter)
 {
 }
 
@@ -85,6 +89,13 @@ QString DatabaseStaging::copyPath(const QString &database) const
 
 void DatabaseStaging::copy(const QString &database)
 {
+    found[database] = look(database);
+    const QString digest = found[database].digest;
+    if (!digest.isEmpty() &&
+        !artefacts.isMade(module, ChecksumLine::database(itemOf(database).key(), digest))) {
+        return;
+    }
+    found[database].digest.clear();
     logDebug("Copying database '%2' of module '%1' into temp dir", module, database);
     const QString target = copyPath(database);
     if (!copyWithSideFiles(fileNameOf(database), target)) {
@@ -93,10 +104,40 @@ void DatabaseStaging::copy(const QString &database)
     }
 }
 
-void DatabaseStaging::noteMissing(const QString &database)
+/// The digest is that of the file itself: of one that has to be read it is taken here only when a copy would
+/// serve for nothing else.
+DatabaseStaging::Found DatabaseStaging::look(const QString &database)
+{
+    const QString file = fileNameOf(database);
+    const Beneath::Opened opened = data.openRegular(file);
+    if (!opened.descriptor.isOpen() || !isAlone(file)) {
+        return {};
+    }
+    const auto state = [&] { return contentState(opened.descriptor.status()); };
+    Found now = {.state = state(), .digest = {}};
+    const QString key = module + "/" + file;
+    now.digest = remembered.find(key, now.state);
+    if (now.digest.isEmpty() && !artefacts.areMade()) {
+        waiter.runBeside([&] { now.digest = fileDigest(std::as_const(waiter), opened.descriptor); });
+        now.digest = remembered.enter(key, now.state, now.digest, state);
+    }
+    return now;
+}
+
+/// True when nothing of the database lies outside of its file.
+bool DatabaseStaging::isAlone(const QString &file) const
+{
+    return std::ranges::all_of(sideFileSuffixes, [&](const char *suffix) {
+        const Beneath::Opened sideFile = data.openRegular(file + suffix);
+        return sideFile.state == Beneath::State::Missing ||
+               (sideFile.descriptor.isOpen() && sideFile.descriptor.status().st_size == 0);
+    });
+}
+
+ChecksumLine DatabaseStaging::missingLine(const QString &database) const
 {
     reportStagingError(QString("the copy of '%1'").arg(data.pathOf(fileNameOf(database))));
-    lines.append(ChecksumLine::database(itemOf(database).key(), {}));
+    return ChecksumLine::database(itemOf(database).key(), {});
 }
 
 /// The file name is that in the module's data directory.
@@ -120,20 +161,34 @@ bool DatabaseStaging::copyWithSideFiles(const QString &file, const QString &targ
     return true;
 }
 
-void DatabaseStaging::stageCopy(const RestorableDatabase &database)
+ChecksumLine DatabaseStaging::stageCopy(const RestorableDatabase &database)
 {
     const QString name = database.getName();
     const QString copy = copyPath(name);
-    ChecksumLine line = ChecksumLine::database(itemOf(name).key(), digestOfCopy(copy));
+    const Found then = found.value(name);
+    ChecksumLine line = ChecksumLine::database(itemOf(name).key(), then.digest);
+    if (line.digest().isEmpty()) {
+        line.setDigest(remembered.enter(module + "/" + fileNameOf(name), then.state, digestOfCopy(copy), [&] {
+            return contentState(data.openRegular(fileNameOf(name)).descriptor.status());
+        }));
+    }
     if (line.digest().isEmpty()) {
         reportStagingError(QString("the copy of '%1'").arg(data.pathOf(fileNameOf(name))));
     } else if (artefacts.isMade(module, line) && !dump(database, copy)) {
         QFile::remove(itemOf(name).stagedPath());
         line.setDigest({});
     }
-    lines.append(line);
     QFile::remove(copy);
     removeSideFiles(copy);
+    return line;
+}
+
+bool DatabaseStaging::rememberRestored(const QString &database, const QString &digest)
+{
+    const QString file = fileNameOf(database);
+    const Beneath::Opened opened = data.openRegular(file);
+    return !opened.descriptor.isOpen() || !isAlone(file) ||
+           remembered.enterRestored(module + "/" + file, opened.descriptor, digest);
 }
 
 /// Opening a copy that came with side files rolls a hot journal back; the checkpoint moves committed rows out

@@ -5,6 +5,7 @@
 #include "platform/core/Waiter.h"
 #include "staging/TarWriter.h"
 
+#include <QCryptographicHash>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
@@ -31,13 +32,117 @@ bool leadsOut(const QByteArray &target, const QString &parent, const QString &di
     return reached != directory && !reached.startsWith(directory + "/");
 }
 
-/// Goes through a directory and archives what is in it; one directory at a time is open.
+/// What becomes of the members that are met. Each says false when the walk need not go on.
+class Visitor
+{
+public:
+    Visitor() = default;
+    Visitor(const Visitor &) = delete;
+    Visitor &operator=(const Visitor &) = delete;
+    virtual ~Visitor() = default;
+    virtual bool directory(const QByteArray &member, const struct stat &status) = 0;
+    virtual bool file(const QByteArray &member, const Descriptor &found) = 0;
+    virtual bool link(const QByteArray &member, const struct stat &status, const QByteArray &target) = 0;
+};
+
+class Archiver : public Visitor
+{
+public:
+    explicit Archiver(TarWriter &tar) : tar(tar) {}
+
+    bool directory(const QByteArray &member, const struct stat &status) override
+    {
+        return tar.add(member, status);
+    }
+    bool file(const QByteArray &member, const Descriptor &found) override;
+    bool link(const QByteArray &member, const struct stat &status, const QByteArray &target) override
+    {
+        return tar.addLink(member, status, target);
+    }
+
+private:
+    TarWriter &tar;
+    QByteArray portion = QByteArray(portionSize, Qt::Uninitialized);
+};
+
+bool Archiver::file(const QByteArray &member, const Descriptor &found)
+{
+    const Descriptor file = openedForReading(found);
+    const struct stat status = file.status();
+    if (!file.isOpen() || !tar.add(member, status)) {
+        return false;
+    }
+    off_t left = status.st_size;
+    ssize_t count = 1;
+    while (left > 0 && count > 0) {
+        count =
+            TEMP_FAILURE_RETRY(read(file.number(), portion.data(), std::min<off_t>(left, portion.size())));
+        if (count < 0 || !tar.write(QByteArrayView(portion.constData(), count))) {
+            return false;
+        }
+        left -= count;
+    }
+    return true;
+}
+
+class Observer : public Visitor
+{
+public:
+    explicit Observer(const Waiter &waiter) : waiter(waiter) {}
+
+    bool directory(const QByteArray &member, const struct stat &status) override
+    {
+        return add(member, status);
+    }
+    bool file(const QByteArray &member, const Descriptor &found) override
+    {
+        return add(member, found.status());
+    }
+    bool link(const QByteArray &member, const struct stat &status, const QByteArray &) override
+    {
+        return add(member, status);
+    }
+
+    ContentState state() const;
+
+private:
+    bool add(const QByteArray &member, const struct stat &status);
+
+    const Waiter &waiter;
+    QCryptographicHash hash{QCryptographicHash::Md5};
+    ContentState all;
+    bool one = true; ///< whether all have a state, on one file system
+};
+
+bool Observer::add(const QByteArray &member, const struct stat &status)
+{
+    const ContentState state = contentState(status);
+    if (all.device == 0) {
+        all = state;
+    }
+    one = one && !state.text.isEmpty() && state.device == all.device;
+    all.youngest = std::max(all.youngest, state.youngest);
+    all.oldestChange = std::min(all.oldestChange, state.oldestChange);
+    hash.addData(member);
+    hash.addData(QByteArray(1, 0));
+    hash.addData(state.text);
+    return !waiter.mustEnd();
+}
+
+ContentState Observer::state() const
+{
+    ContentState state = all;
+    state.text = one && !all.text.isEmpty() ? hash.result() : QByteArray();
+    return state;
+}
+
+/// Goes through a directory and visits what is in it; one directory at a time is open.
 class Walk
 {
 public:
-    Walk(const Descriptor &directory, const QString &path, TarWriter &tar, DirectoryArchive &result)
+    Walk(const Descriptor &directory, const QString &path, Visitor &visitor, DirectoryArchive &result)
         : top("/proc/self/fd/" + QString::number(directory.number()) + "/."), path(path),
-          member(QFile::encodeName(path).mid(1)), tar(tar), result(result)
+          member(QFile::encodeName(path).mid(1)), visitor(visitor), result(result)
     {
     }
 
@@ -55,7 +160,6 @@ public:
 private:
     bool addDirectory(const QByteArray &below);
     bool addEntry(const Descriptor &parent, const QByteArray &prefix, const QByteArray &name);
-    bool addFile(const Descriptor &found, const QByteArray &below);
     bool addLink(const Descriptor &found, const QByteArray &below);
     bool leaveOut(QByteArrayList &list, const QByteArray &below);
 
@@ -67,11 +171,10 @@ private:
     Beneath top;
     QString path;
     QByteArray member;
-    TarWriter &tar;
+    Visitor &visitor;
     DirectoryArchive &result;
     /// Directories: the path of the parent, which all in it share, and the name.
     QList<std::pair<QByteArray, QByteArray>> pending = {{QByteArray(), QByteArray()}};
-    QByteArray portion = QByteArray(portionSize, Qt::Uninitialized);
     QByteArray ownPrefix = QFile::encodeName(ItemNames::ownPrefix());
     qsizetype entriesLeft = mostEntries;
 };
@@ -83,7 +186,7 @@ bool Walk::addDirectory(const QByteArray &below)
         return opened.state != Beneath::State::Unreadable;
     }
     auto names = namesIn(opened.descriptor, entriesLeft + 1);
-    if (!names || !tar.add(memberOf(below), opened.descriptor.status())) {
+    if (!names || !visitor.directory(memberOf(below), opened.descriptor.status())) {
         return false;
     }
     entriesLeft -= names->size();
@@ -119,32 +222,12 @@ bool Walk::addEntry(const Descriptor &parent, const QByteArray &prefix, const QB
         pending.emplaceBack(prefix, name);
         return true;
     case S_IFREG:
-        return addFile(found, below);
+        return visitor.file(memberOf(below), found);
     case S_IFLNK:
         return addLink(found, below);
     default:
         return leaveOut(result.others, below);
     }
-}
-
-bool Walk::addFile(const Descriptor &found, const QByteArray &below)
-{
-    const Descriptor file = openedForReading(found);
-    const struct stat status = file.status();
-    if (!file.isOpen() || !tar.add(memberOf(below), status)) {
-        return false;
-    }
-    off_t left = status.st_size;
-    ssize_t count = 1;
-    while (left > 0 && count > 0) {
-        count =
-            TEMP_FAILURE_RETRY(read(file.number(), portion.data(), std::min<off_t>(left, portion.size())));
-        if (count < 0 || !tar.write(QByteArrayView(portion.constData(), count))) {
-            return false;
-        }
-        left -= count;
-    }
-    return true;
 }
 
 bool Walk::addLink(const Descriptor &found, const QByteArray &below)
@@ -157,7 +240,7 @@ bool Walk::addLink(const Descriptor &found, const QByteArray &below)
     target.truncate(size);
     const QString parent = QFile::decodeName("/" + memberOf(below)).section('/', 0, -2);
     return leadsOut(target, parent, path) ? leaveOut(result.outward, below)
-                                          : tar.addLink(memberOf(below), found.status(), target);
+                                          : visitor.link(memberOf(below), found.status(), target);
 }
 
 bool Walk::leaveOut(QByteArrayList &list, const QByteArray &below)
@@ -175,8 +258,19 @@ DirectoryArchive archiveDirectory(const Waiter &waiter, const Descriptor &direct
     DirectoryArchive result;
     const QDeadlineTimer deadline(30min);
     TarWriter tar(archive, [&] { return !waiter.mustEnd() && !deadline.hasExpired(); });
-    if (Walk(directory, path, tar, result).run()) {
+    Archiver archiver(tar);
+    if (Walk(directory, path, archiver, result).run()) {
         result.digest = tar.finish();
+    }
+    return result;
+}
+
+DirectoryArchive lookIntoDirectory(const Waiter &waiter, const Descriptor &directory, const QString &path)
+{
+    DirectoryArchive result;
+    Observer observer(waiter);
+    if (Walk(directory, path, observer, result).run()) {
+        result.state = observer.state();
     }
     return result;
 }

@@ -1,12 +1,14 @@
 #pragma once
 
+#include "staging/ContentState.h"
+
 #include <QByteArrayList>
 #include <QString>
 
 class Descriptor;
 class Waiter;
 
-/// What came of the archive of one directory.
+/// What came of the archive of one directory, or of a look at what would be in it.
 struct DirectoryArchive
 {
     QString digest; ///< of the tar before compression; empty when there is no whole archive
@@ -14,6 +16,7 @@ struct DirectoryArchive
         outward; ///< links that lead out, by their paths below the directory; a restore refuses them
     QByteArrayList others; ///< what is no file, directory or link
     bool bounded = true;   ///< false when there is more than can be archived
+    ContentState state;    ///< of all that would be in it, when it was only looked at
 };
 
 /// Take the digest of the archive of a directory of a module's data, and write the archive, compressed,
@@ -25,3 +28,7 @@ struct DirectoryArchive
 /// archived, paths as long as the system takes, and no more than 1,000 things left out.
 DirectoryArchive archiveDirectory(const Waiter &waiter, const Descriptor &directory, const QString &path,
                                   const QString &archive);
+
+/// Go through the directory without reading its files: there is a state, but no digest. The state tells
+/// nothing when not all is known, or is on one file system.
+DirectoryArchive lookIntoDirectory(const Waiter &waiter, const Descriptor &directory, const QString &path);

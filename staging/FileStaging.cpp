@@ -4,6 +4,7 @@
 #include "commands/Digest.h"
 #include "platform/logger/VYXLogger.h"
 #include "staging/DirectoryArchive.h"
+#include "staging/RememberedDigests.h"
 #include "staging/StagingError.h"
 
 #include <QFile>
@@ -27,9 +28,10 @@ bool fitsChecksumLine(const QByteArray &name)
 
 } // namespace
 
-FileStaging::FileStaging(QString moduleName, const Artefacts &artefacts, ChecksumLines &lines,
-                         const Waiter &waiter)
-    : module(std::move(moduleName)), data(module), artefacts(artefacts), lines(lines), waiter(waiter)
+FileStaging::FileStaging(QString moduleName, const Artefacts &artefacts, RememberedDigests &remembered,
+                         ChecksumLines &lines, const Waiter &waiter)
+    : module(std::move(moduleName)), data(module), artefacts(artefacts), remembered(remembered), lines(lines),
+      waiter(waiter)
 {
 }
 
@@ -48,16 +50,22 @@ void FileStaging::stageFile(const RestorableFile &item)
 {
     logDebug("Saving file '%1' of module '%2'", item.getPath(), module);
     const QString path = item.getPath();
-    lines.append(ChecksumLine::file(path, digestOf(data.openRegular(path).descriptor, data.pathOf(path)),
-                                    item.isZipped(), priorityOf(item)));
+    lines.append(ChecksumLine::file(path, digestOf(data.openRegular(path).descriptor, path), item.isZipped(),
+                                    priorityOf(item)));
 }
 
 /// Empty when the digest cannot be taken, as of a descriptor that is not open.
-QString FileStaging::digestOf(const Descriptor &file, const QString &shown)
+QString FileStaging::digestOf(const Descriptor &file, const QString &path)
 {
-    QString digest = fileDigest(waiter, file);
+    const auto state = [&] { return contentState(file.status()); };
+    const ContentState before = state();
+    const QString key = module + "/" + path;
+    QString digest = remembered.find(key, before);
     if (digest.isEmpty()) {
-        reportStagingError(QString("the digest of '%1'").arg(shown));
+        digest = remembered.enter(key, before, fileDigest(waiter, file), state);
+    }
+    if (digest.isEmpty()) {
+        reportStagingError(QString("the digest of '%1'").arg(data.pathOf(path)));
     } else {
         logDebug("md5sum= %1", digest);
     }
@@ -108,20 +116,24 @@ QString FileStaging::archive(const SavedItem &item)
     return made.digest;
 }
 
-/// An archive that is not what was saved is written in a second walk, which has the digest then.
+/// An archive that is not what was saved is written in a walk of its own, which has the digest then.
 DirectoryArchive FileStaging::archiveIfWanted(const SavedItem &item, const Descriptor &directory)
 {
-    const auto walk = [&](const QString &target) {
-        return archiveDirectory(waiter, directory, data.pathOf(item.getPath()), target);
-    };
+    const QString path = data.pathOf(item.getPath());
+    const QString key = module + "/" + item.getPath() + "/";
+    const auto look = [&] { return lookIntoDirectory(waiter, directory, path); };
+    DirectoryArchive seen = look();
     ChecksumLine line = ChecksumLine::directory(item.key(), {}, item.getPriority());
-    if (artefacts.isMadeAnyway(module, line.identity())) {
-        return walk(item.stagedPath());
+    const bool anyway = artefacts.isMadeAnyway(module, line.identity());
+    line.setDigest(seen.bounded ? remembered.find(key, seen.state) : QString());
+    seen.digest = line.digest();
+    if (seen.bounded && (seen.digest.isEmpty() || anyway)) {
+        const ContentState before = seen.state;
+        seen = archiveDirectory(waiter, directory, path, anyway ? item.stagedPath() : QString());
+        line.setDigest(remembered.enter(key, before, seen.digest, [&] { return look().state; }));
     }
-    const DirectoryArchive seen = walk({});
-    line.setDigest(seen.digest);
-    const bool differs = !seen.digest.isEmpty() && artefacts.isMade(module, line);
-    return differs ? walk(item.stagedPath()) : seen;
+    const bool differs = !anyway && !seen.digest.isEmpty() && artefacts.isMade(module, line);
+    return differs ? archiveDirectory(waiter, directory, path, item.stagedPath()) : seen;
 }
 
 void FileStaging::stageDirectory(const RestorableFile &item)
@@ -158,6 +170,5 @@ void FileStaging::stageDirectoryEntry(const RestorableFile &item, const QByteArr
                    QString::fromLatin1(name.toPercentEncoding()), item.getPath(), module);
         return;
     }
-    lines.append(
-        ChecksumLine::file(path, digestOf(file.descriptor, data.pathOf(path)), false, priorityOf(item)));
+    lines.append(ChecksumLine::file(path, digestOf(file.descriptor, path), false, priorityOf(item)));
 }

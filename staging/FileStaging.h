@@ -8,6 +8,7 @@
 
 #include <QString>
 
+class RememberedDigests;
 class Waiter;
 
 /// Stages the files and directories of one module, in a thread beside: makes their checksum lines and the
@@ -17,7 +18,8 @@ class FileStaging
 {
 public:
     /// The lines are appended to `lines`. All must outlive the object.
-    FileStaging(QString module, const Artefacts &artefacts, ChecksumLines &lines, const Waiter &waiter);
+    FileStaging(QString module, const Artefacts &artefacts, RememberedDigests &remembered,
+                ChecksumLines &lines, const Waiter &waiter);
 
     void stage(const RestorableFile &item);
 
@@ -26,13 +28,14 @@ private:
     void stageZippedDirectory(const RestorableFile &item);
     void stageDirectory(const RestorableFile &item);
     void stageDirectoryEntry(const RestorableFile &item, const QByteArray &name);
-    QString digestOf(const Descriptor &file, const QString &shown);
+    QString digestOf(const Descriptor &file, const QString &path);
     QString archive(const SavedItem &item);
     DirectoryArchive archiveIfWanted(const SavedItem &item, const Descriptor &directory);
 
     QString module;
     ModuleData data;
     const Artefacts &artefacts;
+    RememberedDigests &remembered;
     ChecksumLines &lines;
     const Waiter &waiter;
 };

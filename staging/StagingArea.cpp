@@ -4,7 +4,6 @@
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "restorable/KnownModules.h"
-#include "staging/DatabaseStaging.h"
 #include "staging/FileStaging.h"
 #include "staging/WorkingDirectory.h"
 
@@ -41,7 +40,7 @@ void StagingArea::stageFiles(const QStringList &names, RestorableOrder::Restorab
     forEachObject(modules, names, [&](const RestorableObject &object) {
         ChecksumLines &lines = made[object.getName()];
         works << [&, files = object.getFiles(), name = object.getName()] {
-            FileStaging staging(name, artefacts, lines, waiter);
+            FileStaging staging(name, artefacts, remembered, lines, waiter);
             for (const RestorableFile &item : files) {
                 if (item.getPriority() == priority && !waiter.mustEnd()) {
                     staging.stage(item);
@@ -58,7 +57,9 @@ void StagingArea::stageFiles(const QStringList &names, RestorableOrder::Restorab
 void StagingArea::copyDatabasesIntoTemp(const QStringList &names)
 {
     forEachObject(modules, names, [&](const RestorableObject &object) {
-        DatabaseStaging staging(object.getName(), artefacts, stagedLines[object.getName()], waiter);
+        const QString name = object.getName();
+        DatabaseStaging &staging =
+            copied.try_emplace(name, name, artefacts, remembered, waiter).first->second;
         for (const RestorableDatabase &database : object.getDatabases()) {
             staging.copy(database.getName());
         }
@@ -68,12 +69,24 @@ void StagingArea::copyDatabasesIntoTemp(const QStringList &names)
 void StagingArea::stageDatabases(const QStringList &names)
 {
     forEachObject(modules, names, [&](const RestorableObject &object) {
-        DatabaseStaging staging(object.getName(), artefacts, stagedLines[object.getName()], waiter);
+        const auto staging = copied.find(object.getName());
+        if (staging == copied.end()) {
+            return;
+        }
+        ChecksumLines lines;
         for (const RestorableDatabase &database : object.getDatabases()) {
-            staging.stageCopy(database);
+            lines << staging->second.stageCopy(database);
         }
         for (const QString &database : object.getMissingDatabases()) {
-            staging.noteMissing(database);
+            lines << staging->second.missingLine(database);
         }
+        stagedLines[object.getName()] += lines;
+        copied.erase(staging);
     });
+}
+
+bool StagingArea::rememberRestored(const SavedItem &database, const QString &digest)
+{
+    return DatabaseStaging(database.getModule(), artefacts, remembered, waiter)
+        .rememberRestored(database.getPath(), digest);
 }

@@ -2,9 +2,13 @@
 
 #include "catalogue/Priorities.h"
 #include "staging/Artefacts.h"
+#include "staging/DatabaseStaging.h"
+#include "staging/RememberedDigests.h"
 
 #include <QString>
 #include <QStringList>
+
+#include <map>
 
 class KnownModules;
 class RestorableObject;
@@ -38,9 +42,18 @@ public:
     /// The lines of the modules staged so far.
     const LinesByModule &lines() const { return stagedLines; }
 
+    /// Remember with which digest a database is saved that was just put back, its module stopped still: it
+    /// goes on only when this says true.
+    bool rememberRestored(const SavedItem &database, const QString &digest);
+
+    /// The digests that need not be taken; its user begins and stores it.
+    RememberedDigests &rememberedDigests() { return remembered; }
+
 private:
     const KnownModules &modules;
     Waiter &waiter;
     Artefacts artefacts;
+    RememberedDigests remembered;
+    std::map<QString, DatabaseStaging> copied; ///< by module, between copying and staging
     LinesByModule stagedLines;
 };

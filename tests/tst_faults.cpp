@@ -61,7 +61,7 @@ class tst_faults : public OperationTest
                 QByteArray &known = rows[QString::fromLatin1(file.value() + files[name + "-journal"])];
                 known = known.isEmpty() ? TestDevice::sqlOnFile(data + "/" + name, "SELECT v FROM t") : known;
                 items[name] = known;
-            } else if (!name.contains(".data-")) {
+            } else if (!name.contains(".data-") && !name.startsWith("VYXSaveRestore/")) {
                 items[name] = file.value();
             }
         }
@@ -274,7 +274,8 @@ private Q_SLOTS:
             }
         }
         for (const QString &name : lasting(disk.namedTooEarly).keys()) {
-            if (!name.contains("/.saverestore-incoming")) {
+            // The digests carry a check of their own.
+            if (!name.contains("/.saverestore-incoming") && !name.endsWith("/VYXSaveRestore/digests")) {
                 faults << name + " was given to what was not on the disk";
             }
         }

@@ -117,11 +117,10 @@ class tst_hostile : public OperationTest
     /// All that there is beside the module's own data.
     QByteArray everythingElse() const
     {
-        return in(
-            "",
-            "find . \\( -path ./data/VYXApplication/A -o -path ./media -o -path ./tmp -o -path ./pristine "
-            "-o -name '*.log' -o -name settings.conf \\) -prune "
-            "-o -printf '%p %y %m %U %l ' \\( -type f -exec md5sum {} \\; -o -print \\) | sort");
+        return in("", "find . \\( -path ./data/VYXApplication/A -o -path '*/VYXSaveRestore' -o -path ./media "
+                      "-o -path ./tmp -o -path ./pristine "
+                      "-o -name '*.log' -o -name settings.conf \\) -prune "
+                      "-o -printf '%p %y %m %U %l ' \\( -type f -exec md5sum {} \\; -o -print \\) | sort");
     }
     /// The items of the module, one a line, with their content.
     QByteArrayList items() const

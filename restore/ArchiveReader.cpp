@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr size_t blockSize = size_t{64} * 1024;
-
 /// A name of an archive in the archive's own bytes, or in UTF-8 when it is told in that only.
 QByteArray nameOf(const char *bytes, const char *utf8)
 {
@@ -41,15 +39,9 @@ void ArchiveReader::Free::operator()(archive *reader) const
 }
 
 ArchiveReader::ArchiveReader(int file, quint64 limit, const Waiter &waiter)
-    : waiter(waiter), limit(limit), gzip(archive_read_new()), tar(archive_read_new())
+    : waiter(waiter), limit(limit), gzip(file), tar(archive_read_new())
 {
-    archive_entry *stream = nullptr;
     const bool opened = lseek(file, 0, SEEK_SET) == 0 &&
-                        archive_read_support_format_raw(gzip.get()) == ARCHIVE_OK &&
-                        // Exactly one layer is taken off: none is guessed.
-                        archive_read_append_filter(gzip.get(), ARCHIVE_FILTER_GZIP) == ARCHIVE_OK &&
-                        archive_read_open_fd(gzip.get(), file, blockSize) == ARCHIVE_OK &&
-                        archive_read_next_header(gzip.get(), &stream) == ARCHIVE_OK &&
                         archive_read_support_format_tar(tar.get()) == ARCHIVE_OK &&
                         archive_read_open(tar.get(), this, nullptr, readPlain, nullptr) == ARCHIVE_OK;
     if (!opened) {
@@ -65,28 +57,22 @@ ssize_t ArchiveReader::readPlain(archive *, void *self, const void **bytes)
 /// The size of the next block of the uncompressed archive, 0 at its end, negative when there is none.
 ssize_t ArchiveReader::decompress(const void **bytes)
 {
-    size_t size = 0;
-    la_int64_t offset = 0;
-    while (size == 0) {
-        if (waiter.mustEnd()) {
-            fault = ArchiveFault::Kind::Ended;
-            return -1;
-        }
-        const int result = archive_read_data_block(gzip.get(), bytes, &size, &offset);
-        if (result == ARCHIVE_EOF) {
-            return 0;
-        }
-        if (result != ARCHIVE_OK) {
-            return -1;
-        }
+    if (waiter.mustEnd()) {
+        fault = ArchiveFault::Kind::Ended;
+        return -1;
     }
-    decompressed += size;
+    const auto block = gzip.next();
+    if (!block) {
+        return -1;
+    }
+    decompressed += static_cast<quint64>(block->size());
     if (decompressed > limit) {
         fault = ArchiveFault::Kind::TooLarge;
         return -1;
     }
-    hash.addData(QByteArrayView(static_cast<const char *>(*bytes), static_cast<qsizetype>(size)));
-    return static_cast<ssize_t>(size);
+    hash.addData(*block);
+    *bytes = block->data();
+    return block->size();
 }
 
 void ArchiveReader::fail() const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "commands/GzipReader.h"
 #include "restore/ArchiveFault.h"
 
 #include <QByteArray>
@@ -79,6 +80,6 @@ private:
     quint64 decompressed = 0;
     QCryptographicHash hash{QCryptographicHash::Md5};
     ArchiveFault::Kind fault = ArchiveFault::Kind::Broken; ///< of a read that fails
-    std::unique_ptr<archive, Free> gzip;
+    GzipReader gzip;
     std::unique_ptr<archive, Free> tar;
 };

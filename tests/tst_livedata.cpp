@@ -173,6 +173,9 @@ private Q_SLOTS:
         row("no tar", "head -c 9999 /dev/urandom | gzip > 1", broken);
         row("no gzip", "t -cf 1 d", broken);
         row("compressed twice", "pack a; gzip -c a > 1", broken);
+        row("rubbish behind it", "pack; cp 1 a; echo x >> 1; zcat a | md5sum > digest", broken);
+        row("wrong checksum", "pack; zcat 1 | md5sum > digest; { head -c -8 1; echo 1234567; } > a; mv a 1",
+            broken);
         row("no members", "tar -czf 1 -T /dev/null", broken);
         row("links out", "ln -s /etc d/l; ln -s ../../x d/m; ln -s ../d d/i; pack",
             "[ ! -L l -a ! -L m -a -L i ]");

@@ -1,7 +1,6 @@
 #include "commands/ChildProcess.h"
 
 #include "platform/core/Waiter.h"
-#include "platform/Descriptor.h"
 
 #include <QProcess>
 #include <QProcessEnvironment>
@@ -23,21 +22,31 @@ void setLimit(__rlimit_resource_t resource, rlim_t value)
     setrlimit(resource, &both);
 }
 
+void setStream(int file, int number)
+{
+    if (file >= 0) {
+        dup2(file, number);
+    }
+}
+
 } // namespace
 
 namespace ChildProcess {
 
-void prepare(QProcess &process, const std::optional<CommandLimits> &limits, const Descriptor *output,
+void prepare(QProcess &process, const std::optional<CommandLimits> &limits, const Streams &streams,
              const std::optional<ChildIdentity> &as)
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("LC_ALL", "C");
     process.setProcessEnvironment(environment);
     process.setStandardInputFile(QProcess::nullDevice());
-    if (output != nullptr) {
+    if (streams.output >= 0) {
         process.setStandardOutputFile(QProcess::nullDevice());
     }
-    process.setChildProcessModifier([limits, as, number = output != nullptr ? output->number() : -1] {
+    if (streams.errors >= 0) {
+        process.setStandardErrorFile(QProcess::nullDevice());
+    }
+    process.setChildProcessModifier([limits, as, streams] {
         setpgid(0, 0);
         if (as && (setgroups(0, nullptr) != 0 || setgid(as->group) != 0 || setuid(as->user) != 0)) {
             _exit(noRights);
@@ -51,9 +60,9 @@ void prepare(QProcess &process, const std::optional<CommandLimits> &limits, cons
                 setLimit(RLIMIT_AS, static_cast<rlim_t>(limits->memory));
             }
         }
-        if (number >= 0) {
-            dup2(number, STDOUT_FILENO);
-        }
+        setStream(streams.input, STDIN_FILENO);
+        setStream(streams.output, STDOUT_FILENO);
+        setStream(streams.errors, STDERR_FILENO);
     });
 }
 

@@ -9,7 +9,6 @@ using namespace ChildProcess;
 
 namespace {
 
-constexpr qsizetype keptErrorBytes = 4096; ///< of a program that is fed
 constexpr qsizetype mostErrorBytes = qsizetype{64} * 1024;
 constexpr qsizetype mostOutputBytes = qsizetype{1024} * 1024;
 
@@ -21,8 +20,10 @@ bool collect(QProcess &process, CommandResult &result, QByteArray &errors)
     return result.output.size() <= mostOutputBytes;
 }
 
-CommandResult run(Waiter &waiter, const QString &program, const QStringList &arguments,
-                  std::chrono::milliseconds limit, const std::optional<CommandLimits> &limits)
+} // namespace
+
+CommandResult runCommand(Waiter &waiter, const QString &program, const QStringList &arguments,
+                         std::chrono::milliseconds limit)
 {
     CommandResult result;
     if (waiter.mustEnd()) {
@@ -30,7 +31,7 @@ CommandResult run(Waiter &waiter, const QString &program, const QStringList &arg
         return result;
     }
     QProcess process;
-    prepare(process, limits);
+    prepare(process);
     process.start(program, arguments);
     QByteArray errors;
     bool bounded = true;
@@ -59,53 +60,5 @@ CommandResult run(Waiter &waiter, const QString &program, const QStringList &arg
     result.finished = process.exitStatus() == QProcess::NormalExit;
     result.exitCode = process.exitCode();
     result.errorText = QString::fromLocal8Bit(errors).trimmed();
-    return result;
-}
-
-} // namespace
-
-CommandResult runCommand(Waiter &waiter, const QString &program, const QStringList &arguments,
-                         std::chrono::milliseconds limit)
-{
-    return run(waiter, program, arguments, limit, {});
-}
-
-CommandResult runShellLine(Waiter &waiter, const QString &line, const CommandLimits &limits)
-{
-    return run(waiter, "/bin/sh", {"-c", line}, limits.wallClock, limits);
-}
-
-CommandResult runFed(Waiter &waiter, const QString &line, const QString &program,
-                     const QStringList &arguments, const CommandLimits &limits,
-                     const std::optional<ChildIdentity> &as)
-{
-    CommandResult result;
-    if (waiter.mustEnd()) {
-        result.errorText = reasonOf(WaitOutcome::Ended);
-        return result;
-    }
-    QProcess feeder;
-    QProcess eater;
-    prepare(feeder, limits);
-    prepare(eater, limits, nullptr, as);
-    feeder.setStandardErrorFile(QProcess::nullDevice());
-    feeder.setStandardOutputProcess(&eater);
-    eater.setStandardOutputFile(QProcess::nullDevice());
-    feeder.start("/bin/sh", {"-c", line});
-    eater.start(program, arguments);
-    QByteArray errors;
-    const WaitOutcome outcome = waiter.waitUntil(
-        [&] {
-            errors += eater.readAllStandardError().left(keptErrorBytes - errors.size());
-            return eater.state() == QProcess::NotRunning;
-        },
-        limits.wallClock);
-    killGroup(eater);
-    killGroup(feeder);
-    result.finished = outcome == WaitOutcome::Met && eater.exitStatus() == QProcess::NormalExit &&
-                      eater.error() != QProcess::FailedToStart;
-    result.exitCode = eater.exitCode();
-    result.errorText =
-        outcome == WaitOutcome::Met ? QString::fromLocal8Bit(errors).trimmed() : reasonOf(outcome);
     return result;
 }

@@ -5,7 +5,6 @@
 #include <QStringList>
 
 #include <chrono>
-#include <optional>
 #include <sys/types.h>
 
 class Waiter;
@@ -43,15 +42,3 @@ struct ChildIdentity
     uid_t user;
     gid_t group;
 };
-
-/// Run one line in a POSIX shell as above; values in it must be quoted (see ShellText). The limits hold for
-/// the shell and for each of its children.
-CommandResult runShellLine(Waiter &waiter, const QString &line, const CommandLimits &limits);
-
-/// Run a program whose standard input is what a line in a POSIX shell prints. Of the program's standard
-/// output nothing is kept, of its standard error the first 4096 bytes. The limits hold for the shell's
-/// children, too; the rest is as above. With `as` the program, not the shell, has the rights of that user and
-/// group alone; only root can give them.
-CommandResult runFed(Waiter &waiter, const QString &line, const QString &program,
-                     const QStringList &arguments, const CommandLimits &limits,
-                     const std::optional<ChildIdentity> &as = {});

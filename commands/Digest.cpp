@@ -5,9 +5,7 @@
 
 #include <QCryptographicHash>
 #include <QDeadlineTimer>
-#include <QFile>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 using namespace std::chrono_literals;
@@ -38,8 +36,7 @@ QString fileDigest(const Waiter &waiter, const Descriptor &file)
 
 QString fileDigest(Waiter &waiter, const QString &path)
 {
-    const Descriptor found(open(QFile::encodeName(path).constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    const Descriptor file = openedForReading(found);
+    const Descriptor file = openedRegular(path);
     QString digest;
     waiter.runBeside([&] { digest = fileDigest(std::as_const(waiter), file); });
     return digest;

@@ -73,7 +73,7 @@ CommandResult runStreamed(Waiter &waiter, const QString &program, const QStringL
     const QDeadlineTimer deadline(limits.wallClock);
     QByteArray errors;
     QProcess process;
-    ChildProcess::prepare(process, limits, &input);
+    ChildProcess::prepare(process, limits, {.output = input.number()});
     QObject::connect(&process, &QProcess::readyReadStandardError, &process,
                      [&] { errors += process.readAllStandardError().left(keptErrorBytes - errors.size()); });
     process.start(program, arguments);

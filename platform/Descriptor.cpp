@@ -1,5 +1,7 @@
 #include "platform/Descriptor.h"
 
+#include <QFile>
+
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
@@ -60,4 +62,10 @@ Descriptor openedForReading(const Descriptor &found)
     }
     const QByteArray itself = "/proc/self/fd/" + QByteArray::number(found.number());
     return Descriptor(open(itself.constData(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+}
+
+Descriptor openedRegular(const QString &path)
+{
+    const Descriptor found(open(QFile::encodeName(path).constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    return openedForReading(found);
 }

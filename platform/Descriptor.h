@@ -2,6 +2,7 @@
 
 #include <QByteArrayList>
 #include <QByteArrayView>
+#include <QString>
 
 #include <limits>
 #include <optional>
@@ -49,3 +50,6 @@ bool writeAll(const Descriptor &file, QByteArrayView bytes);
 /// What was found with O_PATH, opened for reading: that very file, whatever its path names meanwhile. Not
 /// open when it is no regular file, which is then left alone, or cannot be read.
 Descriptor openedForReading(const Descriptor &found);
+
+/// The same with what a path names, which is no link.
+Descriptor openedRegular(const QString &path);

@@ -1,10 +1,10 @@
 #include "restore/DatabaseRestore.h"
 
-#include "commands/Command.h"
-#include "commands/ShellText.h"
+#include "commands/FedCommand.h"
 #include "platform/core/VYXApplication.h"
 #include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
+#include "restore/DumpReader.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -19,19 +19,11 @@
 
 namespace {
 
-/// What is in a dump that is whole, "database" or "rows". It must decompress, begin as a dump does, and its
-/// transaction must have been closed. Lines are looked at as far as they can tell something: one without end
-/// would have to be kept.
-const QString kindLine =
-    R"({ zcat %1 || printf '\nROLLBACK; -- due to errors\n'; } | cut -b -64 | awk ')"
-    R"(NR == 1 {kind["PRAGMA foreign_keys=OFF;"] = "database"; kind["BEGIN TRANSACTION;"] = "rows"; is = kind[$0]} )"
-    R"(/^COMMIT;$/ {closed = 1} /^ROLLBACK; -- due to errors$/ {failed = 1} END {if (closed && !failed) print is}')";
-
 // The shell's status when it has come to the end of what it was fed. Its other ones do not tell: it ends with
 // 0 after a dump that is cut off or that ends the shell. What makes it end so fails while a transaction is
 // open.
 constexpr int endReached = 77;
-const QString endOfInput = R"(printf '\nBEGIN;COMMIT;\n.exit 77\n')";
+const QByteArray endOfInput = "\nBEGIN;COMMIT;\n.exit 77\n";
 
 constexpr int pagesPerStep = 1000;
 constexpr int instructionsBetweenLooks = 100000;
@@ -144,41 +136,9 @@ DatabaseRestore::DatabaseRestore(QString dump, QString livePath, const LoadLimit
 
 QString DatabaseRestore::prepare(Waiter &waiter)
 {
-    const QByteArray found = kind(waiter);
-    partial = found == "rows\n";
-    if (!partial && found != "database\n") {
-        return QString("Dump '%1' is missing or broken").arg(dump);
-    }
-    return partial ? QString() : build(waiter);
-}
-
-QString DatabaseRestore::apply(Waiter &waiter)
-{
-    QString fault = partial ? build(waiter) : QString();
+    QString fault = begin(waiter);
     if (fault.isEmpty()) {
-        fault = putInPlace(waiter);
-        replacement.discard(waiter);
-    }
-    return fault;
-}
-
-/// Whatever a dump does before it fails, it does beside the live database: selected rows, too, are put into a
-/// copy.
-QString DatabaseRestore::build(Waiter &waiter)
-{
-    if (partial && !isRegular(livePath)) {
-        return QString("Database '%1' does not exist: there is nothing to put the saved rows into")
-            .arg(livePath);
-    }
-    if (!replacement.prepare()) {
-        return QString("There is no place for a database beside '%1'").arg(livePath);
-    }
-    QString fault = partial ? copyLive(waiter) : QString();
-    if (fault.isEmpty()) {
-        fault = load(waiter);
-    }
-    if (fault.isEmpty()) {
-        fault = faultOfLoaded(waiter);
+        waiter.runBeside([&] { fault = partial ? checkRows(waiter) : build(waiter); });
     }
     if (!fault.isEmpty()) {
         replacement.discard(waiter);
@@ -186,11 +146,69 @@ QString DatabaseRestore::build(Waiter &waiter)
     return fault;
 }
 
-QString DatabaseRestore::copyLive(Waiter &waiter) const
+QString DatabaseRestore::apply(Waiter &waiter)
 {
-    int result = SQLITE_CANTOPEN;
-    waiter.runBeside(
-        [&] { result = copyContent(livePath, replacement.path(), limits.busy, SQLITE_OPEN_CREATE); });
+    QString fault = partial ? takePlace() : QString();
+    if (partial && fault.isEmpty()) {
+        waiter.runBeside([&] { fault = build(waiter); });
+    }
+    if (fault.isEmpty()) {
+        fault = putInPlace(waiter);
+    }
+    replacement.discard(waiter);
+    return fault;
+}
+
+/// Look at the dump's first line, and make room for what will be made of it.
+QString DatabaseRestore::begin(const Waiter &waiter)
+{
+    DumpReader reader(dump, waiter, limits.wallClock);
+    while (reader.kind() == DumpText::Kind::Unknown && !reader.next().isEmpty()) {
+    }
+    partial = reader.kind() == DumpText::Kind::Rows;
+    if (partial) {
+        return {};
+    }
+    return reader.kind() == DumpText::Kind::Database ? takePlace() : faultOfDump();
+}
+
+QString DatabaseRestore::checkRows(const Waiter &waiter) const
+{
+    DumpReader reader(dump, waiter, limits.wallClock);
+    while (!reader.next().isEmpty()) {
+    }
+    return reader.isWhole() ? QString() : faultOfDump();
+}
+
+QString DatabaseRestore::faultOfDump() const
+{
+    return QString("Dump '%1' is missing or broken").arg(dump);
+}
+
+QString DatabaseRestore::takePlace()
+{
+    if (partial && !isRegular(livePath)) {
+        return QString("Database '%1' does not exist: there is nothing to put the saved rows into")
+            .arg(livePath);
+    }
+    return replacement.prepare() ? QString()
+                                 : QString("There is no place for a database beside '%1'").arg(livePath);
+}
+
+/// Whatever a dump does before it fails, it does beside the live database: selected rows, too, are put into a
+/// copy. For a thread beside.
+QString DatabaseRestore::build(const Waiter &waiter) const
+{
+    QString fault = partial ? copyLive() : QString();
+    if (fault.isEmpty()) {
+        fault = load(waiter);
+    }
+    return fault.isEmpty() ? faultOfLoaded() : fault;
+}
+
+QString DatabaseRestore::copyLive() const
+{
+    const int result = copyContent(livePath, replacement.path(), limits.busy, SQLITE_OPEN_CREATE);
     return result == SQLITE_OK ? QString() : faultOfWriting(result);
 }
 
@@ -199,52 +217,53 @@ QString DatabaseRestore::faultOfWriting(int result) const
     return QString("Database '%1' could not be written: %2").arg(livePath, sqlite3_errstr(result));
 }
 
-QByteArray DatabaseRestore::kind(Waiter &waiter) const
-{
-    constexpr qint64 nothingIsWritten = 0;
-    const CommandResult result =
-        runShellLine(waiter, kindLine.arg(ShellText::quoted(dump)),
-                     {limits.wallClock, limits.processorTime, nothingIsWritten, limits.memory});
-    return result.succeeded() ? result.output : QByteArray();
-}
-
 /// The shell's own commands in a dump must not run: they could do anything on the device. A tenth of what is
 /// free is left to the others. A new database takes the live one's page size, which SQLite cannot change in
-/// one that has a write-ahead log.
-QString DatabaseRestore::load(Waiter &waiter) const
+/// one that has a write-ahead log. What a dump that turns out to be broken has made so far is not used.
+QString DatabaseRestore::load(const Waiter &waiter) const
 {
     constexpr int shares = 10;
     const QString database = replacement.path();
     const qint64 available = QStorageInfo(QFileInfo(database).path()).bytesAvailable();
     const qint64 fileSize = QFileInfo(database).size() + available - available / shares;
-    const QString line = QString("zcat %1 && %2").arg(ShellText::quoted(dump), endOfInput);
     const QString busy = QString(".timeout %1").arg(limits.busy.count());
     const QString pageSize = QString("PRAGMA page_size=%1;").arg(pageSizeOf(livePath));
     const QStringList arguments = {"-init", "/dev/null", "-batch", "-safe",  "-bail",
                                    "-cmd",  busy,        "-cmd",   pageSize, database};
-    logDebug("{ %1; } | %2", line, ShellText::commandLine("sqlite3", arguments));
+    logDebug("Loading '%1' into '%2'", dump, database);
     const auto owner = ownerOfPlace(database);
     if (owner && lchown(QFile::encodeName(database).constData(), owner->user, owner->group) != 0) {
         logDebug("'%1' has no owner of its own", database); // a new file, or a file system without owners
     }
+    DumpReader reader(dump, waiter, limits.wallClock + std::chrono::seconds(1)); // the loader's is up first
+    const auto feed = [&](const Feed &send) {
+        bool taken = true; // the rest is read all the same: which fault is told does not depend on the loader
+        for (QByteArrayView block = reader.next(); !block.isEmpty(); block = reader.next()) {
+            taken = taken && send(block);
+        }
+        if (taken && reader.isWhole()) {
+            send(endOfInput);
+        }
+        return !reader.isBroken();
+    };
     const CommandResult result =
-        runFed(waiter, line, "sqlite3", arguments,
-               {limits.wallClock, limits.processorTime, fileSize, limits.memory}, owner);
-    if (result.finished && result.exitCode == endReached) {
+        runFed(waiter, "sqlite3", arguments,
+               {limits.wallClock, limits.processorTime, fileSize, limits.memory}, feed, owner);
+    if (reader.isBroken()) {
+        return faultOfDump();
+    }
+    if (reader.isWhole() && result.finished && result.exitCode == endReached) {
         return {};
     }
     return QString("Dump '%1' could not be loaded: %2").arg(dump, result.errorText);
 }
 
 /// The journal has to be the one kind that leaves the live database's alone.
-QString DatabaseRestore::faultOfLoaded(Waiter &waiter) const
+QString DatabaseRestore::faultOfLoaded() const
 {
-    bool sound = false;
-    waiter.runBeside([&] {
-        const Connection database = connect(replacement.path(), SQLITE_OPEN_READWRITE);
-        sound = database && valueOf(database.get(), "PRAGMA journal_mode=DELETE") == "delete" &&
-                valueOf(database.get(), "PRAGMA quick_check(1)") == "ok";
-    });
+    const Connection database = connect(replacement.path(), SQLITE_OPEN_READWRITE);
+    const bool sound = database && valueOf(database.get(), "PRAGMA journal_mode=DELETE") == "delete" &&
+                       valueOf(database.get(), "PRAGMA quick_check(1)") == "ok";
     return sound ? QString() : QString("Database '%1' made of dump '%2' is not sound").arg(livePath, dump);
 }
 

@@ -46,11 +46,14 @@ public:
     bool isWhole() const { return !partial; }
 
 private:
-    QByteArray kind(Waiter &waiter) const;
-    QString build(Waiter &waiter);
-    QString copyLive(Waiter &waiter) const;
-    QString load(Waiter &waiter) const;
-    QString faultOfLoaded(Waiter &waiter) const;
+    QString begin(const Waiter &waiter);
+    QString checkRows(const Waiter &waiter) const;
+    QString takePlace();
+    QString build(const Waiter &waiter) const;
+    QString copyLive() const;
+    QString load(const Waiter &waiter) const;
+    QString faultOfLoaded() const;
+    QString faultOfDump() const;
     QString putInPlace(Waiter &waiter);
     QString faultOfWriting(int result) const;
 

@@ -1,6 +1,7 @@
 #include "catalogue/ChecksumFile.h"
 #include "catalogue/ModulesList.h"
-#include "commands/Command.h"
+#include "commands/FedCommand.h"
+#include "commands/StreamedCommand.h"
 #include "pause/PauseRecord.h"
 #include "platform/DevicePaths.h"
 #include "repository/DistantRepository.h"
@@ -176,10 +177,82 @@ private Q_SLOTS:
         for (const char *greedy :
              {"while :; do :; done", "head -c 2000 /dev/zero >file; test -s file && exit 1",
               "awk 'BEGIN {x = \"x\"; for (;;) x = x x}'"}) {
-            QVERIFY2(!runShellLine(waiter, "cd " + local->path() + "; " + greedy, limits).succeeded(),
-                     greedy);
+            const QString line = "cd " + local->path() + "; " + greedy;
+            QVERIFY2(
+                !runStreamed(waiter, "/bin/sh", {"-c", line}, limits, [](QByteArrayView) { return true; })
+                     .succeeded(),
+                greedy);
         }
         QVERIFY(QFileInfo(local->filePath("file")).size() <= 1000);
+    }
+
+    void inputOfAChild_data()
+    {
+        // what the child does; what comes of it, and whether all was taken
+        columns<QString, QString, bool>("line", "result", "all");
+        row("reads all", QString("[ $(wc -c) = 3000000 ] && exit 7"), QString("7: "), true);
+        row("says why", QString("cat >/dev/null; head -c 9000000 /dev/zero | tr '\\0' e >&2"),
+            "0: " + QString(4096, 'e'), true);
+        row("says much before it reads", QString("head -c 9000000 /dev/zero >&2; [ $(wc -c) = 3000000 ]"),
+            "0: " + QString(4096, QChar(0)), true);
+        row("ends early", QString("head -c 10 >/dev/null; echo why >&2; exit 3"), QString("3: why"), false);
+        row("is killed", QString("kill -9 $$"), QString("-: "), false);
+        row("does not read", QString("exec sleep 60"), QString("-: time limit reached"), false);
+        row("does not end", QString("cat >/dev/null; exec >&- 2>&-; sleep 60"),
+            QString("-: time limit reached"), true);
+        row("leaves a child", QString("sleep 60 & cat >/dev/null"), QString("0: "), true);
+        row("has a child that does not read", QString("sleep 60; cat"), QString("-: time limit reached"),
+            false);
+    }
+    void inputOfAChild()
+    {
+        QFETCH(QString, line);
+        QFETCH(QString, result);
+        QFETCH(bool, all);
+        Waiter waiter;
+        QElapsedTimer timer;
+        timer.start();
+        bool taken = true;
+        CommandResult found;
+        const auto feed = [&](const Feed &send) {
+            for (int number = 0; number < 30; ++number) {
+                taken = taken && send(QByteArray(100000, 'x'));
+            }
+            return true;
+        };
+        waiter.runBeside([&] { found = runFed(waiter, "/bin/sh", {"-c", line}, {2s, 2s, 1000}, feed); });
+        QCOMPARE((found.finished ? QString::number(found.exitCode) : QString("-")) + ": " + found.errorText,
+                 result);
+        QCOMPARE(taken, all);
+        QVERIFY(timer.elapsed() < 4000);
+    }
+
+    void fedChildIsEnded()
+    {
+        const auto children = [] { return TestDevice::shell("pgrep -fx 'sleep 61'"); };
+        for (const bool refused : {true, false}) {
+            Waiter waiter;
+            CommandResult result;
+            const auto feed = [&](const Feed &send) {
+                while (send("x") && !refused) {
+                }
+                return !refused;
+            };
+            QTimer::singleShot(300ms, [&] { waiter.end(Waiter::End::RepositoryChanged); });
+            waiter.runBeside([&] {
+                result = runFed(waiter, "/bin/sh", {"-c", "sleep 61; cat"}, {20s, 20s, 1000}, feed);
+            });
+            QVERIFY(!result.finished);
+            QCOMPARE(waiter.mustEnd(), !refused);
+            QVERIFY(TestDevice::waitUntil([&] { return children().isEmpty(); }));
+            bool started = false;
+            waiter.end(Waiter::End::RepositoryChanged);
+            waiter.runBeside([&] {
+                result = runFed(waiter, "/bin/sh", {}, {2s, 2s, 1000},
+                                [&](const Feed &) { return started = true; });
+            });
+            QVERIFY(!result.finished && !started);
+        }
     }
 
     void modulesLists()

@@ -33,7 +33,11 @@ class tst_databases : public QObject
         const QString dump = root.filePath("dump");
         writeFile(dump, sql.startsWith('=') ? sql.mid(1) : "PRAGMA foreign_keys=OFF;\n" + sql);
         TestDevice::shell("gzip -f " + dump);
-        DatabaseRestore restore(dump + ".gz", live("x.data"), limits);
+        return restoredFrom(dump + ".gz");
+    }
+    QString restoredFrom(const QString &dump)
+    {
+        DatabaseRestore restore(dump, live("x.data"), limits);
         const QString fault = restore.prepare(waiter);
         return fault.isEmpty() ? restore.apply(waiter) : fault;
     }
@@ -122,6 +126,51 @@ private Q_SLOTS:
         const QByteArray found =
             TestDevice::sqlOnFile(live("x.data"), "SELECT v FROM t; PRAGMA journal_mode; PRAGMA quick_check");
         QCOMPARE(found, content + "delete\nok\n");
+    }
+
+    void files_data()
+    {
+        // how the dump d is made of the two gzip members a and b of one, in shell; whether it can be restored
+        columns<QString, bool>("make", "good");
+        row("good", "cat a b >d", true);
+        row("no line feed at the end", "zcat a b | head -c -1 | gzip >d", true);
+        row("many members", "zcat a b | split -b 3 --filter=gzip >d", true);
+        row("an empty member", ": | gzip | cat a - b >d", true);
+        row("more than a block", "{ cat a; yes -- ------ | head -c 700000 | gzip; cat b; } >d", true);
+        row("last member cut off", "cat a b | head -c -1 >d", false);
+        row("last member all but missing", "{ cat a b; gzip </dev/null | head -c 10; } >d", false);
+        row("no last member", "cp a d", false);
+        row("checksum of a later member",
+            "s=$(($(stat -c %s b) - 8)); { cat a; head -c $s b; echo 1234; tail -c 3 b; } >d", false);
+        row("length of a later member", "{ cat a; head -c -1 b; printf '\\1'; } >d", false);
+        row("rubbish behind it", "{ cat a b; echo rubbish; } >d", false);
+        row("not compressed", "zcat a b >d", false);
+        row("compressed twice", "cat a b | gzip >d", false);
+        row("empty", ": >d", false);
+        row("missing", "rm -f d", false);
+        row("a link", "cat a b >e; ln -s e d", false);
+        row("a pipe", "mkfifo d", false);
+        row("another end of lines", "zcat a b | sed s/$/\\\\r/ | gzip >d", false);
+        row("a long line that begins so", "zcat a b | sed \"1s/$/$(seq -s - 99)/\" | gzip >d", false);
+        row("rolled back in a text",
+            "zcat b | sed 's/new/\\nROLLBACK; -- due to errors\\n/' | gzip | cat a - >d", false);
+        row("fails and is cut off", "echo 'hello;' | gzip | cat a - b | head -c -1 >d", false);
+    }
+    void files()
+    {
+        QFETCH(QString, make);
+        QFETCH(bool, good);
+        for (const QByteArray head : {"PRAGMA foreign_keys=OFF;\nBEGIN", "BEGIN"}) {
+            TestDevice::sqlOnFile(live("x.data"), "CREATE TABLE IF NOT EXISTS t(v); DELETE FROM t");
+            const QTemporaryDir place;
+            writeFile(place.filePath("a"), head + " TRANSACTION;\nCREATE TABLE IF NOT EXISTS t(v);\n");
+            writeFile(place.filePath("b"), "INSERT INTO t VALUES('new');\nCOMMIT;\n");
+            TestDevice::shell("cd " + place.path() + "; gzip a b; mv a.gz a; mv b.gz b; " + make);
+            const QString dump = place.filePath("d");
+            QCOMPARE(restoredFrom(dump), good ? "" : "Dump '" + dump + "' is missing or broken");
+            QCOMPARE(TestDevice::sqlOnFile(live("x.data"), "SELECT v FROM t"), good ? "new\n" : "");
+            QVERIFY(!names().contains("saverestore"));
+        }
     }
 
     void usersOfDatabases_data()

@@ -3,7 +3,6 @@
 #include "catalogue/SavedEntries.h"
 #include "catalogue/SavedItem.h"
 #include "commands/Digest.h"
-#include "commands/ShellText.h"
 #include "pause/PauseState.h"
 #include "platform/Beneath.h"
 #include "platform/core/Waiter.h"
@@ -51,18 +50,6 @@ private Q_SLOTS:
         qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());
         const QString make = "cd '%1'; mkdir -p data/VYXApplication/m; cd data/*/m; mkdir conf logs; ";
         TestDevice::shell(make.arg(root.path()) + "touch main.data extra.data conf/a.xml");
-    }
-
-    void shellWords()
-    {
-        const QString ordinary = "/data/VYX/m++a.b-c_d";
-        const QStringList values = {ordinary, "a b",      "it's",  "$(echo x)`id`$HOME", "a\\nb\\",
-                                    "-n",     "a\nb; id", "~root", "für 日本",           ""};
-        for (const QString &value : values) {
-            QVERIFY2((ShellText::quoted(value) == value) == (value == ordinary), qPrintable(value));
-            QCOMPARE(TestDevice::shell("printf '[%s]' " + ShellText::quoted(value)),
-                     ("[" + value + "]").toUtf8());
-        }
     }
 
     void digests()

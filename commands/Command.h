@@ -13,7 +13,7 @@ class Waiter;
 struct CommandResult
 {
     bool finished = false; ///< it started and ended by itself within its limit
-    int exitCode = -1;     ///< meaningful when `finished`
+    int exitCode = -1;     ///< when `finished`; of a program that was fed, else the signal that ended it
     QByteArray output;     ///< standard output, also of a child that was ended
     QString errorText;     ///< standard error, or why the child did not finish
 

@@ -10,7 +10,11 @@
 #include <QFileInfo>
 #include <QStorageInfo>
 #include <QtEndian>
+#include <QThread>
 
+#include <algorithm>
+#include <csignal>
+#include <functional>
 #include <memory>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -136,21 +140,48 @@ DatabaseRestore::DatabaseRestore(QString dump, QString livePath, const LoadLimit
 
 QString DatabaseRestore::prepare(Waiter &waiter)
 {
-    QString fault = begin(waiter);
-    if (fault.isEmpty()) {
-        waiter.runBeside([&] { fault = partial ? checkRows(waiter) : build(waiter); });
+    return prepareAll(waiter, {this}).first();
+}
+
+QStringList DatabaseRestore::prepareAll(Waiter &waiter, const QList<DatabaseRestore *> &all)
+{
+    QStringList faults;
+    QList<std::function<void()>> works;
+    for (DatabaseRestore *one : all) {
+        faults << one->begin(waiter);
     }
-    if (!fault.isEmpty()) {
-        replacement.discard(waiter);
+    const qsizetype atOnce = std::min<qsizetype>(QThread::idealThreadCount(), all.size());
+    for (qsizetype number = 0; number < all.size(); ++number) {
+        if (faults.at(number).isEmpty()) {
+            works << [&waiter, atOnce, one = all.at(number), &fault = faults[number]] {
+                fault = one->partial ? one->checkRows(waiter) : one->build(waiter, atOnce);
+            };
+        }
     }
-    return fault;
+    waiter.runAllBeside(works);
+    const auto discardIfFailed = [&](qsizetype number) {
+        if (!faults.at(number).isEmpty()) {
+            all.at(number)->replacement.discard(waiter);
+        }
+    };
+    for (qsizetype number = 0; number < all.size(); ++number) {
+        discardIfFailed(number);
+    }
+    for (qsizetype number = 0; number < all.size(); ++number) {
+        DatabaseRestore *const one = all.at(number);
+        if (one->tooLarge && one->replacement.prepare()) {
+            waiter.runBeside([&] { faults[number] = one->build(waiter, 1); });
+            discardIfFailed(number);
+        }
+    }
+    return faults;
 }
 
 QString DatabaseRestore::apply(Waiter &waiter)
 {
     QString fault = partial ? takePlace() : QString();
     if (partial && fault.isEmpty()) {
-        waiter.runBeside([&] { fault = build(waiter); });
+        waiter.runBeside([&] { fault = build(waiter, 1); });
     }
     if (fault.isEmpty()) {
         fault = putInPlace(waiter);
@@ -197,11 +228,11 @@ QString DatabaseRestore::takePlace()
 
 /// Whatever a dump does before it fails, it does beside the live database: selected rows, too, are put into a
 /// copy. For a thread beside.
-QString DatabaseRestore::build(const Waiter &waiter) const
+QString DatabaseRestore::build(const Waiter &waiter, qsizetype atOnce)
 {
     QString fault = partial ? copyLive() : QString();
     if (fault.isEmpty()) {
-        fault = load(waiter);
+        fault = load(waiter, atOnce);
     }
     return fault.isEmpty() ? faultOfLoaded() : fault;
 }
@@ -218,14 +249,15 @@ QString DatabaseRestore::faultOfWriting(int result) const
 }
 
 /// The shell's own commands in a dump must not run: they could do anything on the device. A tenth of what is
-/// free is left to the others. A new database takes the live one's page size, which SQLite cannot change in
-/// one that has a write-ahead log. What a dump that turns out to be broken has made so far is not used.
-QString DatabaseRestore::load(const Waiter &waiter) const
+/// free is left to the others; loads that run at once share the rest. A new database takes the live one's
+/// page size, which SQLite cannot change in one that has a write-ahead log. What a dump that turns out to be
+/// broken has made so far is not used.
+QString DatabaseRestore::load(const Waiter &waiter, qsizetype atOnce)
 {
     constexpr int shares = 10;
     const QString database = replacement.path();
     const qint64 available = QStorageInfo(QFileInfo(database).path()).bytesAvailable();
-    const qint64 fileSize = QFileInfo(database).size() + available - available / shares;
+    const qint64 fileSize = QFileInfo(database).size() + (available - available / shares) / atOnce;
     const QString busy = QString(".timeout %1").arg(limits.busy.count());
     const QString pageSize = QString("PRAGMA page_size=%1;").arg(pageSizeOf(livePath));
     const QStringList arguments = {"-init", "/dev/null", "-batch", "-safe",  "-bail",
@@ -249,6 +281,7 @@ QString DatabaseRestore::load(const Waiter &waiter) const
     const CommandResult result =
         runFed(waiter, "sqlite3", arguments,
                {limits.wallClock, limits.processorTime, fileSize, limits.memory}, feed, owner);
+    tooLarge = atOnce > 1 && !result.finished && result.exitCode == SIGXFSZ;
     if (reader.isBroken()) {
         return faultOfDump();
     }

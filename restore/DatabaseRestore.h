@@ -2,7 +2,9 @@
 
 #include "restore/Replacement.h"
 
+#include <QList>
 #include <QString>
+#include <QStringList>
 
 #include <chrono>
 
@@ -38,6 +40,9 @@ public:
     /// Empty, or what is wrong.
     QString prepare(Waiter &waiter);
 
+    /// The same for several, as many at a time as there are processors. What is wrong with each.
+    static QStringList prepareAll(Waiter &waiter, const QList<DatabaseRestore *> &all);
+
     /// Put the content in its place after `prepare` has succeeded, with the live one's users stopped. Empty,
     /// or what is wrong; the live database is as it was then.
     QString apply(Waiter &waiter);
@@ -49,9 +54,9 @@ private:
     QString begin(const Waiter &waiter);
     QString checkRows(const Waiter &waiter) const;
     QString takePlace();
-    QString build(const Waiter &waiter) const;
+    QString build(const Waiter &waiter, qsizetype atOnce);
     QString copyLive() const;
-    QString load(const Waiter &waiter) const;
+    QString load(const Waiter &waiter, qsizetype atOnce);
     QString faultOfLoaded() const;
     QString faultOfDump() const;
     QString putInPlace(Waiter &waiter);
@@ -62,4 +67,5 @@ private:
     LoadLimits limits;
     Replacement replacement;
     bool partial = false;
+    bool tooLarge = false; ///< for its share of what is free, when it was loaded beside others
 };

@@ -49,19 +49,27 @@ bool ItemRestorer::keep(const QString &reason, const QString &target)
     return false;
 }
 
-void ItemRestorer::prepareDatabase(const PlannedItem &planned)
+void ItemRestorer::prepareDatabases(const QList<PlannedItem> &all)
 {
-    const QString target = planned.item.livePath();
-    if (!LiveData::belongsToModule(target, planned.item.getModule())) {
-        return; // `restore` tells
+    std::vector<std::pair<QString, std::unique_ptr<DatabaseRestore>>> made;
+    QList<DatabaseRestore *> tried;
+    for (const PlannedItem &planned : all) {
+        const QString target = planned.item.livePath();
+        if (LiveData::belongsToModule(target, planned.item.getModule())) { // else `restore` tells
+            made.emplace_back(target, std::make_unique<DatabaseRestore>(planned.source, target));
+            made.back().second->setAttributes(planned.attributes);
+            tried << made.back().second.get();
+        }
     }
-    auto made = std::make_unique<DatabaseRestore>(planned.source, target);
-    made->setAttributes(planned.attributes);
-    if (const QString fault = made->prepare(waiter); !fault.isEmpty()) {
-        keep(fault, target);
-        return;
+    const QStringList faults = DatabaseRestore::prepareAll(waiter, tried);
+    for (size_t number = 0; number < made.size(); ++number) {
+        auto &[target, database] = made[number];
+        if (const QString fault = faults.at(static_cast<qsizetype>(number)); !fault.isEmpty()) {
+            keep(fault, target);
+        } else {
+            databases[target] = std::move(database);
+        }
     }
-    databases[target] = std::move(made);
 }
 
 bool ItemRestorer::restoreDatabase(const PlannedItem &planned)

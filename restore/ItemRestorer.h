@@ -21,8 +21,8 @@ public:
     /// Both must outlive the object.
     ItemRestorer(RepositorySession &session, Waiter &waiter) : session(session), waiter(waiter) {}
 
-    /// Do what can be done for a database while its module runs.
-    void prepareDatabase(const PlannedItem &planned);
+    /// Do what can be done for databases while their modules run.
+    void prepareDatabases(const QList<PlannedItem> &all);
 
     /// True when the database or directory was put back. A database has to be prepared, and its module to be
     /// paused.

@@ -112,7 +112,8 @@ bool Replacement::prepare()
         return false;
     }
     TreeAccess::removeAll(path());
-    return !statusOf(path());
+    removeSideFiles(path());
+    return !statusOf(path()) && !hasSideFiles(path());
 }
 
 bool Replacement::makeParents()

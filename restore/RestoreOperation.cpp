@@ -127,8 +127,9 @@ void RestoreOperation::restoreGroup(const QStringList &group, const QStringList 
 {
     const QString name = priorityName(priority);
     if (priority == RestorableObject::high) {
-        forEachItem(modules, name, DatabaseItem,
-                    [this](const PlannedItem &planned) { restorer->prepareDatabase(planned); });
+        QList<PlannedItem> databases;
+        forEachItem(modules, name, DatabaseItem, [&](const PlannedItem &planned) { databases << planned; });
+        restorer->prepareDatabases(databases);
         const Pause pause =
             context.pauses.stopModules(context.modules.processesOf(group), false, context.waiter);
         if (!pause.holds() && !context.waiter.mustEnd()) {

@@ -8,10 +8,15 @@
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QRegularExpression>
+#include <QThread>
 
+#include <algorithm>
 #include <csignal>
+#include <memory>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace std::chrono_literals;
 
@@ -23,6 +28,7 @@ class tst_databases : public QObject
     QTemporaryDir root;
     Waiter waiter;
     LoadLimits limits;
+    const QByteArray path = qgetenv("PATH");
 
     QString live(const QString &item = {}) const { return root.path() + "/data/VYXApplication/m/" + item; }
     QString names() const { return QDir(live()).entryList(QDir::Files | QDir::Hidden).join(' '); }
@@ -42,9 +48,19 @@ class tst_databases : public QObject
         return fault.isEmpty() ? restore.apply(waiter) : fault;
     }
 
+    /// A script that runs instead of sqlite3 until the test's end.
+    void replaceSqlite(const QString &script) const
+    {
+        const QString tool = root.filePath("bin/sqlite3");
+        writeFile(tool, ("#!/bin/sh\nPATH=" + path + "\n" + script + "\n").toUtf8());
+        TestDevice::shell("chmod 755 " + root.filePath("bin") + " " + tool);
+        qputenv("PATH", root.filePath("bin").toUtf8() + ":" + path);
+    }
+
 private Q_SLOTS:
     void init()
     {
+        qputenv("PATH", path);
         qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());
         QDir(root.path() + "/data").removeRecursively();
         QDir().mkpath(live());
@@ -56,15 +72,10 @@ private Q_SLOTS:
         if (getuid() != 0) {
             QSKIP("only root can give its rights up");
         }
-        const QByteArray path = qgetenv("PATH");
-        const QString tool = root.filePath("bin/sqlite3");
-        writeFile(tool,
-                  "#!/bin/sh\nid -u >>" + live("who").toUtf8() + "\nPATH=" + path + " exec sqlite3 \"$@\"\n");
-        TestDevice::shell("cd " + root.path() + "; chmod 755 . bin bin/sqlite3; chown 1234:1234 " + live());
-        qputenv("PATH", root.filePath("bin").toUtf8() + ":" + path);
+        replaceSqlite("id -u >>" + live("who") + "\nexec sqlite3 \"$@\"");
+        TestDevice::shell("chmod 755 " + root.path() + "; chown 1234:1234 " + live());
         QCOMPARE(restored("BEGIN;\nCREATE TABLE t(v);\nCOMMIT;\n"), QString());
         QCOMPARE(restored("=BEGIN TRANSACTION;\nINSERT INTO t VALUES(1);\nCOMMIT;\n"), QString());
-        qputenv("PATH", path);
         QCOMPARE(readFile(live("who")), "1234\n1234\n");
         QCOMPARE(TestDevice::sqlOnFile(live("x.data"), "SELECT * FROM t"), "1\n");
     }
@@ -171,6 +182,73 @@ private Q_SLOTS:
             QCOMPARE(TestDevice::sqlOnFile(live("x.data"), "SELECT v FROM t"), good ? "new\n" : "");
             QVERIFY(!names().contains("saverestore"));
         }
+    }
+
+    /// Restores databases of one directory from dumps, all prepared together.
+    QStringList restoredTogether(const QStringList &names, const QByteArrayList &texts)
+    {
+        std::vector<std::unique_ptr<DatabaseRestore>> made;
+        QList<DatabaseRestore *> all;
+        for (qsizetype number = 0; number < names.size(); ++number) {
+            const QString dump = root.filePath("dump." + QString::number(number));
+            writeFile(dump, "PRAGMA foreign_keys=OFF;\nBEGIN;\n" + texts.at(number) + "COMMIT;\n");
+            TestDevice::shell("gzip -f " + dump);
+            made.push_back(std::make_unique<DatabaseRestore>(dump + ".gz", live(names.at(number)), limits));
+            all << made.back().get();
+        }
+        QStringList faults = DatabaseRestore::prepareAll(waiter, all);
+        for (qsizetype number = 0; number < all.size(); ++number) {
+            faults[number] = faults.at(number).isEmpty() ? all.at(number)->apply(waiter) : faults.at(number);
+        }
+        return faults;
+    }
+    static QByteArray rowsOf(int count)
+    {
+        return "CREATE TABLE t(v);\nWITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c LIMIT " +
+               QByteArray::number(count) + ") INSERT INTO t SELECT zeroblob(100000) FROM c;\n";
+    }
+
+    void severalAtATime()
+    {
+        replaceSqlite("echo + >>" + live("log") + "\nsleep .2\nsqlite3 \"$@\"\ns=$?\necho - >>" +
+                      live("log") + "\nexit $s");
+        QStringList names;
+        QByteArrayList texts;
+        for (int number = 0; number < 6; ++number) {
+            names << QString("new/below/%1.data").arg(number);
+            texts << (number == 3 ? QByteArray("hello;\n") : rowsOf(number + 1));
+        }
+        const QStringList faults = restoredTogether(names, texts);
+        for (int number = 0; number < 6; ++number) {
+            QCOMPARE(faults.at(number).contains("could not be loaded"), number == 3);
+            const QByteArray rows = TestDevice::sqlOnFile(live(names.at(number)), "SELECT count(*) FROM t");
+            QCOMPARE(rows.toInt(), number == 3 ? 0 : number + 1);
+        }
+        int running = 0;
+        int most = 0;
+        const QByteArrayList signs = readFile(live("log")).trimmed().split('\n');
+        for (const QByteArray &sign : signs) {
+            running += sign == "+" ? 1 : -1;
+            most = std::max(most, running);
+        }
+        QCOMPARE(running, 0);
+        QCOMPARE(most, std::min(QThread::idealThreadCount(), 6));
+    }
+
+    void roomIsShared()
+    {
+        if (mount("none", live().toUtf8().constData(), "tmpfs", 0, "size=20m") != 0) {
+            QSKIP("only root can make a file system");
+        }
+        const QStringList faults = restoredTogether({"a.data", "b.data", "c.data", "d.data"},
+                                                    {rowsOf(140), rowsOf(1), rowsOf(100000), rowsOf(2)});
+        const QByteArray found = TestDevice::shell("cd " + live() +
+                                                   "; ls -A; for f in a b d; do sqlite3 $f.data "
+                                                   "'SELECT count(*) FROM t'; done");
+        umount2(live().toUtf8().constData(), MNT_DETACH);
+        QVERIFY2(faults.at(0).isEmpty(), qPrintable(faults.at(0)));
+        QVERIFY(faults.at(1).isEmpty() && !faults.at(2).isEmpty() && faults.at(3).isEmpty());
+        QCOMPARE(found, "a.data\nb.data\nd.data\n140\n1\n2\n");
     }
 
     void usersOfDatabases_data()

@@ -29,6 +29,9 @@ namespace {
 constexpr int endReached = 77;
 const QByteArray endOfInput = "\nBEGIN;COMMIT;\n.exit 77\n";
 
+/// What is made beside a live database need not be on the disk before it is put in its place.
+constexpr auto inNoHaste = "PRAGMA synchronous=OFF;";
+
 constexpr int pagesPerStep = 1000;
 constexpr int instructionsBetweenLooks = 100000;
 
@@ -100,6 +103,9 @@ int copyContent(const QString &source, const QString &target, std::chrono::milli
     const Connection to = connect(target, SQLITE_OPEN_READWRITE | making, busy);
     if (!from || !to) {
         return SQLITE_CANTOPEN;
+    }
+    if (making != 0) {
+        sqlite3_exec(to.get(), inNoHaste, nullptr, nullptr, nullptr);
     }
     sqlite3_backup *backup = sqlite3_backup_init(to.get(), "main", from.get(), "main");
     if (backup == nullptr) {
@@ -259,9 +265,9 @@ QString DatabaseRestore::load(const Waiter &waiter, qsizetype atOnce)
     const qint64 available = QStorageInfo(QFileInfo(database).path()).bytesAvailable();
     const qint64 fileSize = QFileInfo(database).size() + (available - available / shares) / atOnce;
     const QString busy = QString(".timeout %1").arg(limits.busy.count());
-    const QString pageSize = QString("PRAGMA page_size=%1;").arg(pageSizeOf(livePath));
+    const QString settings = QString("PRAGMA page_size=%1;%2").arg(pageSizeOf(livePath)).arg(inNoHaste);
     const QStringList arguments = {"-init", "/dev/null", "-batch", "-safe",  "-bail",
-                                   "-cmd",  busy,        "-cmd",   pageSize, database};
+                                   "-cmd",  busy,        "-cmd",   settings, database};
     logDebug("Loading '%1' into '%2'", dump, database);
     const auto owner = ownerOfPlace(database);
     if (owner && lchown(QFile::encodeName(database).constData(), owner->user, owner->group) != 0) {

@@ -155,9 +155,11 @@ void RestorePlanner::stage()
     staging.rememberedDigests().begin(context.waiter, context.repository->getRepositoryUrl(),
                                       RememberedDigests::Purpose::Restore);
     for (const QString &module : modules) {
+        staging.makeRoomFor({module});
         staging.copyDatabasesIntoTemp({module});
         staging.stageDatabases({module});
     }
+    staging.finishDatabases();
     for (const auto priority : {RestorableOrder::high, RestorableOrder::normal, RestorableOrder::low}) {
         staging.stageFiles(modules, priority);
     }

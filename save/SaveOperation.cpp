@@ -112,6 +112,7 @@ bool SaveOperation::stage(const PreviousState &previous)
     staging.rememberedDigests().begin(context.waiter, context.repository->getRepositoryUrl(),
                                       RememberedDigests::Purpose::Save);
     const bool staged = runPasses();
+    staging.finishDatabases();
     staging.rememberedDigests().store();
     return staged;
 }
@@ -156,14 +157,19 @@ bool SaveOperation::startSaveOnRepositoryForPriority(RestorableObject::Restorabl
             logDebug("Saving done");
         }
     }
+    if (high) {
+        staging.finishDatabases();
+    }
     logDebug("Saving files (%1)", priorityName(priority));
     staging.stageFiles(done.values(), priority);
     logDebug("Saving done");
     return true;
 }
 
+/// While the next group is paused, the databases of this one are staged.
 bool SaveOperation::stageGroupDatabases(const QStringList &group, const QStringList &modules)
 {
+    staging.makeRoomFor(modules);
     {
         const Pause pause =
             context.pauses.stopModules(context.modules.processesOf(group), true, context.waiter);
@@ -180,7 +186,6 @@ bool SaveOperation::stageGroupDatabases(const QStringList &group, const QStringL
     logDebug("Unstopping done");
     logDebug("Saving databases");
     staging.stageDatabases(modules);
-    logDebug("Saving done");
     return true;
 }
 

@@ -5,11 +5,14 @@
 #include "platform/logger/VYXLogger.h"
 #include "staging/DumpStream.h"
 
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QSet>
 
-#include <numeric>
+#include <algorithm>
+#include <functional>
 #include <optional>
+#include <utility>
 
 using namespace std::chrono_literals;
 
@@ -42,30 +45,102 @@ bool isKeyword(const QString &word)
     return keywords.contains(word.toUpper());
 }
 
-/// Dump the tables that the pattern names, all when there is none.
-bool passDump(Waiter &waiter, const QString &copy, const QString &pattern, DumpStream &stream)
+/// What SQLite says of a copy before it dumps it: a line each.
+class CopyReport
 {
-    const QStringList arguments = {"-init", "/dev/null", "-batch", copy, (".dump " + pattern).trimmed()};
-    const CommandResult result = runStreamed(waiter, "sqlite3", arguments, dumpLimits,
-                                             [&](QByteArrayView portion) { return stream.take(portion); });
+public:
+    explicit CopyReport(const QString &copy) : empty(QFileInfo(copy).size() == 0) {}
+
+    static QStringList commands()
+    {
+        return {"PRAGMA quick_check(1); PRAGMA page_count; PRAGMA user_version; PRAGMA application_id; "
+                "SELECT count(*) FROM sqlite_master WHERE sql IS NOT NULL AND name NOT LIKE "
+                "'sqlite\\_%' ESCAPE '\\';"};
+    }
+
+    /// Take the report's lines off the front. False when the copy is not sound.
+    bool take(QByteArrayView &portion)
+    {
+        while (lines.size() < lineCount && !portion.isEmpty()) {
+            const qsizetype end = portion.indexOf('\n');
+            const QByteArrayView part = portion.first(end < 0 ? portion.size() : end);
+            line.append(part.first(std::min(part.size(), mostOfLine - line.size())));
+            portion = portion.sliced(end < 0 ? portion.size() : end + 1);
+            if (end >= 0) {
+                lines << std::exchange(line, {});
+            }
+            if (!lines.isEmpty() && lines.first() != "ok") {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    /// A file that is cut off within its first page passes for an empty database.
+    bool isSound() const { return lines.size() == lineCount && (lines.at(1) != "0" || empty); }
+
+    /// Tables, indexes, views and triggers that a dump makes.
+    qint64 objects() const { return lines.value(4).toLongLong(); }
+
+    /// Part of the content that ".dump" leaves out.
+    QByteArray pragmas() const
+    {
+        QByteArray sql;
+        if (lines.value(2, "0") != "0") {
+            sql += "PRAGMA user_version=" + QByteArray::number(lines.at(2).toInt()) + ';';
+        }
+        if (lines.value(3, "0") != "0") {
+            sql += "PRAGMA application_id=" + QByteArray::number(lines.at(3).toInt()) + ';';
+        }
+        return sql;
+    }
+
+private:
+    static constexpr qsizetype lineCount = 5;
+    static constexpr qsizetype mostOfLine = 64;
+
+    const bool empty;
+    QByteArrayList lines;
+    QByteArray line;
+};
+
+CommandResult runSqlite(const Waiter &waiter, const QString &copy, const QStringList &commands,
+                        const std::function<bool(QByteArrayView)> &take)
+{
+    return runStreamed(waiter, "sqlite3", QStringList{"-init", "/dev/null", "-batch", copy} + commands,
+                       dumpLimits, take);
+}
+
+bool passOver(QByteArrayView)
+{
+    return true;
+}
+
+/// Dump the tables that the pattern names.
+bool passRows(const Waiter &waiter, const QString &copy, const QString &pattern, DumpStream &stream)
+{
+    const CommandResult result = runSqlite(waiter, copy, {".dump " + pattern},
+                                           [&](QByteArrayView portion) { return stream.take(portion); });
     return result.succeeded() && result.errorText.isEmpty() && stream.complete();
 }
 
 /// How many rows were selected in all; nothing when a table is missing or there is none.
-std::optional<qint64> countRows(Waiter &waiter, const QList<DatabaseDump::Selection> &selections,
+std::optional<qint64> countRows(const Waiter &waiter, const QList<DatabaseDump::Selection> &selections,
                                 const QString &copy)
 {
-    QString sql;
+    constexpr qsizetype most = 4096;
+    QString sql = "SELECT 0";
     for (const DatabaseDump::Selection &selection : selections) {
-        sql += QString("SELECT count(*) FROM %1;").arg(temporaryTable(selection.number));
+        sql += QString("+(SELECT count(*) FROM %1)").arg(temporaryTable(selection.number));
     }
-    const CommandResult result = runCommand(waiter, "sqlite3", {copy, sql});
-    const QByteArrayList counts = result.output.trimmed().split('\n');
-    if (selections.isEmpty() || !result.succeeded() || counts.size() != selections.size()) {
-        return std::nullopt;
-    }
-    return std::accumulate(counts.cbegin(), counts.cend(), qint64{0},
-                           [](qint64 sum, const QByteArray &count) { return sum + count.toLongLong(); });
+    QByteArray count;
+    const CommandResult result = runSqlite(waiter, copy, {sql}, [&](QByteArrayView portion) {
+        count.append(portion);
+        return count.size() < most;
+    });
+    bool known = false;
+    const qint64 rows = count.trimmed().toLongLong(&known);
+    return result.succeeded() && known && !selections.isEmpty() ? std::optional(rows) : std::nullopt;
 }
 
 } // namespace
@@ -92,32 +167,54 @@ QString sqlIdentifier(const QString &table)
     return "\"" + escaped + "\"";
 }
 
-bool dumpWhole(Waiter &waiter, const QString &copy, qint64 objects, const QString &pragmas,
-               const QString &dump)
+Outcome dumpWhole(const Waiter &waiter, const QString &copy, const QString &dump)
 {
     GzipWriter target(dump);
     DumpStream stream(target);
-    // A shell that cannot read the schema prints a proper dump of nothing.
-    bool whole = passDump(waiter, copy, {}, stream) && stream.objects() >= objects;
-    if (whole && !pragmas.isEmpty()) {
-        whole = target.endMember() && target.write(pragmas.toUtf8() + '\n');
+    CopyReport report(copy);
+    const CommandResult result =
+        runSqlite(waiter, copy, CopyReport::commands() + QStringList{".dump"}, [&](QByteArrayView portion) {
+            return report.take(portion) && (portion.isEmpty() || (report.isSound() && stream.take(portion)));
+        });
+    if (!report.isSound()) {
+        return Outcome::Unsound;
     }
-    return target.finish() && whole;
+    // A shell that cannot read the schema prints a proper dump of nothing.
+    bool whole = result.succeeded() && result.errorText.isEmpty() && stream.complete() &&
+                 stream.objects() >= report.objects();
+    if (whole && !report.pragmas().isEmpty()) {
+        whole = target.endMember() && target.write(report.pragmas() + '\n');
+    }
+    return target.finish() && whole ? Outcome::Whole : Outcome::Failed;
 }
 
-CommandResult select(Waiter &waiter, const Selection &selection, const QString &copy)
+bool isSound(const Waiter &waiter, const QString &copy)
+{
+    CopyReport report(copy);
+    const CommandResult result = runSqlite(waiter, copy, CopyReport::commands(),
+                                           [&](QByteArrayView portion) { return report.take(portion); });
+    return result.succeeded() && report.isSound();
+}
+
+bool fold(const Waiter &waiter, const QString &copy)
+{
+    const QString sql = "SELECT count(*) FROM sqlite_master; PRAGMA wal_checkpoint(TRUNCATE);";
+    return runSqlite(waiter, copy, {sql}, passOver).succeeded();
+}
+
+CommandResult select(const Waiter &waiter, const Selection &selection, const QString &copy)
 {
     const QString sql = QString("CREATE TABLE %1 AS %2").arg(temporaryTable(selection.number), selection.sql);
     logDebug("%1", sql);
-    return runStreamed(waiter, "sqlite3", {"-init", "/dev/null", "-batch", copy, sql}, dumpLimits,
-                       [](QByteArrayView) { return true; });
+    return runSqlite(waiter, copy, {sql}, passOver);
 }
 
-bool dumpRows(Waiter &waiter, const QList<Selection> &selections, const QString &copy, const QString &dump)
+Outcome dumpRows(const Waiter &waiter, const QList<Selection> &selections, const QString &copy,
+                 const QString &dump)
 {
     const auto rows = countRows(waiter, selections, copy);
     if (!rows) {
-        return false;
+        return Outcome::Failed;
     }
     GzipWriter target(dump);
     bool whole = target.write("BEGIN TRANSACTION;\n");
@@ -127,11 +224,11 @@ bool dumpRows(Waiter &waiter, const QList<Selection> &selections, const QString 
         DumpStream stream(target, QString("INSERT INTO %1 ").arg(table).toUtf8(),
                           QString("REPLACE INTO %1 ").arg(sqlIdentifier(selection.table)).toUtf8());
         // The pattern of .dump is one of LIKE.
-        whole = whole && passDump(waiter, copy, QString(table).replace("_", "\\_"), stream);
+        whole = whole && passRows(waiter, copy, QString(table).replace("_", "\\_"), stream);
         arrived += stream.lines();
     }
     whole = whole && arrived == *rows && target.write("COMMIT;\n");
-    return target.finish() && whole;
+    return target.finish() && whole ? Outcome::Whole : Outcome::Failed;
 }
 
 } // namespace DatabaseDump

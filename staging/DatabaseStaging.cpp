@@ -1,7 +1,6 @@
 #include "staging/DatabaseStaging.h"
 
 #include "catalogue/ItemNames.h"
-#include "commands/Command.h"
 #include "commands/Digest.h"
 #include "commands/FileCopy.h"
 #include "platform/core/Waiter.h"
@@ -12,7 +11,6 @@
 #include "staging/StagingError.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 #include <algorithm>
 #include <array>
@@ -37,37 +35,6 @@ QString fileNameOf(const QString &database)
     return database + ".data";
 }
 
-/// What SQLite makes of a copy.
-struct CopyState
-{
-    bool sound = false;
-    qint64 objects = 0; ///< tables, indexes, views and triggers that a dump makes
-    QString pragmas;    ///< part of the content that ".dump" leaves out
-};
-
-CopyState inspectCopy(Waiter &waiter, const QString &copy)
-{
-    const CommandResult result =
-        runCommand(waiter, "sqlite3",
-                   {copy, "PRAGMA quick_check(1); PRAGMA page_count; PRAGMA user_version; "
-                          "PRAGMA application_id; SELECT count(*) FROM sqlite_master "
-                          "WHERE sql IS NOT NULL AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\';"});
-    QStringList values = QString::fromUtf8(result.output).split('\n', Qt::SkipEmptyParts);
-    const bool sound = !values.isEmpty() && values.takeFirst() == "ok";
-    CopyState state;
-    // A file that is cut off within its first page passes for an empty database.
-    state.sound = sound && result.succeeded() && values.size() == 4 &&
-                  (values.at(0) != "0" || QFileInfo(copy).size() == 0);
-    state.objects = values.value(3).toLongLong();
-    if (values.value(1, "0") != "0") {
-        state.pragmas += QString("PRAGMA user_version=%1;").arg(values.at(1).toInt());
-    }
-    if (values.value(2, "0") != "0") {
-        state.pragmas += QString("PRAGMA application_id=%1;").arg(values.at(2).toInt());
-    }
-    return state;
-}
-
 } // namespace
 
 DatabaseStaging::DatabaseStaging(QString moduleName, const Artefacts &artefacts,
@@ -89,13 +56,16 @@ QString DatabaseStaging::copyPath(const QString &database) const
 
 void DatabaseStaging::copy(const QString &database)
 {
-    found[database] = look(database);
-    const QString digest = found[database].digest;
-    if (!digest.isEmpty() &&
-        !artefacts.isMade(module, ChecksumLine::database(itemOf(database).key(), digest))) {
+    Found &now = found[database] = look(database);
+    const ChecksumLine line = ChecksumLine::database(itemOf(database).key(), now.digest);
+    if (!now.digest.isEmpty() && !artefacts.isMade(module, line)) {
         return;
     }
-    found[database].digest.clear();
+    now.digest.clear();
+    if (!artefacts.areMade() && !now.state.text.isEmpty()) {
+        return;
+    }
+    now.copied = true;
     logDebug("Copying database '%2' of module '%1' into temp dir", module, database);
     const QString target = copyPath(database);
     if (!copyWithSideFiles(fileNameOf(database), target)) {
@@ -104,8 +74,6 @@ void DatabaseStaging::copy(const QString &database)
     }
 }
 
-/// The digest is that of the file itself: of one that has to be read it is taken here only when a copy would
-/// serve for nothing else.
 DatabaseStaging::Found DatabaseStaging::look(const QString &database)
 {
     const QString file = fileNameOf(database);
@@ -113,15 +81,8 @@ DatabaseStaging::Found DatabaseStaging::look(const QString &database)
     if (!opened.descriptor.isOpen() || !isAlone(file)) {
         return {};
     }
-    const auto state = [&] { return contentState(opened.descriptor.status()); };
-    Found now = {.state = state(), .digest = {}};
-    const QString key = module + "/" + file;
-    now.digest = remembered.find(key, now.state);
-    if (now.digest.isEmpty() && !artefacts.areMade()) {
-        waiter.runBeside([&] { now.digest = fileDigest(std::as_const(waiter), opened.descriptor); });
-        now.digest = remembered.enter(key, now.state, now.digest, state);
-    }
-    return now;
+    const ContentState state = contentState(opened.descriptor.status());
+    return {.state = state, .digest = remembered.find(module + "/" + file, state)};
 }
 
 /// True when nothing of the database lies outside of its file.
@@ -132,12 +93,6 @@ bool DatabaseStaging::isAlone(const QString &file) const
         return sideFile.state == Beneath::State::Missing ||
                (sideFile.descriptor.isOpen() && sideFile.descriptor.status().st_size == 0);
     });
-}
-
-ChecksumLine DatabaseStaging::missingLine(const QString &database) const
-{
-    reportStagingError(QString("the copy of '%1'").arg(data.pathOf(fileNameOf(database))));
-    return ChecksumLine::database(itemOf(database).key(), {});
 }
 
 /// The file name is that in the module's data directory.
@@ -161,17 +116,22 @@ bool DatabaseStaging::copyWithSideFiles(const QString &file, const QString &targ
     return true;
 }
 
+void DatabaseStaging::stageCopies(const RestorableObject &object)
+{
+    for (const RestorableDatabase &database : object.getDatabases()) {
+        stagedLines << stageCopy(database);
+    }
+    for (const QString &database : object.getMissingDatabases()) {
+        reportStagingError(QString("the copy of '%1'").arg(data.pathOf(fileNameOf(database))));
+        stagedLines << ChecksumLine::database(itemOf(database).key(), {});
+    }
+}
+
 ChecksumLine DatabaseStaging::stageCopy(const RestorableDatabase &database)
 {
     const QString name = database.getName();
     const QString copy = copyPath(name);
-    const Found then = found.value(name);
-    ChecksumLine line = ChecksumLine::database(itemOf(name).key(), then.digest);
-    if (line.digest().isEmpty()) {
-        line.setDigest(remembered.enter(module + "/" + fileNameOf(name), then.state, digestOfCopy(copy), [&] {
-            return contentState(data.openRegular(fileNameOf(name)).descriptor.status());
-        }));
-    }
+    ChecksumLine line = ChecksumLine::database(itemOf(name).key(), digestOf(name, found.value(name)));
     if (line.digest().isEmpty()) {
         reportStagingError(QString("the copy of '%1'").arg(data.pathOf(fileNameOf(name))));
     } else if (artefacts.isMade(module, line) && !dump(database, copy)) {
@@ -181,6 +141,18 @@ ChecksumLine DatabaseStaging::stageCopy(const RestorableDatabase &database)
     QFile::remove(copy);
     removeSideFiles(copy);
     return line;
+}
+
+QString DatabaseStaging::digestOf(const QString &database, const Found &then)
+{
+    if (!then.digest.isEmpty()) {
+        return then.digest;
+    }
+    const QString file = fileNameOf(database);
+    const Descriptor live = data.openRegular(file).descriptor;
+    const QString digest = then.copied ? digestOfCopy(copyPath(database)) : fileDigest(waiter, live);
+    return remembered.enter(module + "/" + file, then.state, digest,
+                            [&] { return contentState(live.status()); });
 }
 
 bool DatabaseStaging::rememberRestored(const QString &database, const QString &digest)
@@ -193,41 +165,37 @@ bool DatabaseStaging::rememberRestored(const QString &database, const QString &d
 
 /// Opening a copy that came with side files rolls a hot journal back; the checkpoint moves committed rows out
 /// of a write-ahead log.
-QString DatabaseStaging::digestOfCopy(const QString &copy)
+QString DatabaseStaging::digestOfCopy(const QString &copy) const
 {
     const bool alone = std::ranges::none_of(sideFileSuffixes,
                                             [&](const char *suffix) { return QFile::exists(copy + suffix); });
-    const bool whole =
-        QFile::exists(copy) &&
-        (alone || runCommand(waiter, "sqlite3",
-                             {copy, "SELECT count(*) FROM sqlite_master; PRAGMA wal_checkpoint(TRUNCATE);"})
-                      .succeeded());
+    const bool whole = QFile::exists(copy) && (alone || DatabaseDump::fold(waiter, copy));
     removeSideFiles(copy);
-    return whole ? fileDigest(waiter, copy) : QString();
+    return whole ? fileDigest(waiter, openedRegular(copy)) : QString();
 }
 
-bool DatabaseStaging::dump(const RestorableDatabase &database, const QString &copy)
+bool DatabaseStaging::dump(const RestorableDatabase &database, const QString &copy) const
 {
     const QString name = database.getName();
     logDebug("Dump database '%1' of module '%2'", name, module);
-    const CopyState state = inspectCopy(waiter, copy);
-    if (!state.sound) {
-        logError("Database '%1' of module '%2' is not sound: its last saved copy stays", name, module);
-        return false;
-    }
     const QString target = itemOf(name).stagedPath();
-    const bool dumped = database.getSqlCommands().isEmpty()
-                            ? DatabaseDump::dumpWhole(waiter, copy, state.objects, state.pragmas, target)
-                            : dumpSelections(database, copy, target);
-    if (!dumped) {
+    const DatabaseDump::Outcome outcome = database.getSqlCommands().isEmpty()
+                                              ? DatabaseDump::dumpWhole(waiter, copy, target)
+                                              : dumpSelections(database, copy, target);
+    if (outcome == DatabaseDump::Outcome::Unsound) {
+        logError("Database '%1' of module '%2' is not sound: its last saved copy stays", name, module);
+    } else if (outcome == DatabaseDump::Outcome::Failed) {
         logError("Database '%1' of module '%2' could not be dumped: its last saved copy stays", name, module);
     }
-    return dumped;
+    return outcome == DatabaseDump::Outcome::Whole;
 }
 
-bool DatabaseStaging::dumpSelections(const RestorableDatabase &database, const QString &copy,
-                                     const QString &dumpPath)
+DatabaseDump::Outcome DatabaseStaging::dumpSelections(const RestorableDatabase &database, const QString &copy,
+                                                      const QString &dumpPath) const
 {
+    if (!DatabaseDump::isSound(waiter, copy)) {
+        return DatabaseDump::Outcome::Unsound;
+    }
     QList<DatabaseDump::Selection> made;
     for (const DatabaseDump::Selection &selection : DatabaseDump::selections(database.getSqlCommands())) {
         const CommandResult result = DatabaseDump::select(waiter, selection, copy);
@@ -238,7 +206,7 @@ bool DatabaseStaging::dumpSelections(const RestorableDatabase &database, const Q
                        selection.table, database.getName(), module, result.errorText);
         } else {
             reportStagingError(QString("the rows of table '%1': %2").arg(selection.table, result.errorText));
-            return false;
+            return DatabaseDump::Outcome::Failed;
         }
     }
     return DatabaseDump::dumpRows(waiter, made, copy, dumpPath);

@@ -8,10 +8,15 @@
 #include "staging/WorkingDirectory.h"
 
 #include <QDir>
+#include <QFileInfo>
+#include <QStorageInfo>
 
 #include <functional>
 
 namespace {
+
+constexpr qint64 mostCopied = qint64{64} * 1024 * 1024; ///< bytes of copies that are staged side by side
+constexpr qint64 shareOfRoom = 4;                       ///< of what is free they take no more than one part
 
 /// The description of each module that has one, with the directory for its artefacts made.
 template <typename Stage>
@@ -54,8 +59,31 @@ void StagingArea::stageFiles(const QStringList &names, RestorableOrder::Restorab
     }
 }
 
+qint64 StagingArea::sizeOfDatabases(const QStringList &names) const
+{
+    qint64 size = 0;
+    for (const QString &name : names) {
+        const RestorableObject *object = modules.findObject(name);
+        for (const RestorableDatabase &database :
+             object != nullptr ? object->getDatabases() : QList<RestorableDatabase>()) {
+            size += QFileInfo(DevicePaths::moduleData(name) + "/" + database.getName() + ".data").size();
+        }
+    }
+    return size;
+}
+
+void StagingArea::makeRoomFor(const QStringList &names)
+{
+    const qint64 needed = copiedBytes + sizeOfDatabases(names);
+    const qint64 available = QStorageInfo(DevicePaths::stagingRoot()).bytesAvailable();
+    if (needed > mostCopied || needed > available / shareOfRoom) {
+        finishDatabases();
+    }
+}
+
 void StagingArea::copyDatabasesIntoTemp(const QStringList &names)
 {
+    copiedBytes += sizeOfDatabases(names);
     forEachObject(modules, names, [&](const RestorableObject &object) {
         const QString name = object.getName();
         DatabaseStaging &staging =
@@ -70,19 +98,20 @@ void StagingArea::stageDatabases(const QStringList &names)
 {
     forEachObject(modules, names, [&](const RestorableObject &object) {
         const auto staging = copied.find(object.getName());
-        if (staging == copied.end()) {
-            return;
+        if (staging != copied.end()) {
+            queue.add([object, &one = staging->second] { one.stageCopies(object); });
         }
-        ChecksumLines lines;
-        for (const RestorableDatabase &database : object.getDatabases()) {
-            lines << staging->second.stageCopy(database);
-        }
-        for (const QString &database : object.getMissingDatabases()) {
-            lines << staging->second.missingLine(database);
-        }
-        stagedLines[object.getName()] += lines;
-        copied.erase(staging);
     });
+}
+
+void StagingArea::finishDatabases()
+{
+    queue.finish(waiter);
+    for (const auto &[name, staging] : copied) {
+        stagedLines[name] += staging.lines();
+    }
+    copied.clear();
+    copiedBytes = 0;
 }
 
 bool StagingArea::rememberRestored(const SavedItem &database, const QString &digest)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "catalogue/Priorities.h"
+#include "platform/core/WorkQueue.h"
 #include "staging/Artefacts.h"
 #include "staging/DatabaseStaging.h"
 #include "staging/RememberedDigests.h"
@@ -33,11 +34,19 @@ public:
     /// Stage the files and directories of that priority.
     void stageFiles(const QStringList &names, RestorableOrder::RestorablePriority priority);
 
+    /// Before the modules are paused: wait until there is room for copies of their databases beside those
+    /// that are still being staged.
+    void makeRoomFor(const QStringList &names);
+
     /// Make a consistent copy of each database; the modules have to be paused.
     void copyDatabasesIntoTemp(const QStringList &names);
 
-    /// Turn the copies into lines and dumps. A copy that cannot be dumped has a line without a digest.
+    /// Begin to turn the copies into lines and dumps, beside. A copy that cannot be dumped has a line without
+    /// a digest.
     void stageDatabases(const QStringList &names);
+
+    /// Wait for the end of that; without it, there are no lines of databases.
+    void finishDatabases();
 
     /// The lines of the modules staged so far.
     const LinesByModule &lines() const { return stagedLines; }
@@ -50,10 +59,14 @@ public:
     RememberedDigests &rememberedDigests() { return remembered; }
 
 private:
+    qint64 sizeOfDatabases(const QStringList &names) const;
+
     const KnownModules &modules;
     Waiter &waiter;
     Artefacts artefacts;
     RememberedDigests remembered;
-    std::map<QString, DatabaseStaging> copied; ///< by module, between copying and staging
+    std::map<QString, DatabaseStaging> copied; ///< by module, until the lines are there
+    qint64 copiedBytes = 0;                    ///< of these
+    WorkQueue queue;                           ///< goes first: it uses the others
     LinesByModule stagedLines;
 };

@@ -58,7 +58,9 @@ class tst_dump : public QObject
         RememberedDigests none;
         DatabaseStaging staging("m", all, none, waiter);
         staging.copy(database.getName());
-        return staging.stageCopy(database).digest();
+        QString digest;
+        waiter.runBeside([&] { digest = staging.stageCopy(database).digest(); });
+        return digest;
     }
 
     QString dumpText(const QString &database) const

@@ -49,27 +49,40 @@ bool ItemRestorer::keep(const QString &reason, const QString &target)
     return false;
 }
 
-void ItemRestorer::prepareDatabases(const QList<PlannedItem> &all)
+void ItemRestorer::prepareDatabases(const QList<PlannedItem> &own, const QList<PlannedItem> &ahead)
 {
-    std::vector<std::pair<QString, std::unique_ptr<DatabaseRestore>>> made;
+    QStringList faults = prepareAll(own + ahead);
+    for (qsizetype number = 0; number < own.size(); ++number) {
+        if (!faults.at(number).isEmpty() && !ahead.isEmpty()) {
+            for (const PlannedItem &other : ahead) {
+                databases.erase(other.item.livePath());
+            }
+            faults[number] = prepareAll({own.at(number)}).first();
+        }
+        if (!faults.at(number).isEmpty()) {
+            keep(faults.at(number), own.at(number).item.livePath());
+        }
+    }
+}
+
+/// What is wrong with each.
+QStringList ItemRestorer::prepareAll(const QList<PlannedItem> &all)
+{
+    std::vector<std::unique_ptr<DatabaseRestore>> made;
     QList<DatabaseRestore *> tried;
     for (const PlannedItem &planned : all) {
-        const QString target = planned.item.livePath();
-        if (LiveData::belongsToModule(target, planned.item.getModule())) { // else `restore` tells
-            made.emplace_back(target, std::make_unique<DatabaseRestore>(planned.source, target));
-            made.back().second->setAttributes(planned.attributes);
-            tried << made.back().second.get();
-        }
+        made.push_back(std::make_unique<DatabaseRestore>(planned.source, planned.item.livePath()));
+        made.back()->setAttributes(planned.attributes);
+        tried << made.back().get();
     }
-    const QStringList faults = DatabaseRestore::prepareAll(waiter, tried);
+    QStringList faults = DatabaseRestore::prepareAll(waiter, tried);
     for (size_t number = 0; number < made.size(); ++number) {
-        auto &[target, database] = made[number];
-        if (const QString fault = faults.at(static_cast<qsizetype>(number)); !fault.isEmpty()) {
-            keep(fault, target);
-        } else {
-            databases[target] = std::move(database);
+        const auto index = static_cast<qsizetype>(number);
+        if (faults.at(index).isEmpty()) {
+            databases[all.at(index).item.livePath()] = std::move(made[number]);
         }
     }
+    return faults;
 }
 
 bool ItemRestorer::restoreDatabase(const PlannedItem &planned)

@@ -21,8 +21,14 @@ public:
     /// Both must outlive the object.
     ItemRestorer(RepositorySession &session, Waiter &waiter) : session(session), waiter(waiter) {}
 
-    /// Do what can be done for databases while their modules run.
-    void prepareDatabases(const QList<PlannedItem> &all);
+    /// Do what can be done for databases while their modules run. Of those `ahead` nothing is told: one that
+    /// fails can be tried again, and they give way when one of the others fails.
+    void prepareDatabases(const QList<PlannedItem> &own, const QList<PlannedItem> &ahead);
+
+    bool isPrepared(const PlannedItem &database) const
+    {
+        return databases.contains(database.item.livePath());
+    }
 
     /// True when the database or directory was put back. A database has to be prepared, and its module to be
     /// paused.
@@ -37,6 +43,7 @@ public:
                       const std::function<void(const PlannedItem &)> &failed);
 
 private:
+    QStringList prepareAll(const QList<PlannedItem> &all);
     bool restoreDatabase(const PlannedItem &planned);
     bool restoreDirectory(const PlannedItem &planned);
     std::optional<QString> fetchBeside(const PlannedItem &planned, Replacement &replacement);

@@ -9,14 +9,20 @@
 #include "repository/RepositorySession.h"
 #include "restorable/KnownModules.h"
 #include "restore/ItemRestorer.h"
+#include "restore/LiveData.h"
 #include "staging/WorkingDirectory.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 namespace {
 
 /// The most bytes of a migration program.
 constexpr qint64 largestProgram = qint64{256} * 1024 * 1024;
+
+/// Databases that are prepared at once, and the compressed bytes of their dumps, before no more are added.
+constexpr qsizetype mostPrepared = 8;
+constexpr qint64 mostPreparedBytes = qint64{4} * 1024 * 1024;
 
 } // namespace
 
@@ -110,9 +116,14 @@ void RestoreOperation::runPasses()
 void RestoreOperation::startRestoreFromRepositoryForPriority(RestorableObject::RestorablePriority priority)
 {
     QSet<QString> done;
-    for (const QStringList &group : context.modules.groups()) {
+    const QList<QStringList> groups = context.modules.groups();
+    for (qsizetype number = 0; number < groups.size(); ++number) {
         if (context.waiter.mustEnd()) {
             return;
+        }
+        const QStringList &group = groups.at(number);
+        if (priority == RestorableObject::high) {
+            prepareDatabases(number, done);
         }
         logDebug("Starting restore for module(s) %1", group.join(' '));
         QStringList modules = group;
@@ -122,14 +133,45 @@ void RestoreOperation::startRestoreFromRepositoryForPriority(RestorableObject::R
     }
 }
 
+/// Before the group's turn, together with those of the next groups, as far as they are small: then they are
+/// loaded side by side. One that fails ahead, for want of room say, is tried again in its turn.
+void RestoreOperation::prepareDatabases(qsizetype group, const QSet<QString> &done)
+{
+    const QList<QStringList> groups = context.modules.groups();
+    QList<PlannedItem> own;
+    QList<PlannedItem> ahead;
+    qint64 size = 0;
+    const auto add = [&](QList<PlannedItem> &list, const PlannedItem &planned) {
+        const QString path = planned.item.livePath();
+        // `restore` tells of one that is not its module's.
+        if (LiveData::belongsToModule(path, planned.item.getModule())) {
+            list << planned;
+            triedAhead << path;
+            size += QFileInfo(planned.source).size();
+        }
+    };
+    const auto forEachDatabase = [&](qsizetype number, const std::function<void(const PlannedItem &)> &step) {
+        QStringList modules = groups.at(number);
+        modules.removeIf([&](const QString &module) { return done.contains(module); });
+        forEachItem(modules, priorityName(RestorableObject::high), DatabaseItem, step);
+    };
+    forEachDatabase(group, [&](const PlannedItem &planned) {
+        restorer->isPrepared(planned) ? void() : add(own, planned);
+    });
+    for (qsizetype next = group + 1; !own.isEmpty() && next < groups.size(); ++next) {
+        forEachDatabase(next, [&](const PlannedItem &planned) {
+            const bool room = own.size() + ahead.size() < mostPrepared && size < mostPreparedBytes;
+            room && !triedAhead.contains(planned.item.livePath()) ? add(ahead, planned) : void();
+        });
+    }
+    restorer->prepareDatabases(own, ahead);
+}
+
 void RestoreOperation::restoreGroup(const QStringList &group, const QStringList &modules,
                                     RestorableObject::RestorablePriority priority)
 {
     const QString name = priorityName(priority);
     if (priority == RestorableObject::high) {
-        QList<PlannedItem> databases;
-        forEachItem(modules, name, DatabaseItem, [&](const PlannedItem &planned) { databases << planned; });
-        restorer->prepareDatabases(databases);
         const Pause pause =
             context.pauses.stopModules(context.modules.processesOf(group), false, context.waiter);
         if (!pause.holds() && !context.waiter.mustEnd()) {

@@ -34,6 +34,7 @@ private:
     bool prepare();
     void runPasses();
     void startRestoreFromRepositoryForPriority(RestorableObject::RestorablePriority priority);
+    void prepareDatabases(qsizetype group, const QSet<QString> &done);
     void restoreGroup(const QStringList &group, const QStringList &modules,
                       RestorableObject::RestorablePriority priority);
     void forEachItem(const QStringList &modules, const QString &priorityName, RestorableItemKind kind,
@@ -48,6 +49,7 @@ private:
     std::unique_ptr<ItemRestorer> restorer;
     StagingArea staging;
     RestorePlan plan;
+    QSet<QString> triedAhead;    ///< live paths of databases that were prepared before their group's turn
     QSet<QString> failedModules; ///< modules with an item that could not be put back
     int failedItems = 0;
 };

@@ -162,17 +162,24 @@ std::optional<ChecksumLines> readChecksumFile(const QString &path, ChecksumSize 
     return lines.lines();
 }
 
+QByteArray checksumText(const ChecksumLines &lines)
+{
+    QByteArray text;
+    for (const ChecksumLine &line : lines) {
+        text += line.text();
+    }
+    return text;
+}
+
 bool writeChecksumFile(const QString &path, const ChecksumLines &lines)
 {
     BoundedLines readable;
-    QByteArray text;
     for (const ChecksumLine &line : lines) {
         const QByteArray one = line.text();
         if (!readable.take(QByteArrayView(one).chopped(1))) {
             logError("Checksum file (%1) is not written: %2", path, readable.faultText());
             return false;
         }
-        text += one;
     }
-    return writeWholeFile(path, text);
+    return writeWholeFile(path, checksumText(lines));
 }

@@ -82,6 +82,9 @@ std::optional<ChecksumLines> readChecksumFile(const QString &path, ChecksumSize 
 /// The lines that a text holds, by the same rule; none when it goes beyond a bound.
 ChecksumLines parseChecksumLines(const QByteArray &text);
 
+/// The content of the checksum file with these lines.
+QByteArray checksumText(const ChecksumLines &lines);
+
 /// Replace the file's content. False when it could not be written whole, or could not be read again for its
 /// bounds; the file is then as before.
 bool writeChecksumFile(const QString &path, const ChecksumLines &lines);

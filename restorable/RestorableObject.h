@@ -28,6 +28,8 @@ public:
     QString getPid() const { return pid; }
     QString getVersion() const { return version; }
     QString getRelease() const { return release; }
+    /// The content of the module's version file.
+    QByteArray versionLine() const { return (release + "::" + version + "\n").toUtf8(); }
     /// Modules that must be paused together with this one.
     QStringList getDependencies() const { return dependencies; }
     QList<RestorableFile> getFiles() const { return files; }

@@ -2,6 +2,7 @@
 
 #include "catalogue/ItemNames.h"
 #include "catalogue/ModulesList.h"
+#include "catalogue/SavedVersion.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositorySession.h"
@@ -33,6 +34,11 @@ PreviousState PreviousState::fetch(RepositorySession &session, const KnownModule
     ChecksumSize size;
     for (const QString &name : std::as_const(names)) {
         state.fetchLines(session, name, size);
+    }
+    // A version file that is not there, or not to be had, is sent.
+    for (const RestorableObject &object : modules.objects()) {
+        const QString entry = ItemNames::versionFileName(object.getName());
+        session.getFileAndWait(entry, DevicePaths::fetched(entry), largestVersionFile);
     }
     return state;
 }

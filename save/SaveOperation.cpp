@@ -92,8 +92,7 @@ bool SaveOperation::stageVersionFiles() const
 {
     for (const RestorableObject &object : context.modules.objects()) {
         const QString path = DevicePaths::staged(ItemNames::versionFileName(object.getName()));
-        const QByteArray line = (object.getRelease() + "::" + object.getVersion() + "\n").toUtf8();
-        if (!writeWholeFile(path, line)) {
+        if (!writeWholeFile(path, object.versionLine())) {
             return false;
         }
         logDebug("Saving version of module %1: %2::%3", object.getName(), object.getRelease(),

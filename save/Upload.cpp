@@ -145,13 +145,22 @@ void Upload::removeDeletedFiles()
     logDebug("Done: remove deleted files");
 }
 
-/// The files of all staged modules are renewed, whatever has happened to them in the repository.
+/// True when the repository holds the very bytes, as they were fetched at the begin.
+bool Upload::isStored(const QString &entry, const QByteArray &content)
+{
+    QFile fetched(DevicePaths::fetched(entry));
+    return fetched.open(QIODevice::ReadOnly) && fetched.read(content.size() + 1) == content;
+}
+
+/// The files of staged modules whose lines stay the same are renewed where they are written otherwise.
 void Upload::sendUnchangedChecksumFiles()
 {
     QList<ChecksumSend> files;
     for (const QString &module : staged.lines.keys()) {
-        if (!unfinished.contains(module) && plan->isFinal(module)) {
-            files << ChecksumSend{module, previous.lines.value(module)};
+        const ChecksumLines lines = previous.lines.value(module);
+        if (!unfinished.contains(module) && plan->isFinal(module) &&
+            !isStored(ItemNames::checksumFileName(module), checksumText(lines))) {
+            files << ChecksumSend{module, lines};
         }
     }
     sendChecksumFiles(files);
@@ -176,7 +185,9 @@ void Upload::sendVersionFiles()
         }
         // Other modules' entries can depend on the list, so a module is on it even without its version.
         const QString entry = ItemNames::versionFileName(object.getName());
-        sendFile(DevicePaths::staged(entry), entry, [](SendResult) {});
+        if (!isStored(entry, object.versionLine())) {
+            sendFile(DevicePaths::staged(entry), entry, [](SendResult) {});
+        }
         if (previous.unknown.isEmpty() && !names.contains(object.getName())) {
             names << object.getName();
         }
@@ -191,13 +202,16 @@ void Upload::sendModulesList(const QStringList &names)
 {
     logDebug("Send modules list file to repository");
     const QString entry = ItemNames::modulesListName();
-    if (!stageFile(entry, names.isEmpty() ? QByteArray() : (names.join('\n') + "\n").toUtf8())) {
+    const QByteArray text = names.isEmpty() ? QByteArray() : (names.join('\n') + "\n").toUtf8();
+    bool stored = isStored(entry, text);
+    if (!stored && !stageFile(entry, text)) {
         return;
     }
-    bool stored = false;
-    sendFile(DevicePaths::staged(entry), entry,
-             [&](SendResult result) { stored = result == SendResult::Stored; });
-    session.waitForRequests();
+    if (!stored) {
+        sendFile(DevicePaths::staged(entry), entry,
+                 [&](SendResult result) { stored = result == SendResult::Stored; });
+        session.waitForRequests();
+    }
     if (stored) {
         plan->noteListed(names);
         sendFinalChecksumFiles();

@@ -60,7 +60,9 @@ private:
         QString source; ///< local file
     };
 
-    AttributesByKey attributesOf(const QString &module, const QSet<QString> &sent) const;
+    QMap<QString, AttributesByKey> readLiveAttributes() const;
+    AttributesByKey attributesOf(const QString &module, const QSet<QString> &sent,
+                                 const AttributesByKey &live) const;
     CompletedLines completedLines(const QString &module, ChecksumSize &size);
     void makePlan();
     void sendHeldChecksumFiles();
@@ -74,6 +76,7 @@ private:
     bool isEntryCertain(const PlannedSend &send);
     void sendMigrationPrograms();
     void removeDeletedFiles();
+    static bool isStored(const QString &entry, const QByteArray &content);
     void sendUnchangedChecksumFiles();
     void sendFinalChecksumFiles();
     void sendVersionFiles();

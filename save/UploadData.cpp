@@ -65,9 +65,10 @@ QSet<QString> Upload::sendAttributes(const QList<ReadySend> &ready)
     for (const ReadySend &item : ready) {
         sent[item.send.item.getModule()] << item.send.line.identity();
     }
+    const QMap<QString, AttributesByKey> live = readLiveAttributes();
     QSet<QString> failing;
     for (const QString &module : previous.lines.keys()) {
-        const AttributesByKey now = attributesOf(module, sent.value(module));
+        const AttributesByKey now = attributesOf(module, sent.value(module), live.value(module));
         const QString entry = ItemNames::attributesFileName(module);
         const bool same = previous.gone.contains(module) || now == previous.attributes.value(module);
         if (waiter.mustEnd() || plan->isBlocked(module) || same) {
@@ -87,13 +88,26 @@ QSet<QString> Upload::sendAttributes(const QList<ReadySend> &ready)
     return failing;
 }
 
+QMap<QString, AttributesByKey> Upload::readLiveAttributes() const
+{
+    QMap<QString, AttributesByKey> live;
+    QList<std::function<void()>> works;
+    for (const QString &module : previous.lines.keys()) {
+        works << [module, lines = plan->wantedLines(module), &found = live[module]] {
+            found = liveAttributes(module, lines);
+        };
+    }
+    waiter.runAllBeside(works);
+    return live;
+}
+
 /// What the module's attributes file is to hold. An item that stays as it was saved, or has just vanished,
 /// keeps its own.
-AttributesByKey Upload::attributesOf(const QString &module, const QSet<QString> &sent) const
+AttributesByKey Upload::attributesOf(const QString &module, const QSet<QString> &sent,
+                                     const AttributesByKey &live) const
 {
     const ChecksumLines lines = plan->wantedLines(module);
     const AttributesByKey before = previous.attributes.value(module);
-    const AttributesByKey live = liveAttributes(module, lines);
     AttributesByKey attributes;
     for (const ChecksumLine &line : lines) {
         const QString key = line.key();

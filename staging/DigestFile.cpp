@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -30,17 +31,23 @@ bool isOwn(const struct stat &status)
     return status.st_uid == geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
+/// The directory of the file, unless it is a link, or others can put something into it.
+Descriptor ownDirectory(const QString &path)
+{
+    Descriptor directory(open(QFile::encodeName(QFileInfo(path).path()).constData(),
+                              O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return isOwn(directory.status()) ? std::move(directory) : Descriptor();
+}
+
 QByteArray contentOf(const QString &path)
 {
-    const Descriptor directory(
-        open(QFile::encodeName(QFileInfo(path).path()).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const Descriptor directory = ownDirectory(path);
     const QByteArray name = QFile::encodeName(QFileInfo(path).fileName());
     const Descriptor found(openat(directory.number(), name.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     Descriptor opened = found.isOpen() ? openedForReading(found) : Descriptor();
     const struct stat status = opened.status();
     QFile file;
-    const bool usable = opened.isOpen() && isOwn(directory.status()) && isOwn(status) &&
-                        status.st_size <= largestFile &&
+    const bool usable = opened.isOpen() && isOwn(status) && status.st_size <= largestFile &&
                         file.open(opened.release(), QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
     return usable ? file.read(largestFile) : QByteArray();
 }
@@ -80,5 +87,6 @@ bool writeDigestFile(const QString &path, const DigestFile &file)
                << digest->idle;
     }
     mkdir(QFile::encodeName(QFileInfo(path).path()).constData(), S_IRWXU);
-    return content.size() + checkSize <= largestFile && writeWholeFile(path, content + check(content));
+    return ownDirectory(path).isOpen() && content.size() + checkSize <= largestFile &&
+           writeWholeFile(path, content + check(content));
 }

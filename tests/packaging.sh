@@ -112,10 +112,13 @@ timeout --kill-after=5 60 "$root/usr/sbin/VYXSaveRestore" </dev/null >"$work/out
 [[ "$? $(<"$work/output")" == "1 "*"could not take the bus name"* ]] || fail "only root may own the name"
 stop_device
 
-find "$root"/{data,media} -ls | sort >"$work/before"
+list_data() {
+    find "$root"/{data,media} ! -path "$root/data/VYXApplication" ! -path '*/VYXSaveRestore*' -ls | sort
+}
+list_data >"$work/before"
 run "the package cannot be removed" dpkg_in_root --remove vyxsaverestore
 run "the package cannot be purged" dpkg_in_root --purge vyxsaverestore
-quiet "something of the package is left" find "$root"/{usr,etc,var,tmp} -iname '*saverestore*'
-find "$root"/{data,media} -ls | sort >"$work/after"
+quiet "something of the package is left" find "$root"/{usr,etc,var,tmp,data} -iname '*saverestore*'
+list_data >"$work/after"
 quiet "the removal touched the modules' data or the repository" diff "$work/before" "$work/after"
 echo "packaging: passed"

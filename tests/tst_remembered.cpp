@@ -211,12 +211,14 @@ private Q_SLOTS:
         }
         writeFile(DevicePaths::rememberedDigests(), good);
         QVERIFY(!believed("plain").isEmpty());
-        TestDevice::shell("chmod g+w " + DevicePaths::rememberedDigests());
-        QCOMPARE(believed("plain"), "");
+        for (const QString &place : {DevicePaths::rememberedDigests(), live("../VYXSaveRestore")}) {
+            TestDevice::shell("chmod g+w " + place);
+            QCOMPARE(believed("plain"), "");
+            TestDevice::shell("chmod g-w " + place);
+        }
         // The same content elsewhere: the data directory of another device.
         const QTemporaryDir other;
-        TestDevice::shell("chmod g-w " + DevicePaths::rememberedDigests() + "; cp -a " + root.path() + "/. " +
-                          other.path());
+        TestDevice::shell("cp -a " + root.path() + "/. " + other.path());
         qputenv("VYX_DEVICE_ROOT", other.path().toUtf8());
         const QString foreign = believed("plain"); // of the first device's file, which is unchanged
         qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());

@@ -78,8 +78,8 @@ private Q_SLOTS:
                  "only a.txt\t*\tfile\tfalse\tlow\n");
         sent();
         QVERIFY(save());
-        QCOMPARE(store->requests.filter("DELETE"), QStringList());
-        QCOMPARE(sent(), QStringList());
+        QCOMPARE(store->requests.filter(QRegularExpression("PUT|DELETE")), QStringList());
+        sent();
 
         // A collision appears, a file and a directory go from the description, a database changes.
         device->describe("A", database + "<files><file>same.conf</file><file>new.txt</file></files>");
@@ -281,6 +281,7 @@ private Q_SLOTS:
         QVERIFY2(std::is_partitioned(sent.cbegin(), sent.cend(), std::not_fn(promises)),
                  qPrintable(sent.join(", ")));
 
+        store->entries["modules-list.sav"].chop(1); // the same modules in other words, so that it is sent
         device->call("setModuleRelease", {"A", "2027", "1.0"}, "ApplicationManager");
         device->write(program, "later program");
         describe("A", filesOfA + "<file>fresh</file>");

@@ -195,11 +195,12 @@ equal_sets() {
     diff <(printf '%s\n' "$1" | sed '/^$/d' | sort) <(printf '%s\n' "$2" | sed '/^$/d' | sort)
 }
 
-# sent_exactly ENTRY... : these entries were written, those that every save writes, and no other. The Recorder may
-# have written to its database file itself, or to its log.
+# sent_exactly MODULES ENTRY... : these entries were written, the checksum files of these modules and of the Recorder,
+# which writes all the time, and no other. The Recorder may have written to its database file itself, or to its log.
 sent_exactly() {
-    local expected actual
-    expected=$(cd "$repository" && printf '%s\n' *.version *.cksum modules-list.sav Recorder++samples.dump.gz "$@")
+    local expected actual modules=$1
+    shift
+    expected=$(printf '%s.cksum\n' Recorder $modules && printf '%s\n' Recorder++samples.dump.gz "$@")
     actual=$(comm -13 "$root/log/before" "$root/log/after" | cut -f 1 | grep -vx Recorder.attributes)
     check "only what changed was sent" "" equal_sets "$expected" "$actual"
 }

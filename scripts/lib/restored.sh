@@ -3,7 +3,7 @@
 
 # Each live file with its number and its time: a line differs exactly when the file was written or replaced.
 list_times() {
-    (cd "$live" && find "./${1:-}" -type f -printf '%p\t%i %T@\n' 2>/dev/null | sed 's#^\./*#./#' | sort)
+    (cd "$live" && find "./${1:-}" -type f ! -path '*/VYXSaveRestore/*' -printf '%p\t%i %T@\n' 2>/dev/null | sed 's#^\./*#./#' | sort)
 }
 
 list_owners() {

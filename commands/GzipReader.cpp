@@ -8,6 +8,7 @@ namespace {
 
 constexpr qsizetype blockSize = qsizetype{64} * 1024;
 constexpr int gzipAlone = 16 + MAX_WBITS;
+constexpr int mostEmpty = 1000; ///< members in a row; millions of them would keep a reader busy for nothing
 
 } // namespace
 
@@ -41,8 +42,9 @@ std::optional<QByteArrayView> GzipReader::next()
     while (!broken && stream->avail_out > 0 && (stream->avail_in > 0 || fill())) {
         broken = !within && inflateReset(stream.get()) != Z_OK;
         const int result = broken ? Z_STREAM_ERROR : inflate(stream.get(), Z_NO_FLUSH);
-        broken = result != Z_OK && result != Z_STREAM_END;
         within = result != Z_STREAM_END;
+        emptyMembers = within || stream->total_out > 0 ? 0 : emptyMembers + 1;
+        broken = (within && result != Z_OK) || emptyMembers > mostEmpty;
     }
     if (broken) {
         return std::nullopt;

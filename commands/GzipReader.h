@@ -11,7 +11,7 @@ struct z_stream_s;
 /// Decompresses a gzip file, one member after the other, in blocks. May be used in any thread.
 ///
 /// A file that is cut off, or empty, a member whose checksum or length is another one, and whatever else
-/// stands behind the last member make it broken.
+/// stands behind the last member make it broken; so do more than 1,000 empty members in a row.
 class GzipReader
 {
 public:
@@ -36,4 +36,5 @@ private:
     QByteArray plain;
     bool within = true; ///< a member, the first one also before its beginning
     bool broken = false;
+    int emptyMembers = 0; ///< in a row
 };

@@ -1,11 +1,13 @@
 #include "commands/GzipWriter.h"
 
+#include <QByteArray>
 #include <QFile>
 
 #include <algorithm>
 #include <fcntl.h>
 #include <libdeflate.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -14,27 +16,55 @@ constexpr qsizetype memberSize = qsizetype{1024} * 1024;
 
 } // namespace
 
-void GzipWriter::Free::operator()(libdeflate_compressor *compressor) const
+struct GzipWriter::Workspace
 {
-    libdeflate_free_compressor(compressor);
+    struct FreeCompressor
+    {
+        void operator()(libdeflate_compressor *compressor) const { libdeflate_free_compressor(compressor); }
+    };
+
+    std::unique_ptr<libdeflate_compressor, FreeCompressor> compressor{libdeflate_alloc_compressor(level)};
+    QByteArray plain;
+    QByteArray compressed;
+};
+
+void GzipWriter::Free::operator()(Workspace *workspace) const
+{
+    delete workspace;
+}
+
+GzipWriter::WorkspacePointer &GzipWriter::spare()
+{
+    thread_local WorkspacePointer kept;
+    return kept;
 }
 
 GzipWriter::GzipWriter(const QString &path)
     : file(open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
                 0666)),
-      compressor(libdeflate_alloc_compressor(level))
+      workspace(std::move(spare()))
 {
-    whole = file.isOpen() && compressor;
-    if (whole) {
-        plain.reserve(memberSize);
-        compressed.resize(
-            static_cast<qsizetype>(libdeflate_gzip_compress_bound(compressor.get(), memberSize)));
+    if (!workspace) {
+        workspace.reset(new Workspace);
     }
+    whole = file.isOpen() && workspace->compressor;
+    if (whole) {
+        workspace->plain.reserve(memberSize);
+        workspace->plain.resize(0);
+        workspace->compressed.resize(
+            static_cast<qsizetype>(libdeflate_gzip_compress_bound(workspace->compressor.get(), memberSize)));
+    }
+}
+
+GzipWriter::~GzipWriter()
+{
+    spare() = std::move(workspace);
 }
 
 bool GzipWriter::write(QByteArrayView bytes)
 {
     while (whole && !bytes.isEmpty()) {
+        QByteArray &plain = workspace->plain;
         const QByteArrayView part = bytes.first(std::min(bytes.size(), memberSize - plain.size()));
         plain.append(part);
         bytes = bytes.sliced(part.size());
@@ -47,9 +77,11 @@ bool GzipWriter::write(QByteArrayView bytes)
 
 bool GzipWriter::endMember()
 {
+    QByteArray &plain = workspace->plain;
     if (whole && !plain.isEmpty()) {
-        const size_t size = libdeflate_gzip_compress(compressor.get(), plain.constData(), plain.size(),
-                                                     compressed.data(), compressed.size());
+        QByteArray &compressed = workspace->compressed;
+        const size_t size = libdeflate_gzip_compress(workspace->compressor.get(), plain.constData(),
+                                                     plain.size(), compressed.data(), compressed.size());
         whole =
             size > 0 && writeAll(file, QByteArrayView(compressed.constData(), static_cast<qsizetype>(size)));
         plain.resize(0);

@@ -2,13 +2,10 @@
 
 #include "platform/Descriptor.h"
 
-#include <QByteArray>
 #include <QByteArrayView>
 #include <QString>
 
 #include <memory>
-
-struct libdeflate_compressor;
 
 /// Compresses a stream into a file, as gzip members of at most 1 MiB before compression, one after the other.
 ///
@@ -18,6 +15,9 @@ class GzipWriter
 public:
     /// Opens the file, which is emptied when it exists; its mode is left to the umask.
     explicit GzipWriter(const QString &path);
+    ~GzipWriter();
+    GzipWriter(const GzipWriter &) = delete;
+    GzipWriter &operator=(const GzipWriter &) = delete;
 
     /// False when the file is not as it should be, here and below.
     bool write(QByteArrayView bytes);
@@ -29,14 +29,17 @@ public:
     bool finish();
 
 private:
+    /// What compressing needs; a thread keeps it for its next writer.
+    struct Workspace;
     struct Free
     {
-        void operator()(libdeflate_compressor *compressor) const;
+        void operator()(Workspace *workspace) const;
     };
+    using WorkspacePointer = std::unique_ptr<Workspace, Free>;
+
+    static WorkspacePointer &spare();
 
     Descriptor file;
-    std::unique_ptr<libdeflate_compressor, Free> compressor;
-    QByteArray plain;
-    QByteArray compressed;
+    WorkspacePointer workspace;
     bool whole = false;
 };

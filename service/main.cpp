@@ -7,7 +7,7 @@ int main(int argc, char **argv)
 {
     // Threads come and go with each operation: what they have used goes back to the system with them.
     constexpr int mostArenas = 2;
-    constexpr int largeBlock = 128 * 1024;
+    constexpr int largeBlock = 512 * 1024;
     mallopt(M_ARENA_MAX, mostArenas);
     mallopt(M_MMAP_THRESHOLD, largeBlock);
     VYXApplication application(argc, argv);

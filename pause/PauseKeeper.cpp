@@ -66,14 +66,30 @@ void PauseKeeper::start()
     for (const PausingProcess &process : PauseRecord::read()) {
         if (process.isAlive()) {
             asked.insert(process.module, process.pid);
-            resumeLateModule(process.module, process.pid, lateResumeTries);
+            late << std::pair(process.module, process.pid);
         }
     }
-    QTimer::singleShot(lateResumeTries * lateResumePause, this, [this] {
-        if (current.isEmpty()) {
-            PauseRecord::remove();
+    note();
+    for (const auto &[module, pid] : PauseGroup(late)) {
+        resumeLateModule(module, pid, lateResumeTries);
+    }
+}
+
+/// Write down who may be paused, for the next start.
+void PauseKeeper::note()
+{
+    late.removeIf([](const auto &process) { return processState(process.second) == ProcessState::Vanished; });
+    PauseGroup group = current;
+    for (const auto &process : late) {
+        if (!group.contains(process)) {
+            group << process;
         }
-    });
+    }
+    if (group.isEmpty()) {
+        PauseRecord::remove();
+    } else {
+        PauseRecord::write(group);
+    }
 }
 
 Pause PauseKeeper::stopModules(const PauseGroup &group, bool save, Waiter &waiter)
@@ -124,7 +140,7 @@ void PauseKeeper::ask(bool save)
         names += module + ":";
         logDebug("%1: %2", module, pid);
     }
-    PauseRecord::write(current);
+    note();
     VYXEvent event("stop_save_restore");
     event.addArgument(names, "ModulesPidsList", true);
     event.addArgument(save, "Save", true);
@@ -168,27 +184,22 @@ void PauseKeeper::settlePausedModules() const
 
 void PauseKeeper::unstopModules()
 {
-    const PauseGroup group = std::exchange(current, {});
-    PauseGroup left;
-    for (const auto &process : group) {
+    for (const auto &process : std::exchange(current, {})) {
         const auto &[module, pid] = process;
         if (!isProcessId(pid)) {
             continue;
         }
         const bool onItsWay = processState(pid) == ProcessState::Running;
-        if (!continueModule(module, pid)) {
-            left << process;
-        } else if (onItsWay) {
+        const bool resumed = continueModule(module, pid);
+        late.removeAll(process);
+        if (onItsWay || !resumed) {
+            late << process;
+        }
+        if (onItsWay) {
             resumeLateModule(module, pid, lateResumeTries);
-            left << process;
         }
     }
-    // Whoever could not be resumed, or pauses when this process has ended, is left to the next start.
-    if (left.isEmpty()) {
-        PauseRecord::remove();
-    } else {
-        PauseRecord::write(left);
-    }
+    note();
 }
 
 bool PauseKeeper::isInGroup(const QString &module) const
@@ -213,7 +224,7 @@ void PauseKeeper::moduleStopForSaveRestore(const VYXEvent &evt)
     for (auto &process : current) {
         if (found && process.first == module) {
             process.second = asked.value(module);
-            PauseRecord::write(current);
+            note();
         }
     }
 }
@@ -240,7 +251,10 @@ void PauseKeeper::resumeLateModule(const QString &module, const QString &pid, in
     const bool wanted = isInGroup(module);
     if (!wanted && processState(pid) == ProcessState::Paused) {
         logWarning("Module '%1' has paused too late and is resumed", module);
-        continueModule(module, pid);
+        if (continueModule(module, pid)) {
+            late.removeAll({module, pid});
+            note();
+        }
         return;
     }
     if (triesLeft > 0) {

@@ -81,10 +81,12 @@ private:
     bool findProcess(const QString &module);
     void resumeLateModule(const QString &module, const QString &pid, int triesLeft);
     bool isInGroup(const QString &module) const;
+    void note();
 
     Middleware &middleware;
     PauseLimits limits;
     PauseGroup current;            ///< the group that is being paused or is paused
+    PauseGroup late;               ///< those given up that may still pause, or could not be resumed
     bool hasHeard = false;         ///< a module of it has said that it pauses, since they were looked at
     QHash<QString, QString> asked; ///< process id of every module that was ever asked
 };

@@ -100,6 +100,21 @@ private Q_SLOTS:
         QCOMPARE(device->capability(), int(Capability::AVAILABLE));
     }
 
+    /// Given up by a service that then dies, paused when nobody is there, and resumed by the next.
+    void pausedWithoutService()
+    {
+        addDatabaseModule("A", "Slow");
+        device->addModule("Slow", "", "--pause-delay 7500");
+        QVERIFY(device->start());
+        QVERIFY(!device->save());
+        QTest::qWait(3500);
+        device->service().kill();
+        device->service().waitForFinished();
+        QVERIFY(TestDevice::waitUntil([&] { return device->moduleState("Slow") == "T"; }));
+        QVERIFY(device->startService("FastService"));
+        QVERIFY(device->allRun({"A", "Slow"}));
+    }
+
     void moduleStartedAnewMeanwhile()
     {
         device->addModule("Slow", "<databases><database name='d'/></databases>", "--pause-delay 700");

@@ -194,6 +194,11 @@ nothing_left_behind() {
     [ -z "$(find "$root/data" -name '.saverestore-*' | tee /dev/stderr)" ]
 }
 
+# Whether the service believes the file system of the live data to change its stamps with each content.
+remembers_digests() {
+    [[ $(stat -f -c %T "$live") =~ ^(ext2/ext3|xfs|btrfs)$ ]]
+}
+
 same_processes() {
     all_modules_run && diff <(printf '%s\n' "$modules_before") <(list_modules)
 }

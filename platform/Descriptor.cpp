@@ -2,6 +2,7 @@
 
 #include <QFile>
 
+#include <algorithm>
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
@@ -40,7 +41,11 @@ std::optional<QByteArrayList> namesIn(const Descriptor &directory, qsizetype mos
         }
         errno = 0;
     }
-    return errno == 0 ? std::optional(names) : std::nullopt;
+    if (errno != 0) {
+        return std::nullopt;
+    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 bool writeAll(const Descriptor &file, QByteArrayView bytes)

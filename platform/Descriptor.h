@@ -39,8 +39,8 @@ private:
     int fileNumber = -1;
 };
 
-/// The names in a directory, as bytes and without "." and "..", but no more of them than `most`. Nothing when
-/// it cannot be read so far.
+/// The names in a directory, as bytes, in their order and without "." and "..", but no more of them than
+/// `most`. Nothing when it cannot be read so far.
 std::optional<QByteArrayList> namesIn(const Descriptor &directory,
                                       qsizetype most = std::numeric_limits<qsizetype>::max());
 

@@ -185,16 +185,15 @@ bool Walk::addDirectory(const QByteArray &below)
     if (!opened.descriptor.isOpen()) {
         return opened.state != Beneath::State::Unreadable;
     }
-    auto names = namesIn(opened.descriptor, entriesLeft + 1);
+    const auto names = namesIn(opened.descriptor, entriesLeft + 1);
     if (!names || !visitor.directory(memberOf(below), opened.descriptor.status())) {
         return false;
     }
     entriesLeft -= names->size();
     result.bounded = entriesLeft >= 0;
-    std::sort(names->begin(), names->end());
     const qsizetype before = pending.size();
     const QByteArray prefix = below.isEmpty() ? QByteArray() : below + "/";
-    for (const QByteArray &name : std::as_const(*names)) {
+    for (const QByteArray &name : *names) {
         if (!result.bounded || !addEntry(opened.descriptor, prefix, name)) {
             return false;
         }

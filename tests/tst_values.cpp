@@ -358,7 +358,8 @@ private Q_SLOTS:
                 QVERIFY2(beneath.openRegular(path).state == State::LeadsOut, path);
             }
             QCOMPARE(namesIn(beneath.openDirectory("linked").descriptor).value(), QByteArrayList{"file"});
-            QCOMPARE(namesIn(beneath.openDirectory("").descriptor).value().size(), 10);
+            QCOMPARE(namesIn(beneath.openDirectory("").descriptor).value().join(' '),
+                     "absolute circle closed dir far linked magic near pipe stolen");
             QCOMPARE(beneath.openDirectory("pipe").state, State::WrongKind);
             QCOMPARE(beneath.openRegular("pipe").state, State::WrongKind);
             QCOMPARE(beneath.openRegular("dir/file/x").state, State::Missing);

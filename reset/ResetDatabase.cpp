@@ -3,21 +3,18 @@
 #include "catalogue/ItemNames.h"
 #include "platform/core/VYXApplication.h"
 #include "platform/DevicePaths.h"
-#include "platform/logger/VYXLogger.h"
 
 #include <QDeadlineTimer>
 #include <QFileInfo>
-#include <QSqlDatabase>
-#include <QSqlDriver>
-#include <QSqlQuery>
-#include <QUrl>
-#include <QVariant>
 
 #include <sqlite3.h>
 
+using namespace std::chrono_literals;
+
 namespace {
 
-constexpr int commandLimitMs = 60000;
+constexpr auto commandLimit = 60s;
+constexpr auto lockLimit = 5s;
 constexpr int stepsBetweenLooks = 10000;
 
 /// The file of a database, or nothing when there is none inside the module's data directory.
@@ -28,26 +25,6 @@ QString databaseFile(const QString &module, const QString &name)
     const bool plainName = !name.isEmpty() && !name.contains('/') && ItemNames::isModuleName(module);
     const bool inside = file.canonicalFilePath().startsWith(directory.canonicalFilePath() + "/");
     return plainName && file.isFile() && inside ? file.canonicalFilePath() : QString();
-}
-
-/// Opened as a URI, since only that says that a missing file is not created.
-QString existingFileUri(const QString &path)
-{
-    return "file:" + QString::fromLatin1(QUrl::toPercentEncoding(path, "/")) + "?mode=rw";
-}
-
-/// The handle of SQLite, unless the driver brings another build of it than the one this process calls.
-sqlite3 *handleOf(const QSqlDatabase &database)
-{
-    QSqlQuery query(database);
-    const bool sameLibrary = query.exec("SELECT sqlite_source_id()") && query.next() &&
-                             query.value(0).toString() == sqlite3_sourceid();
-    const QVariant handle = database.driver()->handle();
-    if (!sameLibrary || qstrcmp(handle.typeName(), "sqlite3*") != 0) {
-        logError("The SQL driver's build of SQLite is not the service's: it is not used");
-        return nullptr;
-    }
-    return *static_cast<sqlite3 *const *>(handle.constData());
 }
 
 /// Refuses files beside the database; SQLite itself attaches one without a name for VACUUM.
@@ -66,39 +43,24 @@ int mustStop(void *deadline)
 
 bool ResetDatabase::open(const QString &module, const QString &name)
 {
-    close();
     const QString file = databaseFile(module, name);
-    if (file.isEmpty()) {
+    connection = file.isEmpty() ? nullptr : connectToDatabase(file, SQLITE_OPEN_READWRITE, lockLimit);
+    if (!connection) {
         return false;
     }
-    QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", QSqlDatabase::defaultConnection);
-    database.setConnectOptions("QSQLITE_OPEN_URI");
-    database.setDatabaseName(existingFileUri(file));
-    handle = database.open() ? handleOf(database) : nullptr;
-    if (handle == nullptr) {
-        database = QSqlDatabase();
-        close();
-        return false;
-    }
-    sqlite3_set_authorizer(handle, authorize, nullptr);
+    // A module's triggers may use its virtual tables: an index of its texts is one.
+    sqlite3_db_config(connection.get(), SQLITE_DBCONFIG_TRUSTED_SCHEMA, 1, nullptr);
+    sqlite3_set_authorizer(connection.get(), authorize, nullptr);
     return true;
-}
-
-void ResetDatabase::close()
-{
-    handle = nullptr;
-    if (QSqlDatabase::contains(QSqlDatabase::defaultConnection)) {
-        QSqlDatabase::database(QSqlDatabase::defaultConnection, false).close();
-        QSqlDatabase::removeDatabase(QSqlDatabase::defaultConnection);
-    }
 }
 
 QString ResetDatabase::execute(const QString &sql)
 {
-    if (handle == nullptr) {
+    if (!connection) {
         return {};
     }
-    QDeadlineTimer deadline(commandLimitMs);
+    sqlite3 *handle = connection.get();
+    QDeadlineTimer deadline(commandLimit);
     sqlite3_progress_handler(handle, stepsBetweenLooks, mustStop, &deadline);
     char *message = nullptr;
     const int result = sqlite3_exec(handle, sql.toUtf8().constData(), nullptr, nullptr, &message);

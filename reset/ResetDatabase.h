@@ -1,26 +1,17 @@
 #pragma once
 
+#include "commands/DatabaseConnection.h"
+
 #include <QString>
 
-struct sqlite3;
-
-/// The database of a module that reset commands run on, over Qt's default SQL connection. One object at a
-/// time may have a database open.
+/// The database of a module that reset commands run on.
 class ResetDatabase
 {
 public:
-    ResetDatabase() = default;
-    ~ResetDatabase() { close(); }
-
-    ResetDatabase(const ResetDatabase &) = delete;
-    ResetDatabase &operator=(const ResetDatabase &) = delete;
-
     /// Open a database of a module in the place of the one that is open. False, with none open, when its name
     /// is no plain name, its file does not exist, cannot be opened or leads out of the module's data
     /// directory; nothing is created.
     bool open(const QString &module, const QString &name);
-
-    void close();
 
     /// Run every statement of an SQL text up to the first that fails; SQLite's text when one does, else
     /// nothing. Without an open database nothing happens. A lock is waited for up to 5 s; after 60 s, and
@@ -29,5 +20,5 @@ public:
     QString execute(const QString &sql);
 
 private:
-    sqlite3 *handle = nullptr; ///< owned by the connection
+    DatabaseConnection connection;
 };

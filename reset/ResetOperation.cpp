@@ -67,7 +67,8 @@ void ResetOperation::runResetCommands(const QString &module, const SqlCommands &
             logDebug("Open database %1.data", name);
         }
         logDebug("SQL command for db '%1': '%2'", name, sql);
-        const QString error = database.execute(sql);
+        QString error;
+        waiter.runBeside([&database, &error, &sql = sql] { error = database.execute(sql); });
         if (!error.isEmpty()) {
             logError("SQL command for db '%1' failed: %2", name, error);
         }

@@ -1,5 +1,6 @@
 #include "restore/DatabaseRestore.h"
 
+#include "commands/DatabaseConnection.h"
 #include "commands/FedCommand.h"
 #include "platform/core/VYXApplication.h"
 #include "platform/core/Waiter.h"
@@ -33,37 +34,6 @@ const QByteArray endOfInput = "\nBEGIN;COMMIT;\n.exit 77\n";
 constexpr auto inNoHaste = "PRAGMA synchronous=OFF;";
 
 constexpr int pagesPerStep = 1000;
-constexpr int instructionsBetweenLooks = 100000;
-
-struct Closing
-{
-    void operator()(sqlite3 *database) const { sqlite3_close(database); }
-};
-using Connection = std::unique_ptr<sqlite3, Closing>;
-
-int mustStop(void *)
-{
-    return VYXApplication::isEnding() ? 1 : 0;
-}
-
-/// No connection when the database cannot be opened, or when it is a link by now: its directory belongs to
-/// others. What its schema says is not trusted.
-Connection connect(const QString &path, int flags, std::chrono::milliseconds busy = {})
-{
-    const QFileInfo info(path);
-    const QString real = QFileInfo(info.path()).canonicalFilePath() + "/" + info.fileName();
-    sqlite3 *handle = nullptr;
-    const int result =
-        sqlite3_open_v2(QFile::encodeName(real).constData(), &handle, flags | SQLITE_OPEN_NOFOLLOW, nullptr);
-    Connection connection(handle);
-    if (result != SQLITE_OK) {
-        return nullptr;
-    }
-    sqlite3_busy_timeout(handle, static_cast<int>(busy.count()));
-    sqlite3_db_config(handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    sqlite3_progress_handler(handle, instructionsBetweenLooks, mustStop, nullptr);
-    return connection;
-}
 
 /// The first value that the statement gives.
 QByteArray valueOf(sqlite3 *database, const char *sql)
@@ -99,8 +69,8 @@ int pageSizeOf(const QString &path)
 /// what it says beside.
 int copyContent(const QString &source, const QString &target, std::chrono::milliseconds busy, int making = 0)
 {
-    const Connection from = connect(source, SQLITE_OPEN_READWRITE, busy);
-    const Connection to = connect(target, SQLITE_OPEN_READWRITE | making, busy);
+    const DatabaseConnection from = connectToDatabase(source, SQLITE_OPEN_READWRITE, busy);
+    const DatabaseConnection to = connectToDatabase(target, SQLITE_OPEN_READWRITE | making, busy);
     if (!from || !to) {
         return SQLITE_CANTOPEN;
     }
@@ -300,7 +270,7 @@ QString DatabaseRestore::load(const Waiter &waiter, qsizetype atOnce)
 /// The journal has to be the one kind that leaves the live database's alone.
 QString DatabaseRestore::faultOfLoaded() const
 {
-    const Connection database = connect(replacement.path(), SQLITE_OPEN_READWRITE);
+    const DatabaseConnection database = connectToDatabase(replacement.path(), SQLITE_OPEN_READWRITE);
     const bool sound = database && valueOf(database.get(), "PRAGMA journal_mode=DELETE") == "delete" &&
                        valueOf(database.get(), "PRAGMA quick_check(1)") == "ok";
     return sound ? QString() : QString("Database '%1' made of dump '%2' is not sound").arg(livePath, dump);

@@ -53,7 +53,7 @@ run "the package cannot be made" cpack --config "$2/CPackConfig.cmake" -B "$work
 package=$(find "$work/pack" -maxdepth 1 -name 'vyxsaverestore_*.deb')
 run "the package cannot be read" dpkg-deb --info "$package"
 depends=", $(dpkg-deb --field "$package" Depends),"
-for needed in libc6 libarchive13 libdeflate0 libqt6core6 libqt6sql6-sqlite sqlite3 zlib1g dbus; do
+for needed in libc6 libarchive13 libdeflate0 libqt6core6 sqlite3 zlib1g dbus; do
     [[ $depends =~ ", $needed"[\ ,] ]] || fail "the package does not depend on $needed"
 done
 

@@ -193,7 +193,7 @@ private Q_SLOTS:
             {"d", "DELETE FROM t WHERE v = 1; UPDATE t SET v = 'a;b' WHERE v = 2"},
             {"d", "DELETE FROM nowhere; DELETE FROM t"},
             {"odd 'ü' %41?",
-             "CREATE TRIGGER g AFTER DELETE ON t BEGIN DELETE FROM u; INSERT INTO u VALUES(7);"
+             "CREATE TRIGGER g AFTER DELETE ON t BEGIN DELETE FROM f; INSERT INTO u VALUES(7);"
              "END; DELETE FROM t"},
             {"d", "ATTACH '" + other + "' AS b; DELETE FROM b.t"},
             {"d", "VACUUM INTO '" + device->path("copy") + "'"},
@@ -210,13 +210,17 @@ private Q_SLOTS:
         device->addModule("A", "<reset-to-default>" + description + "</reset-to-default>");
         addResetModule("B");
         device->sql("A", "d", "CREATE TABLE t(v); INSERT INTO t VALUES(1), (2)");
-        device->sql("A", "odd 'ü' %41?", "CREATE TABLE t(v); CREATE TABLE u(v); INSERT INTO t VALUES(1)");
+        device->sql("A", "odd 'ü' %41?",
+                    "CREATE TABLE t(v); CREATE TABLE u(v); INSERT INTO t VALUES(1);"
+                    "CREATE VIRTUAL TABLE f USING fts5(v); INSERT INTO f VALUES('a')");
         device->writeData("A", "text.data", "no database at all, but long enough to look like one");
         QFile::link(other, device->dataPath("A", "link.data"));
         QVERIFY(device->start());
         QCOMPARE(device->result("resetToDefault"), QVariant(false));
         QCOMPARE(rows("A"), "a;b,again");
-        QCOMPARE(device->sql("A", "odd 'ü' %41?", "SELECT count(*) FROM t; SELECT v FROM u"), "0\n7\n");
+        QCOMPARE(device->sql("A", "odd 'ü' %41?",
+                             "SELECT (SELECT count(*) FROM t) + (SELECT count(*) FROM f); SELECT v FROM u"),
+                 "0\n7\n");
         QCOMPARE(rows("B"), "2");
         QVERIFY(!QFile::exists(device->dataPath("A", "missing.data")) &&
                 !QFile::exists(device->path("copy")));

@@ -4,17 +4,16 @@
 
 #include <QDateTime>
 #include <QFile>
-#include <QSqlDatabase>
-#include <QSqlError>
-#include <QSqlQuery>
 
 #include <cmath>
+#include <sqlite3.h>
 #include <sys/stat.h>
 #include <utility>
 
 namespace {
 
 constexpr int rowIntervalMs = 100;
+constexpr int lockLimitMs = 5000;
 
 /// A temperature that rises and falls within a minute.
 double measuredValue(const QDateTime &time)
@@ -25,15 +24,14 @@ double measuredValue(const QDateTime &time)
 
 } // namespace
 
-DatabaseWriter::DatabaseWriter(QString path, QObject *parent)
-    : QObject(parent), path(std::move(path)), connection("writer")
+void DatabaseWriter::Closing::operator()(sqlite3 *handle) const
 {
-    connect(&timer, &QTimer::timeout, this, &DatabaseWriter::writeRow);
+    sqlite3_close(handle);
 }
 
-DatabaseWriter::~DatabaseWriter()
+DatabaseWriter::DatabaseWriter(QString path, QObject *parent) : QObject(parent), path(std::move(path))
 {
-    close();
+    connect(&timer, &QTimer::timeout, this, &DatabaseWriter::writeRow);
 }
 
 bool DatabaseWriter::start()
@@ -47,43 +45,38 @@ bool DatabaseWriter::start()
 
 bool DatabaseWriter::open()
 {
-    QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", connection);
-    database.setDatabaseName(path);
-    QSqlQuery query(database);
-    const bool opened = database.open() && query.exec("PRAGMA journal_mode=WAL") &&
-                        query.exec("CREATE TABLE IF NOT EXISTS samples"
-                                   "(id INTEGER PRIMARY KEY, taken TEXT, value REAL)");
-    if (!opened) {
-        logError("Could not open %1: %2", path, database.lastError().text() + query.lastError().text());
+    database.reset();
+    sqlite3 *handle = nullptr;
+    const int result = sqlite3_open(QFile::encodeName(path).constData(), &handle);
+    database.reset(handle);
+    sqlite3_busy_timeout(handle, lockLimitMs);
+    if (result != SQLITE_OK || !execute("PRAGMA journal_mode=WAL;"
+                                        "CREATE TABLE IF NOT EXISTS samples"
+                                        "(id INTEGER PRIMARY KEY, taken TEXT, value REAL)")) {
+        logError("Could not open %1: %2", path, sqlite3_errmsg(handle));
         return false;
     }
     openedFile = fileNumber();
     return true;
 }
 
-void DatabaseWriter::close()
+bool DatabaseWriter::execute(const QString &sql) const
 {
-    QSqlDatabase::database(connection, false).close();
-    QSqlDatabase::removeDatabase(connection);
+    return sqlite3_exec(database.get(), sql.toUtf8().constData(), nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
 void DatabaseWriter::writeRow()
 {
-    if (lastWriteFailed || fileNumber() != openedFile) {
-        close();
-        if (!open()) {
-            lastWriteFailed = true;
-            return;
-        }
+    if ((lastWriteFailed || fileNumber() != openedFile) && !open()) {
+        lastWriteFailed = true;
+        return;
     }
     const QDateTime time = QDateTime::currentDateTimeUtc();
-    QSqlQuery query(QSqlDatabase::database(connection, false));
-    query.prepare("INSERT INTO samples(taken, value) VALUES(?, ?)");
-    query.addBindValue(time.toString(Qt::ISODateWithMs));
-    query.addBindValue(measuredValue(time));
-    lastWriteFailed = !query.exec();
+    lastWriteFailed = !execute(QString("INSERT INTO samples(taken, value) VALUES('%1', %2)")
+                                   .arg(time.toString(Qt::ISODateWithMs))
+                                   .arg(measuredValue(time)));
     if (lastWriteFailed) {
-        logWarning("Could not write a row into %1: %2", path, query.lastError().text());
+        logWarning("Could not write a row into %1: %2", path, sqlite3_errmsg(database.get()));
     }
 }
 

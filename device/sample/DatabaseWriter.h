@@ -4,6 +4,10 @@
 #include <QString>
 #include <QTimer>
 
+#include <memory>
+
+struct sqlite3;
+
 /// Adds a numbered row to the table "samples" of a database every 100 ms over a connection that stays open,
 /// as a module does that measures something. The database is in WAL mode and never checkpointed on purpose,
 /// so the last committed rows are in the write-ahead log, not in the database file.
@@ -15,19 +19,23 @@ class DatabaseWriter : public QObject
 
 public:
     DatabaseWriter(QString path, QObject *parent);
-    ~DatabaseWriter() override;
 
     /// Open the database, create the table if need be and start writing. False when that failed.
     bool start();
 
 private:
+    struct Closing
+    {
+        void operator()(sqlite3 *handle) const;
+    };
+
     bool open();
-    void close();
+    bool execute(const QString &sql) const;
     void writeRow();
     quint64 fileNumber() const;
 
     QString path;
-    QString connection;
+    std::unique_ptr<sqlite3, Closing> database;
     QTimer timer;
     quint64 openedFile = 0;
     bool lastWriteFailed = false;

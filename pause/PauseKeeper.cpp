@@ -4,6 +4,7 @@
 #include "platform/core/Middleware.h"
 #include "platform/core/VYXEvent.h"
 #include "platform/core/Waiter.h"
+#include "platform/Descriptor.h"
 #include "platform/logger/VYXLogger.h"
 
 #include <QDeadlineTimer>
@@ -14,6 +15,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 using namespace std::chrono_literals;
 
@@ -34,11 +37,20 @@ QStringList namesOf(const PauseGroup &group)
     return names;
 }
 
+/// The kernel's own handle of a process cannot come to mean another one; old kernels have none.
+int sendContinue(pid_t process)
+{
+    const Descriptor handle(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+    return handle.isOpen()
+               ? static_cast<int>(syscall(SYS_pidfd_send_signal, handle.number(), SIGCONT, nullptr, 0))
+               : kill(process, SIGCONT);
+}
+
 /// True when the process runs again, or has ended.
 bool continueModule(const QString &module, const QString &pid)
 {
     logDebug("Unstopping module %1 (%2)", module, "kill -SIGCONT " + pid);
-    if (kill(static_cast<pid_t>(pid.toInt()), SIGCONT) == 0) {
+    if (sendContinue(static_cast<pid_t>(pid.toInt())) == 0) {
         return true;
     }
     const bool ended = errno == ESRCH;

@@ -12,11 +12,22 @@
 #include <QStorageInfo>
 
 #include <functional>
+#include <linux/ioprio.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr qint64 mostCopied = qint64{64} * 1024 * 1024; ///< bytes of copies that are staged side by side
 constexpr qint64 shareOfRoom = 4;                       ///< of what is free they take no more than one part
+
+/// What is read for the repository must not be in the way of what the modules read and write: the lowest of
+/// the ordinary priorities, for this thread and the children that it starts.
+void giveWayToModules()
+{
+    constexpr int lowest = 7;
+    syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_BE, lowest));
+}
 
 /// The description of each module that has one, with the directory for its artefacts made.
 template <typename Stage>
@@ -45,6 +56,7 @@ void StagingArea::stageFiles(const QStringList &names, RestorableOrder::Restorab
     forEachObject(modules, names, [&](const RestorableObject &object) {
         ChecksumLines &lines = made[object.getName()];
         works << [&, files = object.getFiles(), name = object.getName()] {
+            giveWayToModules();
             FileStaging staging(name, artefacts, remembered, lines, waiter);
             for (const RestorableFile &item : files) {
                 if (item.getPriority() == priority && !waiter.mustEnd()) {
@@ -99,7 +111,10 @@ void StagingArea::stageDatabases(const QStringList &names)
     forEachObject(modules, names, [&](const RestorableObject &object) {
         const auto staging = copied.find(object.getName());
         if (staging != copied.end()) {
-            queue.add([object, &one = staging->second] { one.stageCopies(object); });
+            queue.add([object, &one = staging->second] {
+                giveWayToModules();
+                one.stageCopies(object);
+            });
         }
     });
 }

@@ -232,13 +232,14 @@ private Q_SLOTS:
         const auto children = [] { return TestDevice::shell("pgrep -fx 'sleep 61'"); };
         for (const bool refused : {true, false}) {
             Waiter waiter;
+            const QObject untilHere;
             CommandResult result;
             const auto feed = [&](const Feed &send) {
                 while (send("x") && !refused) {
                 }
                 return !refused;
             };
-            QTimer::singleShot(300ms, [&] { waiter.end(Waiter::End::RepositoryChanged); });
+            QTimer::singleShot(300ms, &untilHere, [&] { waiter.end(Waiter::End::RepositoryChanged); });
             waiter.runBeside([&] {
                 result = runFed(waiter, "/bin/sh", {"-c", "sleep 61; cat"}, {20s, 20s, 1000}, feed);
             });

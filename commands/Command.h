@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -26,6 +27,10 @@ struct CommandResult
 /// child does not outlive this process.
 CommandResult runCommand(Waiter &waiter, const QString &program, const QStringList &arguments,
                          std::chrono::milliseconds limit = std::chrono::minutes(30));
+
+/// The same with several children of one program side by side, one for each list of arguments.
+QList<CommandResult> runCommands(Waiter &waiter, const QString &program, const QList<QStringList> &arguments,
+                                 std::chrono::milliseconds limit);
 
 /// What a child may use up; it is ended when it exceeds one of them.
 struct CommandLimits

@@ -1,28 +1,22 @@
 #pragma once
 
-#include "repository/DigestingFile.h"
-#include "repository/DownloadFile.h"
+#include "repository/HttpEngine.h"
 #include "repository/Repository.h"
-
-#include <QNetworkAccessManager>
-#include <QPointer>
-#include <QSslError>
+#include "repository/SecureConnection.h"
 
 #include <chrono>
-#include <functional>
+#include <map>
 #include <memory>
-
-class QNetworkReply;
-class SecureConnection;
-class TransferWatch;
 
 /// A repository on an HTTP or HTTPS server: each entry is a resource directly below the base URL.
 ///
-/// A request ends when the server has answered, when the connection fails, or after 30 s without any
-/// progress, or with less than 1 kB/s over a minute. Redirects are not followed; every status outside 2xx is
-/// a failure, but for 404: what is not there cannot be fetched and need not be removed. With HTTPS each
-/// request carries the device's certificate and trusts only the device's certificate authorities, as the last
-/// set-up found them; before the first it trusts nobody.
+/// A request ends when the server has answered, when the connection fails a second time, or after 30 s
+/// without any progress, or with less than 1 kB/s over a minute; both limits hold for the requests that are
+/// under way together. When the server is found to be gone, all fail at once until a Check finds it again.
+/// Redirects are not followed; every status outside 2xx is a failure, but for 404: what is not there cannot
+/// be fetched and need not be removed. With HTTPS each request carries the device's certificate and trusts
+/// only the device's certificate authorities, as the last set-up found them; before the first it trusts
+/// nobody.
 class DistantRepository : public Repository
 {
     Q_OBJECT
@@ -32,6 +26,7 @@ public:
     ~DistantRepository() override;
 
     QString getRepositoryUrl() const override { return repositoryUrl; }
+    quint64 transferProgress() const override;
     /// With HTTPS, load the device's certificate, key and authorities and try to connect. The repository must
     /// outlive the call.
     void setUp(Waiter &waiter) override;
@@ -46,34 +41,32 @@ public:
     void setRateWindow(std::chrono::milliseconds window) { rateWindow = window; }
 
 protected:
-    void start(const RepositoryRequest &request) override;
+    void start(RequestNumber number, const RepositoryRequest &request) override;
     void abort() override;
+    size_t mostAtOnce() const override { return 100; }
 
 private:
-    using Ending = std::function<RequestOutcome(QNetworkReply &)>;
+    struct Transfer
+    {
+        RepositoryRequest request;
+        HttpRequest sent;
+    };
 
-    void startCheck();
-    void startPut(const RepositoryRequest &request);
-    void startGet(const RepositoryRequest &request);
-    void startRemove(const QString &entry);
-    TransferWatch &follow(QNetworkReply *reply, const Ending &ending);
-    void receive(QNetworkReply &reply, TransferWatch &watch, const QString &entry);
-
-    static RequestOutcome endPut(const QNetworkReply &reply, const DigestingFile &sent);
-    RequestOutcome endGet(QNetworkReply &reply, const QString &entry);
-    static RequestOutcome endRemove(const QNetworkReply &reply);
-    RequestOutcome endCheck(const QNetworkReply &reply) const;
-
-    QNetworkRequest requestFor(const QUrl &url) const;
-    void logProgress(const char *format, qint64 done, qint64 total);
+    QString prepare(const RepositoryRequest &request, HttpRequest &made) const;
+    HttpEngine &readyEngine();
+    void end(RequestNumber number, const HttpResult &result);
+    RequestOutcome outcomeOf(const Transfer &transfer, const HttpResult &result);
+    void logFailure(const Transfer &transfer, const HttpResult &result);
+    bool isTrusted(const QString &trustListStatus) const;
 
     const QString repositoryUrl;
     const bool secureMode;
-    std::unique_ptr<SecureConnection> secureConnection;
-    QNetworkAccessManager networkManager;
-    bool connectionsAreStale = false; ///< they were made before the last set-up
-    QPointer<QNetworkReply> currentReply;
-    DownloadFile download;
+    SecureConnection secureConnection;
+    std::unique_ptr<HttpEngine> engine;
+    bool engineIsStale = false; ///< it was made before the last set-up
+    std::map<RequestNumber, Transfer> transfers;
+    quint64 movedBefore = 0; ///< by engines that were replaced
+    bool goneIsLogged = false;
     std::chrono::milliseconds inactivityLimit = std::chrono::seconds(30);
     std::chrono::milliseconds rateWindow = std::chrono::seconds(60);
 };

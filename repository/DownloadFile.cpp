@@ -39,16 +39,11 @@ bool DownloadFile::append(const QByteArray &bytes)
     return !failed;
 }
 
-void DownloadFile::take(QIODevice &source)
+void DownloadFile::restart()
 {
-    constexpr qint64 portion = qint64{256} * 1024;
-    while (file && source.bytesAvailable() > 0) {
-        const QByteArray bytes = source.read(portion);
-        if (bytes.isEmpty()) {
-            return;
-        }
-        append(bytes);
-    }
+    received = 0;
+    expected = 0;
+    failed = !file || !file->seek(0) || !file->resize(0);
 }
 
 bool DownloadFile::finish()

@@ -5,8 +5,6 @@
 
 #include <memory>
 
-class QIODevice;
-
 /// Receives the content of a fetched entry in a temporary file beside its target, which is replaced when the
 /// content is complete. Until then, and whenever that fails, the target is as it was.
 ///
@@ -19,11 +17,11 @@ public:
     /// no other bound than that. False when the file cannot be made, or is to replace a directory.
     bool open(const QString &target, qint64 largest = 0);
 
+    /// Drop what was received, and receive it again.
+    void restart();
+
     /// Take these bytes. False when they, or some before them, were too many or could not be written.
     bool append(const QByteArray &bytes);
-
-    /// Take all that the source has to give so far. A write that fails shows in `finish`.
-    void take(QIODevice &source);
 
     qint64 size() const { return received; }
     /// So many bytes are said to come.

@@ -84,21 +84,24 @@ QString LocalRepository::entryPath() const
     return QString("%1/%2").arg(QDir(directory).path(), underWay.entry);
 }
 
-void LocalRepository::start(const RepositoryRequest &request)
+void LocalRepository::start(RequestNumber number, const RepositoryRequest &request)
 {
     underWay = request;
+    underWayNumber = number;
     if (!isInitialised()) {
         const QString text = "Local save directory not initialized!";
-        finish(request.method == RepositoryRequest::Check ? failure(text) : loggedFailure(text));
+        finish(underWayNumber,
+               request.method == RepositoryRequest::Check ? failure(text) : loggedFailure(text));
         return;
     }
     if (ItemNames::isOwn(request.entry)) {
-        finish(loggedFailure(QString("'%1' names no file of the repository").arg(request.entry)));
+        finish(underWayNumber,
+               loggedFailure(QString("'%1' names no file of the repository").arg(request.entry)));
         return;
     }
     switch (request.method) {
     case RepositoryRequest::Check:
-        finish({});
+        finish(underWayNumber, {});
         return;
     case RepositoryRequest::Put:
         startPut();
@@ -174,7 +177,7 @@ void LocalRepository::startGet()
 {
     if (isMissing(entryPath())) {
         logDebug("The repository holds no '%1'", underWay.entry);
-        finish({RequestOutcome::Absent, {}});
+        finish(underWayNumber, {RequestOutcome::Absent, {}});
         return;
     }
     // An entry that is a link may not lead out of the directory.
@@ -226,7 +229,7 @@ void LocalRepository::endPut(bool copied)
         // What is parked may make room when it takes the places of the old entries.
         retryAfterParked();
     } else {
-        finish(loggedFailure(failed));
+        finish(underWayNumber, loggedFailure(failed));
     }
 }
 
@@ -236,21 +239,22 @@ void LocalRepository::endGet(bool copied)
     abort();
     if (fetched) {
         logDebug("File '%1' copied into '%2'", underWay.entry, underWay.path);
-        finish({});
+        finish(underWayNumber, {});
         return;
     }
     if (download.isTooLarge()) {
-        finish(loggedFailure(tooLarge(underWay.entry, download.limit())));
+        finish(underWayNumber, loggedFailure(tooLarge(underWay.entry, download.limit())));
         return;
     }
-    finish(loggedFailure(QString("Copying file '%1' (%2) into '%3' failed")
+    finish(underWayNumber,
+           loggedFailure(QString("Copying file '%1' (%2) into '%3' failed")
                              .arg(underWay.entry, getRepositoryUrl() + "/" + underWay.entry, underWay.path)));
 }
 
 void LocalRepository::remove()
 {
     if (isMissing(entryPath())) {
-        finish({});
+        finish(underWayNumber, {});
         return;
     }
     logDebug("Removing file '%1'", entryPath());

@@ -33,7 +33,7 @@ public:
     QString getRepositoryUrl() const override;
 
 protected:
-    void start(const RepositoryRequest &request) override;
+    void start(RequestNumber number, const RepositoryRequest &request) override;
     void abort() override;
     bool abortKeepsEntry() const override { return true; }
     bool isFull() const override;
@@ -58,6 +58,7 @@ private:
 
     const QString directory;
     RepositoryRequest underWay;
+    RequestNumber underWayNumber = 0;
     QTimer turn; ///< fires once for each portion
     DigestingFile source;
     QFile incoming;

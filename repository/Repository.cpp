@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -18,8 +19,8 @@ bool namesAnEntry(const QString &name)
 Repository::~Repository()
 {
     closed = true;
-    if (current) {
-        tell(*std::exchange(current, std::nullopt), {RequestOutcome::Failed, noLongerInUse()});
+    for (const auto &[number, pending] : std::exchange(running, {})) {
+        tell(pending, {RequestOutcome::Failed, noLongerInUse()});
     }
     for (const Pending &pending : std::exchange(parked, {})) {
         tell(pending, {RequestOutcome::Failed, noLongerInUse()});
@@ -52,46 +53,51 @@ void Repository::cancelRequests(const QString &why)
     const bool kept = abortKeepsEntry();
     const QList<Pending> queued = std::exchange(queue, {});
     const QList<Pending> together = std::exchange(parked, {});
-    const std::optional<Pending> underWay = std::exchange(current, std::nullopt);
+    const auto underWay = std::exchange(running, {});
     const bool begun = std::exchange(carryingOut, false);
     if (!together.isEmpty()) {
         abortParked();
     }
-    if (underWay) {
+    if (!underWay.empty()) {
         abort();
     }
     // From here on this object may be gone.
     for (const Pending &pending : together) {
         tell(pending, {RequestOutcome::Failed, why, !begun});
     }
-    if (underWay) {
-        tell(*underWay, {RequestOutcome::Failed, why, kept});
+    for (const auto &[number, pending] : underWay) {
+        tell(pending, {RequestOutcome::Failed, why, kept});
     }
     for (const Pending &pending : queued) {
         tell(pending, {RequestOutcome::Failed, why, true});
     }
 }
 
-void Repository::finish(const RequestOutcome &outcome)
+void Repository::finish(RequestNumber number, const RequestOutcome &outcome)
 {
-    const std::optional<Pending> finished = std::exchange(current, std::nullopt);
+    const auto finished = running.extract(number);
     noteProgress();
     scheduleNext();
-    if (finished) {
-        tell(*finished, outcome);
+    if (!finished.empty()) {
+        tell(finished.mapped(), outcome);
     }
+}
+
+Repository::Pending Repository::takeOnlyRunning()
+{
+    return running.extract(running.begin()).mapped();
 }
 
 void Repository::park()
 {
-    parked << *std::exchange(current, std::nullopt);
+    parked << takeOnlyRunning();
     noteProgress();
     scheduleNext();
 }
 
 void Repository::retryAfterParked()
 {
-    queue.prepend(*std::exchange(current, std::nullopt));
+    queue.prepend(takeOnlyRunning());
     carryingOut = true;
     carryOutParked();
 }
@@ -112,9 +118,16 @@ void Repository::scheduleNext()
     QMetaObject::invokeMethod(this, &Repository::startNext, Qt::QueuedConnection);
 }
 
+bool Repository::mayBegin(const RepositoryRequest &request) const
+{
+    return running.size() < mostAtOnce() &&
+           std::none_of(running.cbegin(), running.cend(),
+                        [&](const auto &one) { return one.second.request.entry == request.entry; });
+}
+
 void Repository::startNext()
 {
-    if (current || carryingOut) {
+    if (carryingOut || !mayBegin(queue.isEmpty() ? RepositoryRequest() : queue.first().request)) {
         return;
     }
     const auto changes = [](const Pending &pending) {
@@ -129,16 +142,19 @@ void Repository::startNext()
     if (queue.isEmpty()) {
         return;
     }
-    current = queue.takeFirst();
+    const RequestNumber number = ++lastNumber;
+    const RepositoryRequest request = running.emplace(number, queue.takeFirst()).first->second.request;
     noteProgress();
-    const RepositoryRequest request = current->request;
+    if (!queue.isEmpty()) {
+        scheduleNext();
+    }
     if (request.method == RepositoryRequest::Check || namesAnEntry(request.entry)) {
-        start(request);
+        start(number, request);
         return;
     }
     const QString text = QString("'%1' names no file of the repository").arg(request.entry);
     logError("%1", text);
-    finish({RequestOutcome::Failed, text, true});
+    finish(number, {RequestOutcome::Failed, text, true});
 }
 
 void Repository::tell(const Pending &pending, const RequestOutcome &outcome)

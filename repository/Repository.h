@@ -5,7 +5,7 @@
 #include <QString>
 
 #include <functional>
-#include <optional>
+#include <map>
 
 class Waiter;
 
@@ -51,11 +51,11 @@ struct RepositoryRequest
 
 /// The place that holds the saved data: files stored under flat entry names.
 ///
-/// Requests are carried out in the order in which they were submitted; Puts and removals that follow each
-/// other may be carried out together, and are told then. Each has exactly one outcome, which is handed to its
-/// `done` from the event loop, never from within `submit`. A request ends by
-/// itself within bounded time: when it is carried out, when it fails, or after 30 s without any progress; one
-/// that fails never stops those behind it. A failed fetch leaves its local target as it was; one fails that
+/// Requests begin in the order in which they were submitted. Several may be under way at once, but never two
+/// for the same entry, and they may end in any order: who needs another one waits for the end of all before.
+/// Each has exactly one outcome, which is handed to its `done` from the event loop, never from within
+/// `submit`. A request ends by itself within bounded time; one that fails never stops those behind it, unless
+/// the place itself is found to be gone. A failed fetch leaves its local target as it was; one fails that
 /// would fill more than nine tenths of what is free beside the target. Memory does not grow with the size of
 /// a file, and events are served between portions of a large one. Nothing throws. Main thread only.
 class Repository : public QObject
@@ -91,33 +91,38 @@ public:
     /// returns. What they submit is carried out.
     void cancelRequests(const QString &why);
 
-    bool hasPendingRequests() const { return current || !parked.isEmpty() || !queue.isEmpty(); }
+    bool hasPendingRequests() const { return !running.empty() || !parked.isEmpty() || !queue.isEmpty(); }
     /// A number that changes whenever a transfer advances, so that a wait can tell slow from dead.
-    quint64 transferProgress() const { return progress; }
+    virtual quint64 transferProgress() const { return progress; }
 
 protected:
+    using RequestNumber = quint64;
+
     /// Begin a request. It ends in one call of `finish`, at once or later.
-    virtual void start(const RepositoryRequest &request) = 0;
-    /// Forget the request under way; `finish` must not be called for it any more.
+    virtual void start(RequestNumber number, const RepositoryRequest &request) = 0;
+    /// Forget the requests under way; `finish` must not be called for them any more.
     virtual void abort() = 0;
     /// True when an aborted request leaves its entry as it was.
     virtual bool abortKeepsEntry() const { return false; }
+    /// How many requests may be under way at once.
+    virtual size_t mostAtOnce() const { return 1; }
+    bool isIdle() const { return running.empty(); }
 
     /// Why an entry is refused that has more bytes than may be fetched.
     static QString tooLarge(const QString &entry, qint64 limit);
     /// Why requests fail that outlive their repository.
     static QString noLongerInUse() { return "The repository is no longer in use"; }
 
-    /// The request under way has this outcome; the next one begins from the event loop. The repository may be
+    /// A request under way has this outcome; the next ones begin from the event loop. The repository may be
     /// destroyed before this returns.
-    void finish(const RequestOutcome &outcome);
+    void finish(RequestNumber number, const RequestOutcome &outcome);
     void noteProgress() { ++progress; }
 
-    /// The request under way, a Put or a removal, is ready to be carried out together with the ones parked
-    /// before it; the next one begins.
+    /// The only request under way, a Put or a removal, is ready to be carried out together with the ones
+    /// parked before it; the next one begins.
     void park();
     bool hasParked() const { return !parked.isEmpty(); }
-    /// Begin the request under way again after those that are parked.
+    /// Begin the only request under way again after those that are parked.
     void retryAfterParked();
     /// True when no more can be parked.
     virtual bool isFull() const { return false; }
@@ -137,12 +142,15 @@ private:
 
     void scheduleNext();
     void startNext();
+    bool mayBegin(const RepositoryRequest &request) const;
+    Pending takeOnlyRunning();
     static void tell(const Pending &pending, const RequestOutcome &outcome);
 
     RepositoryType repositoryType;
     bool closed = false;
     QList<Pending> queue;
-    std::optional<Pending> current;
+    std::map<RequestNumber, Pending> running;
+    RequestNumber lastNumber = 0;
     QList<Pending> parked;
     bool carryingOut = false; ///< what is parked
     quint64 progress = 0;

@@ -1,73 +1,51 @@
 #pragma once
 
-#include <QSslCertificate>
-#include <QSslConfiguration>
-#include <QSslKey>
-#include <QSslSocket>
+#include "repository/HttpTransfer.h"
+
 #include <QString>
 #include <QUrl>
 
-#include <memory>
+#include <functional>
 
 class Waiter;
 
 /// The device's side of an HTTPS connection: its certificate and key, and the certificate authorities it
 /// trusts, as the device's tool names their files. It trusts no other authority, whatever the system has
-/// installed.
-class SecureConnection : public QObject
+/// installed. Revocation lists among the authorities are heeded; then there must be one of each authority
+/// that a server's certificate leads to.
+class SecureConnection
 {
-    Q_OBJECT
-
 public:
-    SecureConnection();
-
     /// Load the files anew and try to connect to the server. Every failure is logged; one with the files
-    /// leaves a configuration without certificate and without trust. Waits for three minutes at the most, and
-    /// ends early when the waiter has to end. `checkTrustList` is called between the queries of the files and
-    /// their use.
-    template <typename Callback> void setUp(Waiter &waiter, const QUrl &url, const Callback &checkTrustList)
-    {
-        queryFiles(waiter);
-        checkTrustList();
-        useFiles(waiter, url);
-    }
+    /// leaves an identity that is not complete. Waits for two minutes at the most, and ends early when the
+    /// waiter has to end. `trustList` is told the state of the trust list between the queries of the files
+    /// and their use.
+    void setUp(Waiter &waiter, const QUrl &url, const std::function<void(const QString &)> &trustList);
 
     /// The state of the device's trust list as the tool tells it; "SECURED" when one is in force. Waits for
     /// 30 s at the most.
     static QString trustListStatus(Waiter &waiter);
 
-    const QSslConfiguration &configuration() const { return sslConfiguration; }
+    const TlsIdentity &identity() const { return loaded; }
 
     /// True when the certificate, the key or the authorities are missing, or the certificate is outside its
     /// validity.
     bool needsSetUp() const;
 
-private Q_SLOTS:
-    void sslConnected();
-    void sslDisconnected();
-    void sslEncrypted();
-    void peerVerifyError(const QSslError &error);
-    void socketError(QAbstractSocket::SocketError error);
-
 private:
-    void queryFiles(Waiter &waiter);
-    void useFiles(Waiter &waiter, const QUrl &url);
     bool loadCertificate();
     bool loadAuthorities();
     bool loadKey();
-    void connectSocket();
     void tryConnection(Waiter &waiter, const QUrl &url);
-    void waitForEncryption(Waiter &waiter, const QString &host);
 
     QString certificatePath;
     QString authoritiesPath;
     QString keyPath;
-    QSslCertificate certificate;
-    QList<QSslCertificate> authorities;
-    QSslKey key;
-    QSslConfiguration sslConfiguration;
-    std::unique_ptr<QSslSocket> sslSocket;
+    TlsIdentity loaded;
 };
 
-/// One error line for the number of errors and one for each.
-void logSslErrors(const QList<QSslError> &errors);
+/// True for those of the library's codes that TLS has brought about.
+bool isTlsFailure(int code);
+
+/// The error lines of a connection that TLS has refused.
+void logTlsFailure(const QString &text);

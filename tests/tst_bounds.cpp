@@ -291,16 +291,18 @@ private Q_SLOTS:
         const QString longer = "The server's answer has more than 1048576 bytes";
         const QString entry = "Entry 'e' is refused: it has more than 5000000 bytes";
         const QString slow = "The transfer is slower than 1000 bytes per second";
-        const QString cancelled = "Operation canceled";
+        const QString heads = "Too large response headers: ";
+        const QString memory = "Out of memory";
+        const QString silent = "Nothing has moved for 0.4 s";
         row("body", Answer{good + "\r\n", much, 0}, entry, longer);
         row("body of a failure", Answer{QByteArray("HTTP/1.1 404 None\r\n\r\n"), much, 0}, longer, longer);
         row("announced body", Answer{good + "Content-Length: 8000000000\r\n\r\n", QByteArray("x"), 50}, entry,
             slow);
         row("slow body", Answer{good + "Content-Length: 9000\r\n\r\n", QByteArray("x"), 50}, slow, slow);
-        row("heads", Answer{good, QByteArray("X-Field: value\r\n"), 0}, cancelled, cancelled);
-        row("long head", Answer{good + "X-Field: ", much, 0}, cancelled, cancelled);
-        row("status", Answer{QByteArray("HTTP/1.1 200 "), much, 0}, cancelled, cancelled);
-        row("slow head", Answer{good, QByteArray("x"), 50}, cancelled, cancelled);
+        row("heads", Answer{good, QByteArray("X-Field: value\r\n"), 0}, heads, heads);
+        row("long head", Answer{good + "X-Field: ", much, 0}, memory, memory);
+        row("status", Answer{QByteArray("HTTP/1.1 200 "), much, 0}, memory, memory);
+        row("slow head", Answer{good, QByteArray("x"), 50}, silent, silent);
     }
     void answersWithoutEnd()
     {
@@ -318,7 +320,9 @@ private Q_SLOTS:
         for (const Method method : {Method::Check, Method::Put, Method::Get, Method::Remove}) {
             repository.submit({method, "e", local->filePath("back"), {}, 5000000}, noted("e"));
             QVERIFY(finished(repository));
-            QCOMPARE(reason.section(" - ", 0, 0), method == Method::Get ? fetch : other);
+            const QString expected = method == Method::Get ? fetch : other;
+            QVERIFY2(reason.startsWith(expected) || reason.startsWith("The server does not answer any more"),
+                     qPrintable(reason));
         }
         QVERIFY(!outcomes.join(' ').contains("stored"));
         QCOMPARE(content("back"), "old");

@@ -5,7 +5,9 @@
 #include "tests/support/NginxServer.h"
 #include "tests/support/RepositoryTest.h"
 
+#include <algorithm>
 #include <csignal>
+#include <map>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -17,15 +19,17 @@ class tst_repository : public RepositoryTest
     const QTemporaryDir root;
     const QByteArray big = QByteArray(30000000, 'b');
     std::unique_ptr<QTemporaryDir> place;
-    std::unique_ptr<NginxServer> server;
+    std::map<QString, std::unique_ptr<NginxServer>> servers;
     std::shared_ptr<Repository> any;
 
-    static bool isDirectory()
+    static QString kind()
     {
-        QFETCH_GLOBAL(bool, directory);
-        return directory;
+        QFETCH_GLOBAL(QString, kind);
+        return kind;
     }
-    QDir store() const { return QDir(isDirectory() ? place->path() : server->store()); }
+    static bool isDirectory() { return kind() == "directory"; }
+    const NginxServer &server() const { return *servers.at(kind()); }
+    QDir store() const { return QDir(isDirectory() ? place->path() : server().store()); }
     QStringList entries() const
     {
         return store().entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
@@ -37,23 +41,35 @@ class tst_repository : public RepositoryTest
         if (isDirectory()) {
             return std::make_shared<LocalRepository>(place->path());
         }
-        return std::make_shared<DistantRepository>(server->url());
+        return std::make_shared<DistantRepository>(server().url());
+    }
+
+    /// The order holds for the requests of one entry.
+    static QStringList sortedByEntry(QStringList outcomes)
+    {
+        const auto entry = [](const QString &outcome) { return outcome.section(' ', 1); };
+        std::stable_sort(outcomes.begin(), outcomes.end(),
+                         [&](const QString &one, const QString &two) { return entry(one) < entry(two); });
+        return outcomes;
     }
 
 private Q_SLOTS:
     void initTestCase_data()
     {
-        columns<bool>("directory");
-        row("directory", true);
-        row("HTTPS", false);
+        columns<QString>("kind");
+        for (const char *name : {"directory", "HTTP", "HTTPS by HTTP/1.1", "HTTPS by HTTP/2"}) {
+            row(name, QString(name));
+        }
     }
 
     void initTestCase()
     {
         qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());
         NginxServer::installTool(root.path());
-        server = std::make_unique<NginxServer>("server");
-        QVERIFY(server->isRunning());
+        servers["HTTP"] = std::make_unique<NginxServer>();
+        servers["HTTPS by HTTP/1.1"] = std::make_unique<NginxServer>("server", "http1");
+        servers["HTTPS by HTTP/2"] = std::make_unique<NginxServer>("server");
+        QVERIFY(std::ranges::all_of(servers, [](const auto &one) { return one.second->isRunning(); }));
     }
 
     void init()
@@ -150,7 +166,7 @@ private Q_SLOTS:
         for (int number = 0; number < 60; ++number) {
             const QString name = QString("f%1").arg(number);
             submit(*any, Method::Put, name, file(name, name.toUtf8()));
-            submit(*any, Method::Get, name, local->filePath("back"));
+            submit(*any, Method::Get, name, local->filePath("back " + name));
             submit(*any, Method::Remove, number % 2 == 0 ? name : "a/b");
             expected << "stored " + name << "stored " + name
                      << (number % 2 == 0 ? "stored " + name : "kept a/b");
@@ -159,9 +175,9 @@ private Q_SLOTS:
         any->submit({Method::Check, {}, {}},
                     [this](const RequestOutcome &) { submit(*any, Method::Check, "next"); });
         QVERIFY(finished(*any));
-        QCOMPARE(outcomes, expected << "stored next");
+        QCOMPARE(sortedByEntry(outcomes), sortedByEntry(expected << "stored next"));
         QCOMPARE(entries().size(), 30);
-        QCOMPARE(content("back"), "f59");
+        QCOMPARE(content("back f59"), "f59");
     }
 
     void cancelled()
@@ -201,7 +217,8 @@ private Q_SLOTS:
                          [=, this](const RequestOutcome &) { submit(*last, Method::Remove, "e"); });
         });
         any.reset();
-        QCOMPARE(outcomes, QStringList({isDirectory() ? "kept a" : "failed a", "kept b"}));
+        QCOMPARE(outcomes,
+                 isDirectory() ? QStringList({"kept a", "kept b"}) : QStringList({"failed a", "failed b"}));
         QCOMPARE(reason, "The repository is no longer in use");
         QTest::qWait(1);
         QCOMPARE(outcomes.mid(2), QStringList({"kept e"}));
@@ -217,7 +234,8 @@ private Q_SLOTS:
                 submit(*any, Method::Check, "next");
                 QVERIFY(TestDevice::waitUntil([this] { return !any; }));
                 QTest::qWait(20);
-                QCOMPARE(outcomes, QStringList{"kept next"});
+                QVERIFY(outcomes == QStringList{"kept next"} ||
+                        (!isDirectory() && outcomes == QStringList{"failed next"}));
             }
         }
     }

@@ -17,7 +17,7 @@ QString NginxServer::pki(const QString &name)
     return authorities.filePath(name);
 }
 
-NginxServer::NginxServer(const QString &certificate) : secure(!certificate.isEmpty())
+NginxServer::NginxServer(const QString &certificate, const QString &protocol) : secure(!certificate.isEmpty())
 {
     QTcpServer free;
     free.listen(QHostAddress::LocalHost);
@@ -25,7 +25,8 @@ NginxServer::NginxServer(const QString &certificate) : secure(!certificate.isEmp
     free.close();
     QStringList arguments = {directory.path() + "/server", QString::number(port)};
     if (secure) {
-        arguments << QFileInfo(pki("ca.pem")).path() << certificate;
+        arguments << QFileInfo(pki("ca.pem")).path() << certificate
+                  << (protocol.isEmpty() ? "http2" : protocol);
     }
     process.setProcessChannelMode(QProcess::ForwardedChannels);
     process.start(QString(SOURCES) + "/device/server/start-server", arguments);

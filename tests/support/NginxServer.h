@@ -8,8 +8,9 @@
 class NginxServer
 {
 public:
-    /// `certificate` is the name of the server's certificate in the PKI; empty for plain HTTP.
-    explicit NginxServer(const QString &certificate = {});
+    /// `certificate` is the name of the server's certificate in the PKI; empty for plain HTTP. `protocol` is
+    /// "http2", "http1", or "tls1.1".
+    explicit NginxServer(const QString &certificate = {}, const QString &protocol = "http2");
     ~NginxServer() { TestDevice::end(process); }
 
     NginxServer(const NginxServer &) = delete;

@@ -72,9 +72,7 @@ protected:
     static bool underWay(const Repository &repository)
     {
         const quint64 before = repository.transferProgress();
-        while (repository.transferProgress() == before) {
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        }
+        TestDevice::waitUntil([&] { return repository.transferProgress() != before; });
         for (int turn = 0; turn < 3; ++turn) {
             QCoreApplication::processEvents();
         }

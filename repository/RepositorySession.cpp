@@ -94,9 +94,14 @@ void RepositorySession::submit(const RepositoryRequest &request, Repository::Don
 
 void RepositorySession::waitForRequests()
 {
+    waitFor([this] { return *pending == 0; });
+}
+
+void RepositorySession::waitFor(const std::function<bool()> &condition)
+{
     // A request that fails may be submitted once more.
-    while (*pending > 0) {
-        waitUntil([this] { return *pending == 0; });
+    while (*pending > 0 && !condition()) {
+        waitUntil([&] { return *pending == 0 || condition(); });
     }
 }
 

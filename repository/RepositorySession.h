@@ -40,6 +40,9 @@ public:
     /// Wait until all submitted requests have their outcome.
     void waitForRequests();
 
+    /// Wait until the outcomes of some have made that true.
+    void waitFor(const std::function<bool()> &condition);
+
 private:
     /// Wait for something that the end of all requests brings about; false when all were given up for it.
     bool waitUntil(const std::function<bool()> &condition);

@@ -11,11 +11,14 @@
 
 #include <QFileInfo>
 
+#include <algorithm>
+
 using namespace std::chrono_literals;
 
 namespace {
 
-constexpr size_t mostFetched = 200;
+constexpr qsizetype fewest = 8;
+constexpr qsizetype mostFetched = 200;
 constexpr qint64 mostFetchedBytes = qint64{32} * 1024 * 1024;
 
 bool isAcceptable(const QString &target, const QString &module)
@@ -122,56 +125,100 @@ bool ItemRestorer::restoreDirectory(const PlannedItem &planned)
     return archive.restore(planned.digest) || keep(archive.errorText(), directory);
 }
 
-/// The file is fetched beside its live one, which stays until the new content is known to be what was
-/// promised. Nothing, or what is wrong; an empty text when there is nothing to say.
-std::optional<QString> ItemRestorer::fetchBeside(const PlannedItem &planned, Replacement &replacement)
+/// What is wrong with a file that was fetched beside its live one, which stays until the new content is known
+/// to be what was promised.
+QString ItemRestorer::faultOf(const Fetched &one)
 {
-    replacement.setAttributes(planned.attributes);
-    if (!replacement.prepare()) {
-        return QString();
+    if (!one.outcome.stored()) {
+        return QString("Could not fetch '%1' from the repository").arg(one.planned.source);
     }
-    if (!session.getFileAndWait(planned.source, replacement.path()).stored()) {
-        return QString("Could not fetch '%1' from the repository").arg(planned.source);
+    const QString digest = fileDigest(waiter, one.replacement->path());
+    if (digest == one.planned.digest) {
+        return {};
     }
-    const QString digest = fileDigest(waiter, replacement.path());
-    if (digest != planned.digest) {
-        return QString("Entry '%1' is not what was saved: its digest is %2, promised was %3")
-            .arg(planned.source, digest, planned.digest);
-    }
-    return std::nullopt;
+    return QString("Entry '%1' is not what was saved: its digest is %2, promised was %3")
+        .arg(one.planned.source, digest, one.planned.digest);
+}
+
+/// So many as fill what may be fetched at once, when they are as large as those before.
+qsizetype ItemRestorer::batchSize() const
+{
+    return filesEver == 0
+               ? fewest
+               : std::clamp<qsizetype>(mostFetchedBytes / std::max<qint64>(bytesEver / filesEver, 1), fewest,
+                                       mostFetched);
 }
 
 void ItemRestorer::restoreFiles(const QList<PlannedItem> &files,
                                 const std::function<void(const PlannedItem &)> &failed)
 {
-    qint64 size = 0;
+    const Refuse refuse = [&](const PlannedItem &planned, const QString &why) {
+        keep(why, planned.item.livePath());
+        failed(planned);
+    };
+    QList<PlannedItem> acceptable;
     for (const PlannedItem &planned : files) {
-        const QString target = planned.item.livePath();
-        if (!isAcceptable(target, planned.item.getModule())) {
+        if (isAcceptable(planned.item.livePath(), planned.item.getModule())) {
+            acceptable << planned;
+        } else {
             failed(planned);
-            continue;
-        }
-        auto replacement = std::make_unique<Replacement>(target);
-        auto fault = fetchBeside(planned, *replacement);
-        if (fault && !fetched.empty() && !waiter.mustEnd()) {
-            // Those that wait may have taken the room, and give that of the old ones free.
-            putFetchedInPlace(failed);
-            size = 0;
-            fault = fetchBeside(planned, *replacement);
-        }
-        if (fault) {
-            keep(*fault, target);
-            failed(planned);
-            continue;
-        }
-        size += QFileInfo(replacement->path()).size();
-        fetched.emplace_back(planned, std::move(replacement));
-        if (size >= mostFetchedBytes || fetched.size() >= mostFetched) {
-            putFetchedInPlace(failed);
-            size = 0;
         }
     }
-    putFetchedInPlace(failed);
+    for (qsizetype begun = 0; begun < acceptable.size() && !waiter.mustEnd();) {
+        const QList<PlannedItem> batch = acceptable.mid(begun, batchSize());
+        begun += batch.size();
+        const bool last = batch.size() == 1;
+        const QList<PlannedItem> missing = fetchBeside(
+            batch, last ? refuse : [](const PlannedItem &, const QString &) {});
+        putFetchedInPlace(failed);
+        // The others may have taken the room, and have given that of the old ones free.
+        for (const PlannedItem &planned : last ? QList<PlannedItem>() : missing) {
+            fetchBeside({planned}, refuse);
+            putFetchedInPlace(failed);
+        }
+    }
+}
+
+/// Those that are not there then.
+QList<PlannedItem> ItemRestorer::fetchBeside(const QList<PlannedItem> &files, const Refuse &refuse)
+{
+    std::vector<Fetched> all;
+    QList<PlannedItem> missing;
+    for (const PlannedItem &planned : files) {
+        auto replacement = std::make_unique<Replacement>(planned.item.livePath());
+        replacement->setAttributes(planned.attributes);
+        if (replacement->prepare()) {
+            all.push_back({planned, std::move(replacement), {}});
+        } else {
+            refuse(planned, {});
+            missing << planned;
+        }
+    }
+    size_t left = all.size();
+    for (Fetched &one : all) {
+        session.submit({RepositoryRequest::Get, one.planned.source, one.replacement->path()},
+                       [&one, &left](const RequestOutcome &outcome) {
+                           one.outcome = outcome;
+                           --left;
+                       });
+    }
+    session.waitFor([&left] { return left == 0; });
+    for (Fetched &one : all) {
+        const QString fault = faultOf(one);
+        if (fault.isEmpty()) {
+            bytesEver += QFileInfo(one.replacement->path()).size();
+            ++filesEver;
+            fetched.emplace_back(one.planned, std::move(one.replacement));
+        } else {
+            refuse(one.planned, fault);
+            missing << one.planned;
+        }
+    }
+    // Each leaves the directories empty that were made for it, and those before may hold its own.
+    while (!all.empty()) {
+        all.pop_back();
+    }
+    return missing;
 }
 
 void ItemRestorer::putFetchedInPlace(const std::function<void(const PlannedItem &)> &failed)

@@ -46,7 +46,18 @@ private:
     QStringList prepareAll(const QList<PlannedItem> &all);
     bool restoreDatabase(const PlannedItem &planned);
     bool restoreDirectory(const PlannedItem &planned);
-    std::optional<QString> fetchBeside(const PlannedItem &planned, Replacement &replacement);
+    /// A plain file that is fetched beside its live one.
+    struct Fetched
+    {
+        PlannedItem planned;
+        std::unique_ptr<Replacement> replacement;
+        RequestOutcome outcome;
+    };
+    using Refuse = std::function<void(const PlannedItem &, const QString &why)>;
+
+    QList<PlannedItem> fetchBeside(const QList<PlannedItem> &files, const Refuse &refuse);
+    QString faultOf(const Fetched &one);
+    qsizetype batchSize() const;
     void putFetchedInPlace(const std::function<void(const PlannedItem &)> &failed);
     bool keep(const QString &reason, const QString &target);
 
@@ -56,4 +67,6 @@ private:
     QList<PlannedItem> restoredDatabases;                          ///< as a whole, and not remembered yet
     /// Plain files that were fetched beside their live ones.
     std::vector<std::pair<PlannedItem, std::unique_ptr<Replacement>>> fetched;
+    qint64 filesEver = 0;
+    qint64 bytesEver = 0; ///< of these
 };

@@ -8,6 +8,7 @@
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositorySession.h"
 #include "restorable/KnownModules.h"
+#include "restore/FetchAhead.h"
 #include "restore/ItemRestorer.h"
 #include "restore/LiveData.h"
 #include "staging/WorkingDirectory.h"
@@ -31,6 +32,7 @@ RestoreOperation::RestoreOperation(const OperationContext &context)
 {
     if (context.repository) {
         session = std::make_unique<RepositorySession>(context.repository, context.middleware, context.waiter);
+        fetcher = std::make_unique<FetchAhead>(*session);
         restorer = std::make_unique<ItemRestorer>(*session, context.waiter);
     }
 }
@@ -53,6 +55,7 @@ void RestoreOperation::startRestoreFromRepository()
         return;
     }
     plan = planner.plan();
+    fetcher->begin(itemsToFetch());
     runPasses();
     staging.rememberedDigests().store();
     startMigrations();
@@ -97,19 +100,40 @@ bool RestoreOperation::prepare()
     return cleaned;
 }
 
-void RestoreOperation::runPasses()
+QList<RestorableObject::RestorablePriority> RestoreOperation::priorities() const
 {
+    QList<RestorableObject::RestorablePriority> wanted;
     if (context.priorities.high) {
-        logDebug("Start restoring High Priority data");
-        startRestoreFromRepositoryForPriority(RestorableObject::high);
+        wanted << RestorableObject::high;
     }
     if (context.priorities.normal) {
-        logDebug("Start restoring Normal Priority data");
-        startRestoreFromRepositoryForPriority(RestorableObject::normal);
+        wanted << RestorableObject::normal;
     }
     if (context.priorities.low) {
-        logDebug("Start restoring Low Priority data");
-        startRestoreFromRepositoryForPriority(RestorableObject::low);
+        wanted << RestorableObject::low;
+    }
+    return wanted;
+}
+
+/// In the order in which the passes put them back.
+QList<PlannedItem> RestoreOperation::itemsToFetch()
+{
+    QList<PlannedItem> items;
+    const auto add = [&items](const PlannedItem &planned) { items << planned; };
+    for (const auto priority : priorities()) {
+        for (const QStringList &group : context.modules.groups()) {
+            forEachItem(group, priorityName(priority), DatabaseItem, add);
+            forEachItem(group, priorityName(priority), DirectoryItem, add);
+        }
+    }
+    return items;
+}
+
+void RestoreOperation::runPasses()
+{
+    for (const auto priority : priorities()) {
+        logDebug("Start restoring %1 Priority data", priorityName(priority));
+        startRestoreFromRepositoryForPriority(priority);
     }
 }
 
@@ -147,7 +171,6 @@ void RestoreOperation::prepareDatabases(qsizetype group, const QSet<QString> &do
         if (LiveData::belongsToModule(path, planned.item.getModule())) {
             list << planned;
             triedAhead << path;
-            size += QFileInfo(planned.source).size();
         }
     };
     const auto forEachDatabase = [&](qsizetype number, const std::function<void(const PlannedItem &)> &step) {
@@ -158,10 +181,17 @@ void RestoreOperation::prepareDatabases(qsizetype group, const QSet<QString> &do
     forEachDatabase(group, [&](const PlannedItem &planned) {
         restorer->isPrepared(planned) ? void() : add(own, planned);
     });
+    fetcher->require(own);
+    for (const PlannedItem &planned : std::as_const(own)) {
+        size += QFileInfo(planned.source).size();
+    }
     for (qsizetype next = group + 1; !own.isEmpty() && next < groups.size(); ++next) {
         forEachDatabase(next, [&](const PlannedItem &planned) {
             const bool room = own.size() + ahead.size() < mostPrepared && size < mostPreparedBytes;
-            room && !triedAhead.contains(planned.item.livePath()) ? add(ahead, planned) : void();
+            if (room && fetcher->isFetched(planned) && !triedAhead.contains(planned.item.livePath())) {
+                add(ahead, planned);
+                size += QFileInfo(planned.source).size();
+            }
         });
     }
     restorer->prepareDatabases(own, ahead);
@@ -182,6 +212,8 @@ void RestoreOperation::restoreGroup(const QStringList &group, const QStringList 
             restorer->rememberDatabases(staging);
         }
     }
+    forEachItem(modules, name, DatabaseItem,
+                [this](const PlannedItem &planned) { fetcher->release(planned); });
     restoreItems(modules, name, DirectoryItem);
     restoreItems(modules, name, FileItem);
 }
@@ -211,8 +243,16 @@ void RestoreOperation::restoreItems(const QStringList &modules, const QString &p
     forEachItem(modules, priorityName, kind, [&](const PlannedItem &planned) {
         if (kind == FileItem) {
             files << planned;
-        } else if (!restorer->restore(planned)) {
+            return;
+        }
+        if (kind == DirectoryItem) {
+            fetcher->require({planned});
+        }
+        if (!restorer->restore(planned)) {
             note(planned);
+        }
+        if (kind == DirectoryItem) {
+            fetcher->release(planned);
         }
     });
     restorer->restoreFiles(files, note);
@@ -267,6 +307,9 @@ void RestoreOperation::startMigrations()
 
 void RestoreOperation::finish()
 {
+    if (!fetcher->failure().isEmpty()) {
+        context.middleware.showFailure("Error while downloading files.", fetcher->failure());
+    }
     if (failedItems > 0) {
         context.middleware.showFailure(
             "Error while restoring data.",

@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 
+class FetchAhead;
 class ItemRestorer;
 class RepositorySession;
 
@@ -32,6 +33,8 @@ public:
 private:
     bool isPossible();
     bool prepare();
+    QList<RestorableObject::RestorablePriority> priorities() const;
+    QList<PlannedItem> itemsToFetch();
     void runPasses();
     void startRestoreFromRepositoryForPriority(RestorableObject::RestorablePriority priority);
     void prepareDatabases(qsizetype group, const QSet<QString> &done);
@@ -46,6 +49,7 @@ private:
 
     OperationContext context;
     std::unique_ptr<RepositorySession> session;
+    std::unique_ptr<FetchAhead> fetcher;
     std::unique_ptr<ItemRestorer> restorer;
     StagingArea staging;
     RestorePlan plan;

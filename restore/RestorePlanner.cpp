@@ -6,7 +6,6 @@
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/RepositorySession.h"
 #include "restorable/KnownModules.h"
 #include "staging/OperationContext.h"
 #include "staging/StagingArea.h"
@@ -15,18 +14,27 @@
 
 RestorePlanner::RestorePlanner(const OperationContext &context, RepositorySession &session,
                                StagingArea &staging)
-    : context(context), session(session), staging(staging)
+    : context(context), files(session), staging(staging)
 {
 }
 
 bool RestorePlanner::getFromRepository()
 {
-    const auto modules = fetchModulesList();
+    files.askForList();
+    for (const RestorableObject &object : context.modules.objects()) {
+        askFor(object.getName());
+    }
+    files.fetch();
+    const auto modules = takeModulesList();
     if (!modules) {
         return false;
     }
     for (const QString &module : *modules) {
-        fetchSavedState(module);
+        askFor(module);
+    }
+    files.fetch();
+    for (const QString &module : *modules) {
+        takeSavedState(module);
     }
     for (const RestorableObject &object : context.modules.objects()) {
         if (!modules->contains(object.getName())) {
@@ -44,11 +52,27 @@ bool RestorePlanner::getFromRepository()
     return true;
 }
 
-std::optional<QStringList> RestorePlanner::fetchModulesList()
+bool RestorePlanner::isHere(const QString &module) const
+{
+    const RestorableObject *object = context.modules.findObject(module);
+    return object != nullptr && object->hasItems();
+}
+
+/// Which entries plain files have depends on the checksum files of all saved modules, also of those that are
+/// not on this device.
+void RestorePlanner::askFor(const QString &module)
+{
+    files.askForChecksums(module);
+    if (isHere(module)) {
+        files.askForVersion(module);
+        files.askForAttributes(module);
+    }
+}
+
+std::optional<QStringList> RestorePlanner::takeModulesList()
 {
     const QString path = DevicePaths::fetched(ItemNames::modulesListName());
-    const RequestOutcome outcome =
-        session.getFileAndWait(ItemNames::modulesListName(), path, largestModulesList);
+    const RequestOutcome outcome = files.outcome(ItemNames::modulesListName());
     const ModulesList list = outcome.stored() ? readModulesList(path) : ModulesList();
     for (const QString &name : list.refused) {
         logError("Module '%1' of the repository is refused: it has no usable name", name);
@@ -73,26 +97,23 @@ void RestorePlanner::noteFailure(const QString &text)
     logError("%1", text);
 }
 
-/// Which entries plain files have depends on the checksum files of all saved modules, also of those that are
-/// not on this device.
-void RestorePlanner::fetchSavedState(const QString &module)
+void RestorePlanner::takeSavedState(const QString &module)
 {
     if (context.waiter.mustEnd()) {
         return;
     }
-    const RestorableObject *object = context.modules.findObject(module);
-    const bool here = object != nullptr && object->hasItems();
-    if (fetchLines(module, here) && here && (!fetchVersion(module) || !fetchAttributes(module))) {
+    const bool here = isHere(module);
+    if (takeLines(module, here) && here && (!takeVersion(module) || !takeAttributes(module))) {
         modulePlans.remove(module);
     }
 }
 
 /// True when the module's saved lines are known; then it has a plan.
-bool RestorePlanner::fetchLines(const QString &module, bool here)
+bool RestorePlanner::takeLines(const QString &module, bool here)
 {
     const QString entry = ItemNames::checksumFileName(module);
     const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session.getFileAndWait(entry, path, largestChecksumFile);
+    const RequestOutcome outcome = files.outcome(entry);
     const auto lines = outcome.stored() ? readChecksumFile(path, savedSize) : std::nullopt;
     if (lines) {
         savedLines.insert(module, *lines);
@@ -111,11 +132,11 @@ bool RestorePlanner::fetchLines(const QString &module, bool here)
     return true;
 }
 
-bool RestorePlanner::fetchVersion(const QString &module)
+bool RestorePlanner::takeVersion(const QString &module)
 {
     const QString entry = ItemNames::versionFileName(module);
     const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session.getFileAndWait(entry, path, largestVersionFile);
+    const RequestOutcome outcome = files.outcome(entry);
     QFile file(path);
     if (outcome.stored() && file.open(QIODevice::ReadOnly)) {
         modulePlans[module].version = SavedVersion::parse(QString::fromUtf8(file.readLine()).trimmed());
@@ -131,11 +152,11 @@ bool RestorePlanner::fetchVersion(const QString &module)
 }
 
 /// Without them a file could become readable for more users than it was, so a failure is no absence.
-bool RestorePlanner::fetchAttributes(const QString &module)
+bool RestorePlanner::takeAttributes(const QString &module)
 {
     const QString entry = ItemNames::attributesFileName(module);
     const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session.getFileAndWait(entry, path, largestAttributesFile);
+    const RequestOutcome outcome = files.outcome(entry);
     const auto attributes =
         outcome.stored() ? readAttributesFile(path, savedLines.value(module)) : std::nullopt;
     if (attributes) {
@@ -216,9 +237,5 @@ std::optional<PlannedItem> RestorePlanner::planItem(const SavedItem &item, const
     if (item.getKind() == FileItem) {
         return PlannedItem{item, digest, entry, attributesOf(item)};
     }
-    const QString local = DevicePaths::fetched(entry);
-    if (!session.getFileAndWait(entry, local).stored()) {
-        noteFailure(QString("Could not fetch '%1' from the repository").arg(entry));
-    }
-    return PlannedItem{item, digest, local, attributesOf(item)};
+    return PlannedItem{item, digest, DevicePaths::fetched(entry), attributesOf(item)};
 }

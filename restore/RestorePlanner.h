@@ -5,6 +5,7 @@
 #include "catalogue/SavedEntries.h"
 #include "catalogue/SavedItem.h"
 #include "catalogue/SavedVersion.h"
+#include "repository/ControlFiles.h"
 
 #include <QList>
 #include <QMap>
@@ -15,7 +16,6 @@
 #include <optional>
 
 struct OperationContext;
-class RepositorySession;
 class StagingArea;
 
 /// An item of which the device's data differ from those saved.
@@ -23,8 +23,8 @@ struct PlannedItem
 {
     SavedItem item;
     QString digest; ///< of the file, the uncompressed archive or the database, as the repository promises it
-    QString source; ///< fetched archive or dump; of a plain file the name of its entry, which is still to be
-                    ///< fetched
+    QString source; ///< where the archive or dump lies that is to be fetched; of a plain file the name of its
+                    ///< entry
     std::optional<FileAttributes> attributes; ///< of a file or database, when they were saved
 };
 
@@ -39,7 +39,7 @@ struct ModulePlan
 using RestorePlan = QMap<QString, ModulePlan>;
 
 /// Finds out what a restore has to put back: fetches what was saved last, stages the device's present data,
-/// compares, and fetches the archives and dumps that differ.
+/// and compares.
 ///
 /// A module of which nothing is saved, or of which it is not known what, is left out with a warning.
 class RestorePlanner
@@ -54,11 +54,13 @@ public:
     const RestorePlan &plan() const { return modulePlans; }
 
 private:
-    std::optional<QStringList> fetchModulesList();
-    void fetchSavedState(const QString &module);
-    bool fetchVersion(const QString &module);
-    bool fetchAttributes(const QString &module);
-    bool fetchLines(const QString &module, bool needed);
+    void askFor(const QString &module);
+    std::optional<QStringList> takeModulesList();
+    void takeSavedState(const QString &module);
+    bool takeVersion(const QString &module);
+    bool takeAttributes(const QString &module);
+    bool takeLines(const QString &module, bool here);
+    bool isHere(const QString &module) const;
     void planModule(const QString &module);
     std::optional<PlannedItem> planItem(const SavedItem &item, const QString &digest, const QString &entry);
     std::optional<FileAttributes> attributesOf(const SavedItem &item) const;
@@ -66,7 +68,7 @@ private:
     void noteFailure(const QString &text);
 
     const OperationContext &context;
-    RepositorySession &session;
+    ControlFiles files;
     StagingArea &staging;
     LinesByModule savedLines;
     QMap<QString, AttributesByKey> savedAttributes;

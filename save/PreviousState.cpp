@@ -17,37 +17,46 @@ void PreviousState::fail(const QString &entry, const QString &text)
 }
 
 /// The modules of the list count also when they do not run: what they have saved keeps its names. Those that
-/// are gone count until the list is stored.
+/// are gone count until the list is stored. Most are known before the list is, and fetched with it.
 PreviousState PreviousState::fetch(RepositorySession &session, const KnownModules &modules)
 {
     PreviousState state;
-    state.isUsable = state.fetchList(session, modules);
+    ControlFiles files(session);
+    QStringList names;
+    files.askForList();
+    for (const RestorableObject &object : modules.objects()) {
+        files.askForVersion(object.getName());
+        if (object.hasItems()) {
+            names << object.getName();
+            files.askForChecksums(object.getName());
+            files.askForAttributes(object.getName());
+        }
+    }
+    files.fetch();
+    state.isUsable = state.takeList(files.outcome(ItemNames::modulesListName()), modules);
     if (!state.isUsable) {
         return state;
     }
-    QStringList names = state.listed + state.gone;
-    for (const RestorableObject &object : modules.objects()) {
-        if (object.hasItems() && !names.contains(object.getName())) {
-            names << object.getName();
-        }
+    for (const QString &name : state.listed + state.gone) {
+        files.askForChecksums(name);
+        files.askForAttributes(name);
+        names.removeAll(name);
     }
+    files.fetch();
     ChecksumSize size;
-    for (const QString &name : std::as_const(names)) {
-        state.fetchLines(session, name, size);
+    for (const QString &name : state.listed + state.gone + names) {
+        state.takeLines(files, name, size);
     }
-    // A version file that is not there, or not to be had, is sent.
     for (const RestorableObject &object : modules.objects()) {
         const QString entry = ItemNames::versionFileName(object.getName());
-        session.getFileAndWait(entry, DevicePaths::fetched(entry), largestVersionFile);
+        state.versions.insert(object.getName(), files.outcome(entry));
     }
     return state;
 }
 
-bool PreviousState::fetchList(RepositorySession &session, const KnownModules &modules)
+bool PreviousState::takeList(const RequestOutcome &outcome, const KnownModules &modules)
 {
     const QString path = DevicePaths::fetched(ItemNames::modulesListName());
-    const RequestOutcome outcome =
-        session.getFileAndWait(ItemNames::modulesListName(), path, largestModulesList);
     const ModulesList list = outcome.stored() ? readModulesList(path) : ModulesList();
     QSet<QString> all(list.modules.cbegin(), list.modules.cend());
     for (const RestorableObject &object : modules.objects()) {
@@ -67,11 +76,11 @@ bool PreviousState::fetchList(RepositorySession &session, const KnownModules &mo
     return true;
 }
 
-void PreviousState::fetchLines(RepositorySession &session, const QString &module, ChecksumSize &size)
+void PreviousState::takeLines(const ControlFiles &files, const QString &module, ChecksumSize &size)
 {
     const QString entry = ItemNames::checksumFileName(module);
     const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session.getFileAndWait(entry, path, largestChecksumFile);
+    const RequestOutcome outcome = files.outcome(entry);
     auto ofModule = outcome.stored() ? readChecksumFile(path, size) : std::nullopt;
     if (!ofModule && outcome.kind != RequestOutcome::Absent) {
         fail(entry, outcome.stored() ? "what it says cannot be used" : outcome.text);
@@ -82,7 +91,8 @@ void PreviousState::fetchLines(RepositorySession &session, const QString &module
         logDebug("Could not open repository checksum file (%1): all data are new!", path);
         ofModule.emplace();
     }
-    if (!fetchAttributes(session, module, *ofModule)) {
+    const RequestOutcome ofAttributes = files.outcome(ItemNames::attributesFileName(module));
+    if (!takeAttributes(ofAttributes, module, *ofModule)) {
         unknown << module;
         return;
     }
@@ -93,12 +103,11 @@ void PreviousState::fetchLines(RepositorySession &session, const QString &module
     lines.insert(module, *ofModule);
 }
 
-bool PreviousState::fetchAttributes(RepositorySession &session, const QString &module,
-                                    const ChecksumLines &ofModule)
+bool PreviousState::takeAttributes(const RequestOutcome &outcome, const QString &module,
+                                   const ChecksumLines &ofModule)
 {
     const QString entry = ItemNames::attributesFileName(module);
     const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session.getFileAndWait(entry, path, largestAttributesFile);
     if (outcome.kind == RequestOutcome::Absent) {
         return true;
     }

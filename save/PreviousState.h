@@ -2,6 +2,7 @@
 
 #include "catalogue/FileAttributes.h"
 #include "catalogue/SavedEntries.h"
+#include "repository/ControlFiles.h"
 
 #include <QList>
 #include <QMap>
@@ -28,14 +29,15 @@ struct PreviousState
     QSet<QString> unknown; ///< modules whose saved lines or attributes are not known
     LinesByModule lines;   ///< of all others that are listed, gone or have items
     QMap<QString, AttributesByKey> attributes;
+    QMap<QString, RequestOutcome> versions; ///< of the modules' version files, which are fetched
     QList<UploadFailure> failures;
 
     /// Fetch it, with events served.
     static PreviousState fetch(RepositorySession &session, const KnownModules &modules);
 
 private:
-    bool fetchList(RepositorySession &session, const KnownModules &modules);
-    void fetchLines(RepositorySession &session, const QString &module, ChecksumSize &size);
-    bool fetchAttributes(RepositorySession &session, const QString &module, const ChecksumLines &ofModule);
+    bool takeList(const RequestOutcome &outcome, const KnownModules &modules);
+    void takeLines(const ControlFiles &files, const QString &module, ChecksumSize &size);
+    bool takeAttributes(const RequestOutcome &outcome, const QString &module, const ChecksumLines &ofModule);
     void fail(const QString &entry, const QString &text);
 };

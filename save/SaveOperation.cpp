@@ -110,13 +110,13 @@ bool SaveOperation::stage(const PreviousState &previous)
     }
     staging.rememberedDigests().begin(context.waiter, context.repository->getRepositoryUrl(),
                                       RememberedDigests::Purpose::Save);
-    const bool staged = runPasses();
+    const bool staged = runPasses(previous);
     staging.finishDatabases();
     staging.rememberedDigests().store();
     return staged;
 }
 
-bool SaveOperation::runPasses()
+bool SaveOperation::runPasses(const PreviousState &previous)
 {
     const Priorities &priorities = context.priorities;
     if (priorities.high) {
@@ -125,6 +125,9 @@ bool SaveOperation::runPasses()
             logError("Saving High Priority data failed: aborting save/restore");
             return false;
         }
+        logDebug("Saving migration binaries");
+        saveMigrationBinaries(previous);
+        logDebug("Saving done");
     }
     if (priorities.normal && !context.waiter.mustEnd()) {
         logDebug("Start saving Normal Priority data");
@@ -149,11 +152,6 @@ bool SaveOperation::startSaveOnRepositoryForPriority(RestorableObject::Restorabl
         done += QSet<QString>(modules.cbegin(), modules.cend());
         if (high && !stageGroupDatabases(group, modules)) {
             return false;
-        }
-        if (high) {
-            logDebug("Saving migration binaries");
-            saveMigrationBinaries(modules);
-            logDebug("Saving done");
         }
     }
     if (high) {
@@ -188,26 +186,24 @@ bool SaveOperation::stageGroupDatabases(const QStringList &group, const QStringL
     return true;
 }
 
-void SaveOperation::saveMigrationBinaries(const QStringList &modules)
+void SaveOperation::saveMigrationBinaries(const PreviousState &previous)
 {
-    for (const QString &module : modules) {
-        if (!context.waiter.mustEnd() && QFile::exists(DevicePaths::migrationProgram(module)) &&
-            isMigrationProgramNewer(module)) {
+    for (auto version = previous.versions.cbegin(); version != previous.versions.cend(); ++version) {
+        const QString module = version.key();
+        if (QFile::exists(DevicePaths::migrationProgram(module)) &&
+            isMigrationProgramNewer(module, version.value())) {
             migrationPrograms << module;
         }
     }
 }
 
 /// The program is stored with the first save of a module, and again with each of a newer release or version.
-bool SaveOperation::isMigrationProgramNewer(const QString &module)
+bool SaveOperation::isMigrationProgramNewer(const QString &module, const RequestOutcome &fetched)
 {
-    const QString entry = ItemNames::versionFileName(module);
-    const QString path = DevicePaths::fetched(entry);
-    const RequestOutcome outcome = session->getFileAndWait(entry, path, largestVersionFile);
-    QFile file(path);
-    if (!outcome.stored() || !file.open(QIODevice::ReadOnly)) {
+    QFile file(DevicePaths::fetched(ItemNames::versionFileName(module)));
+    if (!fetched.stored() || !file.open(QIODevice::ReadOnly)) {
         const char *const text = "Could not open module '%1' version file: upload current migration binary";
-        if (outcome.kind == RequestOutcome::Absent) {
+        if (fetched.kind == RequestOutcome::Absent) {
             logDebug(text, module);
         } else {
             logError(text, module);

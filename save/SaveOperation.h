@@ -10,6 +10,7 @@
 #include <optional>
 
 class RepositorySession;
+struct RequestOutcome;
 struct PreviousState;
 
 /// One save, from the checks at its beginning to the report of its upload. Everything that belongs to the run
@@ -32,11 +33,11 @@ private:
     bool prepare();
     bool stage(const PreviousState &previous);
     bool stageVersionFiles() const;
-    bool runPasses();
+    bool runPasses(const PreviousState &previous);
     bool startSaveOnRepositoryForPriority(RestorableObject::RestorablePriority priority);
     bool stageGroupDatabases(const QStringList &group, const QStringList &modules);
-    void saveMigrationBinaries(const QStringList &modules);
-    bool isMigrationProgramNewer(const QString &module);
+    void saveMigrationBinaries(const PreviousState &previous);
+    bool isMigrationProgramNewer(const QString &module, const RequestOutcome &fetched);
     void postOnRepository(const PreviousState &previous);
 
     OperationContext context;

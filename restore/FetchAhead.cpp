@@ -1,0 +1,83 @@
+#include "restore/FetchAhead.h"
+
+#include "catalogue/ItemNames.h"
+#include "platform/logger/VYXLogger.h"
+#include "repository/RepositorySession.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+namespace {
+
+constexpr qsizetype mostAhead = 8;
+constexpr qint64 mostBytesAhead = qint64{64} * 1024 * 1024;
+
+} // namespace
+
+void FetchAhead::begin(const QList<PlannedItem> &items)
+{
+    waiting = items;
+    submitNext();
+}
+
+/// What is under way counts as large as the others were so far.
+void FetchAhead::submitNext()
+{
+    const auto hasRoom = [this] {
+        const qsizetype ahead = underWay.size() + static_cast<qsizetype>(fetched.size());
+        const qint64 expected = countEver > 0 ? underWay.size() * (bytesEver / countEver) : mostBytesAhead;
+        return ahead < mostAhead || bytesOnDisk + expected < mostBytesAhead;
+    };
+    while (!waiting.isEmpty() && hasRoom()) {
+        submit(waiting.takeFirst());
+    }
+}
+
+void FetchAhead::submit(const PlannedItem &item)
+{
+    const QString path = item.source;
+    const QString entry = ItemNames::lastComponent(path);
+    underWay << path;
+    session.submit({RepositoryRequest::Get, entry, path}, [=, this](const RequestOutcome &outcome) {
+        underWay.remove(path);
+        if (outcome.stored()) {
+            const qint64 size = QFileInfo(path).size();
+            fetched.emplace(path, size);
+            bytesOnDisk += size;
+            bytesEver += size;
+            ++countEver;
+        } else {
+            lastFailure = QString("Could not fetch '%1' from the repository").arg(entry);
+            logError("%1", lastFailure);
+        }
+        submitNext();
+    });
+}
+
+void FetchAhead::require(const QList<PlannedItem> &items)
+{
+    QSet<QString> wanted;
+    for (const PlannedItem &item : items) {
+        wanted << item.source;
+    }
+    QList<PlannedItem> urgent;
+    waiting.removeIf([&](const PlannedItem &item) {
+        const bool isUrgent = wanted.contains(item.source);
+        urgent += isUrgent ? QList<PlannedItem>{item} : QList<PlannedItem>();
+        return isUrgent;
+    });
+    for (const PlannedItem &item : std::as_const(urgent)) {
+        submit(item);
+    }
+    session.waitFor([&] { return !underWay.intersects(wanted); });
+}
+
+void FetchAhead::release(const PlannedItem &item)
+{
+    const auto one = fetched.extract(item.source);
+    if (!one.empty()) {
+        bytesOnDisk -= one.mapped();
+        QFile::remove(item.source);
+    }
+    submitNext();
+}

@@ -143,7 +143,7 @@ void HttpQueue::begin(const Job &job)
     auto transfer = std::make_unique<HttpTransfer>(job.request, settings);
     CURL *const handle = transfer->handle();
     curl_easy_setopt(handle, CURLOPT_SHARE, sessions);
-    if (job.repeated || job.number == 0) {
+    if (job.number == 0) {
         transfer->connectAnew();
     }
     running.emplace(handle, Running{job, std::move(transfer)});
@@ -218,10 +218,11 @@ void HttpQueue::judgeSilence()
     const size_t shares = running.size();
     const QString silent = QString("Nothing has moved for %1 s")
                                .arg(std::chrono::duration<double>(settings.inactivityLimit).count());
-    const bool allSilent = now - lastMoved >= settings.inactivityLimit;
+    bool allSilent = now - lastMoved >= settings.inactivityLimit;
     std::vector<CURL *> ending;
     for (const auto &[handle, one] : running) {
-        const bool isSilent = now - one.transfer->lastMoved() >= settings.inactivityLimit * shares;
+        const bool isSilent = one.transfer->isSilent(shares);
+        allSilent = allSilent || (isSilent && shares == 1);
         if (allSilent || isSilent || one.transfer->isTooSlow(shares)) {
             ending.push_back(handle);
         }
@@ -231,13 +232,12 @@ void HttpQueue::judgeSilence()
             continue;
         }
         HttpResult result = running.at(handle).transfer->resultOf(CURLE_OPERATION_TIMEDOUT);
-        Running ended = take(handle);
-        const bool isQuestion = ended.job.number == 0;
+        const Running ended = take(handle);
         result.status = 0;
         result.wasSent = result.wasSent || ended.job.wasSent;
         result.text = allSilent || result.text.isEmpty() ? silent : result.text;
         ++steps;
-        if (isQuestion) {
+        if (ended.job.number == 0) {
             server = Server::Answers;
             giveUp(silent);
         } else if (!allSilent || !repeat(ended, result)) {

@@ -189,11 +189,11 @@ int HttpTransfer::setSocketOptions(void *self, curl_socket_t socket, curlsocktyp
 
 void HttpTransfer::noteMoved(qint64 bytes)
 {
-    moment = Clock::now();
+    idle = {};
     moved += bytes;
     movedInWindow += bytes;
     if (windowStart == Clock::time_point()) {
-        windowStart = moment;
+        windowStart = Clock::now();
     }
 }
 
@@ -208,6 +208,13 @@ qint64 HttpTransfer::takeMoved()
         noteMoved(1);
     }
     return std::exchange(moved, 0);
+}
+
+bool HttpTransfer::isSilent(size_t shares)
+{
+    const auto now = Clock::now();
+    idle += (now - std::exchange(looked, now)) / static_cast<qint64>(shares);
+    return idle >= settings.inactivityLimit;
 }
 
 /// While an answer is waited for, nothing is judged: the limit of inactivity holds then.

@@ -80,7 +80,9 @@ public:
 
     /// The bytes of bodies that have moved since the last call, as far as this side can see them.
     qint64 takeMoved();
-    Clock::time_point lastMoved() const { return moment; }
+    /// True when nothing of it has moved for the limit of inactivity; time that is shared with others counts
+    /// by its share. To be asked again and again.
+    bool isSilent(size_t shares);
 
     /// True when it is slower than 1,000 bytes per second and share; then it has a reason to fail.
     bool isTooSlow(size_t shares);
@@ -112,6 +114,7 @@ private:
     qint64 queued = 0; ///< bytes that the kernel has still to send
     qint64 moved = 0;
     qint64 movedInWindow = 0;
-    Clock::time_point moment = Clock::now();
+    Clock::duration idle = {};
+    Clock::time_point looked = Clock::now();
     Clock::time_point windowStart = {};
 };

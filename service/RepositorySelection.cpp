@@ -37,6 +37,7 @@ std::shared_ptr<Repository> VYXSaveRestore::makeRepository(const QString &url) c
         return std::make_shared<LocalRepository>(url);
     }
     const auto distant = std::make_shared<DistantRepository>(url);
+    distant->setInactivityLimit(limits.serverSilence);
     const bool developerMode = QFile::exists(DevicePaths::developerModeMarker());
     if (developerMode && RepositoryUrl::isSecure(url)) {
         distant->ctlCheckEnabled = false;

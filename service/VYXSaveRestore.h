@@ -17,13 +17,15 @@
 class Repository;
 struct OperationContext;
 
-/// How long the service waits for other modules.
+/// How long the service waits for others.
 struct ServiceLimits
 {
     PauseLimits pause;
     std::chrono::milliseconds defaultReset =
         std::chrono::seconds(20); ///< for the reports of a reset to default
     std::chrono::milliseconds factoryReset = std::chrono::seconds(120); ///< and of one to factory
+    std::chrono::milliseconds serverSilence =
+        std::chrono::seconds(30); ///< in which nothing moves, before a server is asked once more
 };
 
 /// The module object of the save/restore service: what it offers on the bus, and what outlives an operation.

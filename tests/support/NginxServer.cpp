@@ -17,7 +17,8 @@ QString NginxServer::pki(const QString &name)
     return authorities.filePath(name);
 }
 
-NginxServer::NginxServer(const QString &certificate, const QString &protocol) : secure(!certificate.isEmpty())
+NginxServer::NginxServer(const QString &certificate, const QString &protocol, const QByteArray &directives)
+    : secure(!certificate.isEmpty())
 {
     QTcpServer free;
     free.listen(QHostAddress::LocalHost);
@@ -28,6 +29,7 @@ NginxServer::NginxServer(const QString &certificate, const QString &protocol) : 
         arguments << QFileInfo(pki("ca.pem")).path() << certificate
                   << (protocol.isEmpty() ? "http2" : protocol);
     }
+    qputenv("SERVER_DIRECTIVES", directives);
     process.setProcessChannelMode(QProcess::ForwardedChannels);
     process.start(QString(SOURCES) + "/device/server/start-server", arguments);
     running = TestDevice::waitUntil([this] {

@@ -9,8 +9,9 @@ class NginxServer
 {
 public:
     /// `certificate` is the name of the server's certificate in the PKI; empty for plain HTTP. `protocol` is
-    /// "http2", "http1", or "tls1.1".
-    explicit NginxServer(const QString &certificate = {}, const QString &protocol = "http2");
+    /// "http2", "http1", or "tls1.1"; `directives` stand among those of the whole configuration.
+    explicit NginxServer(const QString &certificate = {}, const QString &protocol = "http2",
+                         const QByteArray &directives = {});
     ~NginxServer() { TestDevice::end(process); }
 
     NginxServer(const NginxServer &) = delete;

@@ -38,16 +38,17 @@ bool isDatabase(const QString &path)
 
 } // namespace
 
-void Load::make(TestDevice &target)
+void Load::make(TestDevice &target, Groups groups)
 {
     for (int number = 0; number < modules; ++number) {
         const QString module = QString("Module%1").arg(number);
         const bool two = number % 2 == 0;
         target.addModule(module,
-                         QString("<databases><database name='first'/>%1</databases><files>"
+                         QString("<databases><database name='first'>%2</database>%1</databases><files>"
                                  "<file>settings</file><file>plain</file><file zip='true'>zipped</file>"
                                  "</files>")
-                             .arg(two ? "<database name='second'/>" : ""));
+                             .arg(two ? "<database name='second'/>" : "",
+                                  groups == Groups::One ? "<dependency>Module0</dependency>" : ""));
         addDatabase(module, "first");
         if (two) {
             addDatabase(module, "second");

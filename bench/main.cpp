@@ -1,3 +1,4 @@
+#include "bench/Distant.h"
 #include "bench/Load.h"
 #include "bench/Report.h"
 #include "tests/support/TestDevice.h"
@@ -8,7 +9,7 @@
 
 #include <cstdio>
 
-// Measures saves and restores on a stand-in device with the repository in a directory.
+// Measures saves and restores on a stand-in device with the repository in a directory or on a server.
 
 namespace {
 
@@ -29,7 +30,7 @@ public:
         return measureFirstSaves() && measureSaves() && measureRestores();
     }
 
-    const QList<Figures> &figures() const { return measured; }
+    QList<Figures> figures() const { return measured; }
     QList<Floor> floors() const { return measureFloors(device, load) + measureOthers(device, load); }
 
 private:
@@ -113,6 +114,29 @@ private:
     QList<Figures> measured;
 };
 
+/// A module is stopped for as long as its database is copied.
+std::optional<Figures> measureLargeDatabase()
+{
+    constexpr int rows = 50000;
+    constexpr double factor = 1.2;
+    constexpr double allowance = 8;
+    TestDevice device;
+    Measure measure(device);
+    device.addModule("Large", "<databases><database name='d'/></databases>");
+    device.sql("Large", "d",
+               QString("CREATE TABLE t(v); WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+                       "WHERE i < %1) INSERT INTO t SELECT randomblob(4000) FROM n")
+                   .arg(rows));
+    const double copy = secondsOfCopy(device.dataPath("Large", "d.data"));
+    if (!device.startManagers() || !measure.startService()) {
+        return std::nullopt;
+    }
+    const auto cost = measure.run("startSaveOnRepository");
+    const QString what = QString("a 200 MB database (cp: %1 ms)").arg(copy * 1000, 0, 'f', 0);
+    return cost ? std::optional(Figures{what, *cost, {.pause = factor * copy * 1000 + allowance}})
+                : std::nullopt;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -122,13 +146,24 @@ int main(int argc, char **argv)
     const QCommandLineOption scale("scale", "Times 20 modules.", "N", "1");
     const QCommandLineOption rounds("rounds", "Runs of each operation.", "N", "5");
     const QCommandLineOption json("json", "Print a JSON object.");
-    parser.addOptions({scale, rounds, json});
+    const QCommandLineOption https("https",
+                                   "Over lines of several kinds to a server, instead of a directory.");
+    parser.addOptions({scale, rounds, json, https});
     parser.addHelpOption();
     parser.process(application);
+    if (parser.isSet(https)) {
+        const auto figures = measureDistant(std::max(parser.value(rounds).toInt(), 1));
+        (parser.isSet(json) ? printDistantJson : printDistantTable)(figures);
+        return figures.isEmpty() ? 1 : 0;
+    }
     Bench bench(std::max(parser.value(scale).toInt(), 1), std::max(parser.value(rounds).toInt(), 1));
     if (!bench.run()) {
         return 1;
     }
-    (parser.isSet(json) ? printJson : printTable)(bench.figures(), bench.floors());
+    const auto large = measureLargeDatabase();
+    if (!large) {
+        return 1;
+    }
+    (parser.isSet(json) ? printJson : printTable)(bench.figures() << *large, bench.floors());
     return 0;
 }

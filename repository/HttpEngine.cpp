@@ -22,8 +22,8 @@ std::thread startedWithoutSignals(const std::function<void()> &work)
 
 } // namespace
 
-HttpEngine::HttpEngine(HttpSettings settings, const HttpQueue::Done &done)
-    : settings(std::move(settings)), done(done), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+HttpEngine::HttpEngine(HttpSettings settings, HttpQueue::Done done)
+    : settings(std::move(settings)), done(std::move(done)), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     startHttpLibrary();
     thread = startedWithoutSignals([this] { run(); });

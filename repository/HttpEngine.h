@@ -15,7 +15,7 @@ class HttpEngine
 {
 public:
     /// `done` is called in the engine's thread, once for each request that is not forgotten.
-    HttpEngine(HttpSettings settings, const HttpQueue::Done &done);
+    HttpEngine(HttpSettings settings, HttpQueue::Done done);
     /// Forgets everything.
     ~HttpEngine();
 

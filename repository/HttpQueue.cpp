@@ -174,7 +174,9 @@ void HttpQueue::complete(CURL *handle, CURLcode code)
 
 void HttpQueue::conclude(const Running &ended, HttpResult result)
 {
-    if (isLost(result.code)) {
+    if (isLost(result.code) && ended.job.request.asksServer && result.status == 0) {
+        giveUp(result.text);
+    } else if (isLost(result.code)) {
         suspect(result.text);
     }
     done(ended.job.number, result);
@@ -251,7 +253,7 @@ void HttpQueue::judgeSilence()
     }
 }
 
-/// With one word of why, at the first.
+/// Who asks for the server himself has not asked yet, and still will.
 void HttpQueue::giveUp(const QString &why)
 {
     server = Server::Gone;
@@ -261,8 +263,15 @@ void HttpQueue::giveUp(const QString &why)
         ended.job.wasSent = true;
         lost.push_back(ended.job);
     }
-    lost.insert(lost.end(), waiting.begin(), waiting.end());
-    waiting.clear();
+    std::deque<Job> asking;
+    for (const Job &job : std::exchange(waiting, {})) {
+        if (job.request.asksServer && !job.repeated) {
+            asking.push_back(job);
+        } else {
+            lost.push_back(job);
+        }
+    }
+    waiting = std::move(asking);
     connectAfresh();
     const QString text = "The server does not answer any more: " + why;
     for (const Job &job : lost) {

@@ -131,7 +131,8 @@ size_t HttpTransfer::readBody(char *buffer, size_t size, size_t count, void *sel
 {
     auto &transfer = *static_cast<HttpTransfer *>(self);
     const qint64 left = transfer.size - transfer.request.source->pos();
-    const qint64 read = transfer.request.source->read(buffer, std::min<qint64>(left, size * count));
+    const qint64 read =
+        transfer.request.source->read(buffer, std::min(left, static_cast<qint64>(size * count)));
     if (read < 0) {
         transfer.reason = "The file could not be read";
         return CURL_READFUNC_ABORT;

@@ -133,13 +133,14 @@ private:
     }
 
     /// curl with the same entries over the same line, all at once.
-    double floorOfPuts() { return floorOf("upload-file = \"%1\"\\nurl = \"%2\"\\n"); }
+    double floorOfPuts() { return floorOf("upload-file"); }
+
     bool noteFloorOfGets()
     {
-        measured.last().floor = floorOf("output = \"%1\"\\nurl = \"%2\"\\n");
+        measured.last().floor = floorOf("output");
         return true;
     }
-    double floorOf(const QString &lines)
+    double floorOf(const QString &option)
     {
         if (kind.rate > 0) {
             return 0;
@@ -148,10 +149,11 @@ private:
         TestDevice::shell("rm -rf '" + copies + "'; cp -r '" + server.store() + "' '" + copies + "'");
         QByteArray text;
         for (const QString &entry : QDir(copies).entryList(QDir::Files)) {
-            QString quoted = copies + entry;
             const QString url = QString("https://127.0.0.1:%1/save/").arg(line.port()) +
                                 QString::fromLatin1(QUrl::toPercentEncoding(entry, "+"));
-            text += QString(lines).replace("\\n", "\n").arg(quoted.replace('"', "\\\""), url).toUtf8();
+            QString path = copies + entry;
+            path.replace('"', R"(\")");
+            text += (option + R"( = ")" + path + R"(")" + "\nurl = " + url + "\n").toUtf8();
         }
         device.write("curl.conf", text);
         const bool isNew = QString(kind.protocol) == "http2";

@@ -12,7 +12,7 @@ namespace {
 
 constexpr qint64 portion = 16384;
 constexpr double queueMs = 100;
-constexpr qint64 mostQueued = 8 * 1024 * 1024;
+constexpr qint64 mostQueued = qint64{8} * 1024 * 1024;
 
 double now()
 {

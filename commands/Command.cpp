@@ -65,7 +65,9 @@ QList<CommandResult> runCommands(Waiter &waiter, const QString &program, const Q
     if (waiter.mustEnd()) {
         CommandResult ended;
         ended.errorText = "the operation has to end";
-        return QList<CommandResult>(arguments.size(), ended);
+        QList<CommandResult> none;
+        none.fill(ended, arguments.size());
+        return none;
     }
     std::vector<std::unique_ptr<Running>> children;
     for (const QStringList &own : arguments) {

@@ -189,7 +189,7 @@ bool SaveOperation::stageGroupDatabases(const QStringList &group, const QStringL
 void SaveOperation::saveMigrationBinaries(const PreviousState &previous)
 {
     for (auto version = previous.versions.cbegin(); version != previous.versions.cend(); ++version) {
-        const QString module = version.key();
+        const QString &module = version.key();
         if (QFile::exists(DevicePaths::migrationProgram(module)) &&
             isMigrationProgramNewer(module, version.value())) {
             migrationPrograms << module;

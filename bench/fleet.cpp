@@ -22,6 +22,7 @@
 namespace {
 
 constexpr int settleSeconds = 4;
+constexpr int mostAtOnce = 100; ///< requests of a device, as the service has them
 
 /// One request of a recorded save.
 struct Recorded
@@ -155,8 +156,8 @@ private:
     void replay(const QList<std::pair<Recorded, QString>> &phase)
     {
         std::unique_lock lock(mutex);
-        left = phase.size();
         for (const auto &[one, body] : phase) {
+            ended.wait(lock, [this] { return left < mostAtOnce; });
             HttpRequest request = {.url = base + (one.entry.isEmpty() ? "" : "/" + one.entry)};
             if (one.method == "PUT") {
                 request.method = HttpRequest::Put;
@@ -165,6 +166,7 @@ private:
             } else if (one.method == "DELETE") {
                 request.method = HttpRequest::Delete;
             }
+            ++left;
             engine.add(++number, request);
         }
         ended.wait(lock, [this] { return left == 0; });
@@ -181,7 +183,7 @@ private:
 
     std::mutex mutex;
     std::condition_variable ended;
-    qsizetype left = 0;
+    int left = 0;
     quint64 number = 0;
     QByteArray base;
     QList<QList<std::pair<Recorded, QString>>> phases;

@@ -51,8 +51,8 @@ HttpTransfer::HttpTransfer(HttpRequest request, const HttpSettings &settings)
     set(CURLOPT_BUFFERSIZE, bufferSize);
     set(CURLOPT_UPLOAD_BUFFERSIZE, bufferSize);
     set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(settings.inactivityLimit.count()));
-    set(CURLOPT_SOCKOPTFUNCTION, setSocketOptions);
-    set(CURLOPT_SOCKOPTDATA, this);
+    set(CURLOPT_OPENSOCKETFUNCTION, openSocket);
+    set(CURLOPT_OPENSOCKETDATA, this);
     set(CURLOPT_WRITEFUNCTION, takeBody);
     set(CURLOPT_WRITEDATA, this);
     setIdentity();
@@ -179,13 +179,16 @@ bool HttpTransfer::take(QByteArrayView bytes)
     return false;
 }
 
-/// A peer that does not acknowledge what it was sent is gone.
-int HttpTransfer::setSocketOptions(void *self, curl_socket_t socket, curlsocktype)
+/// No child inherits it. A peer that does not acknowledge what it was sent is gone.
+curl_socket_t HttpTransfer::openSocket(void *self, curlsocktype, curl_sockaddr *address)
 {
     const auto &transfer = *static_cast<HttpTransfer *>(self);
     const auto limit = static_cast<unsigned>(transfer.settings.inactivityLimit.count());
-    setsockopt(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, &limit, sizeof limit);
-    return CURL_SOCKOPT_OK;
+    const int opened = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    if (opened >= 0) {
+        setsockopt(opened, IPPROTO_TCP, TCP_USER_TIMEOUT, &limit, sizeof limit);
+    }
+    return opened >= 0 ? opened : CURL_SOCKET_BAD;
 }
 
 void HttpTransfer::noteMoved(qint64 bytes)

@@ -93,7 +93,7 @@ private:
     static size_t readBody(char *buffer, size_t size, size_t count, void *self);
     static int seekBody(void *self, curl_off_t offset, int origin);
     static size_t takeBody(char *bytes, size_t size, size_t count, void *self);
-    static int setSocketOptions(void *self, curl_socket_t socket, curlsocktype purpose);
+    static curl_socket_t openSocket(void *self, curlsocktype purpose, curl_sockaddr *address);
 
     template <typename Value> void set(CURLoption option, Value value) const;
     void setIdentity() const;

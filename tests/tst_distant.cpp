@@ -12,6 +12,9 @@
 #include <QElapsedTimer>
 #include <QTimer>
 
+#include <fcntl.h>
+#include <sys/socket.h>
+
 using namespace std::chrono_literals;
 
 /// The client of a server, against servers that do what they should not, and the session of an operation.
@@ -121,6 +124,23 @@ private Q_SLOTS:
             server->rawHeads.last().contains("Authorization: Basic " + QByteArray("user:p@ss").toBase64()));
         QVERIFY(!reason.contains("p@ss") && !reason.contains("p%40ss"));
         QCOMPARE(repository->getRepositoryUrl(), url);
+    }
+
+    void connectionsAreNotInherited()
+    {
+        QCOMPARE(ask(*repository, Method::Check, ""), "stored");
+        int sockets = 0;
+        for (const QString &number : QDir("/proc/self/fd").entryList(QDir::System | QDir::Files)) {
+            sockaddr_storage name = {};
+            socklen_t length = sizeof name;
+            const int file = number.toInt();
+            if (getsockname(file, reinterpret_cast<sockaddr *>(&name), &length) == 0 &&
+                name.ss_family == AF_INET) {
+                ++sockets;
+                QVERIFY((fcntl(file, F_GETFD) & FD_CLOEXEC) != 0);
+            }
+        }
+        QVERIFY(sockets >= 2);
     }
 
     void urls()

@@ -29,11 +29,11 @@ void FetchAhead::submitNext()
         return ahead < mostAhead || bytesOnDisk + expected < mostBytesAhead;
     };
     while (!waiting.isEmpty() && hasRoom()) {
-        submit(waiting.takeFirst());
+        submit(waiting.takeFirst(), false);
     }
 }
 
-void FetchAhead::submit(const PlannedItem &item)
+void FetchAhead::submit(const PlannedItem &item, bool urgent)
 {
     const QString path = item.source;
     const QString entry = ItemNames::lastComponent(path);
@@ -46,6 +46,8 @@ void FetchAhead::submit(const PlannedItem &item)
             bytesOnDisk += size;
             bytesEver += size;
             ++countEver;
+        } else if (!urgent) {
+            failedAhead << item;
         } else {
             lastFailure = QString("Could not fetch '%1' from the repository").arg(entry);
             logError("%1", lastFailure);
@@ -60,15 +62,20 @@ void FetchAhead::require(const QList<PlannedItem> &items)
     for (const PlannedItem &item : items) {
         wanted << item.source;
     }
-    QList<PlannedItem> urgent;
-    waiting.removeIf([&](const PlannedItem &item) {
-        const bool isUrgent = wanted.contains(item.source);
-        urgent += isUrgent ? QList<PlannedItem>{item} : QList<PlannedItem>();
-        return isUrgent;
-    });
-    for (const PlannedItem &item : std::as_const(urgent)) {
-        submit(item);
-    }
+    const auto submitFrom = [&](QList<PlannedItem> &list) {
+        QList<PlannedItem> urgent;
+        list.removeIf([&](const PlannedItem &item) {
+            const bool isUrgent = wanted.contains(item.source);
+            urgent += isUrgent ? QList<PlannedItem>{item} : QList<PlannedItem>();
+            return isUrgent;
+        });
+        for (const PlannedItem &item : std::as_const(urgent)) {
+            submit(item, true);
+        }
+    };
+    submitFrom(waiting);
+    session.waitFor([&] { return !underWay.intersects(wanted); });
+    submitFrom(failedAhead);
     session.waitFor([&] { return !underWay.intersects(wanted); });
 }
 

@@ -34,11 +34,12 @@ public:
     QString failure() const { return lastFailure; }
 
 private:
-    void submit(const PlannedItem &item);
+    void submit(const PlannedItem &item, bool urgent);
     void submitNext();
 
     RepositorySession &session;
     QList<PlannedItem> waiting;
+    QList<PlannedItem> failedAhead; ///< for want of room, say: they are tried again in their turn
     QSet<QString> underWay;
     std::map<QString, qint64> fetched; ///< sizes of those on the disk, by their paths
     qint64 bytesOnDisk = 0;

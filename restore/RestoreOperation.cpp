@@ -119,7 +119,13 @@ QList<RestorableObject::RestorablePriority> RestoreOperation::priorities() const
 QList<PlannedItem> RestoreOperation::itemsToFetch()
 {
     QList<PlannedItem> items;
-    const auto add = [&items](const PlannedItem &planned) { items << planned; };
+    QSet<QString> sources; // a module can be in several groups
+    const auto add = [&](const PlannedItem &planned) {
+        if (!sources.contains(planned.source)) {
+            sources << planned.source;
+            items << planned;
+        }
+    };
     for (const auto priority : priorities()) {
         for (const QStringList &group : context.modules.groups()) {
             forEachItem(group, priorityName(priority), DatabaseItem, add);

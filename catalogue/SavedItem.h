@@ -3,8 +3,12 @@
 #include <QStringList>
 
 #include <optional>
+#include <utility>
 
 class ChecksumLine;
+
+/// An item of a module, by the identity that its line in a checksum file has.
+using ItemIdentity = std::pair<QString, QString>;
 
 enum RestorableItemKind { FileItem = 0, DirectoryItem = 1, DatabaseItem = 2 };
 

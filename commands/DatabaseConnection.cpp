@@ -1,6 +1,7 @@
 #include "commands/DatabaseConnection.h"
 
 #include "platform/core/VYXApplication.h"
+#include "platform/core/Waiter.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -11,9 +12,11 @@ namespace {
 
 constexpr int instructionsBetweenLooks = 100000;
 
-int mustStop(void *)
+int mustStop(void *waiter)
 {
-    return VYXApplication::isEnding() ? 1 : 0;
+    const bool ends =
+        waiter != nullptr ? static_cast<const Waiter *>(waiter)->mustEnd() : VYXApplication::isEnding();
+    return ends ? 1 : 0;
 }
 
 } // namespace
@@ -23,7 +26,8 @@ void DatabaseClosing::operator()(sqlite3 *database) const
     sqlite3_close(database);
 }
 
-DatabaseConnection connectToDatabase(const QString &path, int flags, std::chrono::milliseconds busy)
+DatabaseConnection connectToDatabase(const QString &path, int flags, std::chrono::milliseconds busy,
+                                     const Waiter *waiter)
 {
     const QFileInfo info(path);
     const QString real = QFileInfo(info.path()).canonicalFilePath() + "/" + info.fileName();
@@ -36,6 +40,6 @@ DatabaseConnection connectToDatabase(const QString &path, int flags, std::chrono
     }
     sqlite3_busy_timeout(handle, static_cast<int>(busy.count()));
     sqlite3_db_config(handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    sqlite3_progress_handler(handle, instructionsBetweenLooks, mustStop, nullptr);
+    sqlite3_progress_handler(handle, instructionsBetweenLooks, mustStop, const_cast<Waiter *>(waiter));
     return connection;
 }

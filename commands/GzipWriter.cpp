@@ -14,7 +14,23 @@ namespace {
 constexpr int level = 6;
 constexpr qsizetype memberSize = qsizetype{1024} * 1024;
 
+constexpr qsizetype longestLabel = 64;
+/// Magic, deflate, a comment and nothing else, no time, any system.
+constexpr char labelHead[] = "\x1f\x8b\x08\x10\0\0\0\0\0\xff";
+
 } // namespace
+
+QByteArray gzipLabel(const QString &path)
+{
+    const Descriptor file(open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    QByteArray head(sizeof labelHead + longestLabel, '\0');
+    const ssize_t size = read(file.number(), head.data(), static_cast<size_t>(head.size()));
+    head.truncate(std::max<ssize_t>(size, 0));
+    const qsizetype begin = sizeof labelHead - 1;
+    const qsizetype end = head.indexOf('\0', begin);
+    return head.startsWith(QByteArrayView(labelHead, begin)) && end > begin ? head.mid(begin, end - begin)
+                                                                            : QByteArray();
+}
 
 struct GzipWriter::Workspace
 {
@@ -86,6 +102,17 @@ bool GzipWriter::endMember()
             size > 0 && writeAll(file, QByteArrayView(compressed.constData(), static_cast<qsizetype>(size)));
         plain.resize(0);
     }
+    return whole;
+}
+
+bool GzipWriter::label(const QByteArray &text)
+{
+    constexpr char emptyBlock[] = "\x03\0\0\0\0\0\0\0\0\0"; // with checksum and length
+    const QByteArray member = QByteArray(labelHead, sizeof labelHead - 1) +
+                              text.first(std::min(text.size(), longestLabel)) + QByteArray(1, '\0') +
+                              QByteArray(emptyBlock, sizeof emptyBlock - 1);
+    endMember();
+    whole = whole && writeAll(file, member);
     return whole;
 }
 

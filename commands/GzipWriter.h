@@ -7,6 +7,10 @@
 
 #include <memory>
 
+/// The comment of a gzip file's first member (RFC 1952), when it has that alone and no more than 64 bytes;
+/// else empty.
+QByteArray gzipLabel(const QString &path);
+
 /// Compresses a stream into a file, as gzip members of at most 1 MiB before compression, one after the other.
 ///
 /// The same stream makes the same bytes. Every write is checked: after one that failed all others fail, too.
@@ -24,6 +28,10 @@ public:
 
     /// Begin another member with what is written next.
     bool endMember();
+
+    /// Write a member without content whose comment is the text: it stands in the file and not in the stream.
+    /// At most 64 bytes, none of them 0.
+    bool label(const QByteArray &text);
 
     /// Nothing may be written afterwards.
     bool finish();

@@ -1,30 +1,35 @@
+#include "dbus/SaveRestoreAdaptors.h"
 #include "dbus/VYXSaveRestoreAdaptor.h"
+#include "outcome/Code.h"
 #include "platform/core/VYXException.h"
 
 #include <QDBusContext>
 
 #include <memory>
+#include <SaveRestoreControl1Adaptor.h>
 
 namespace {
 
-/// The adaptor with a place where exceptions end. Qt's bus library has no exception tables: nothing may
+/// An adaptor with a place where exceptions end. Qt's bus library has no exception tables: nothing may
 /// unwind through it. It does call the virtual `qt_metacall`, where the exception is caught and answered.
-class GuardedAdaptor final : public VYXSaveRestoreAdaptor
+template <typename Adaptor> class GuardedAdaptor final : public Adaptor
 {
 public:
-    using VYXSaveRestoreAdaptor::VYXSaveRestoreAdaptor;
+    using Adaptor::Adaptor;
 
     int qt_metacall(QMetaObject::Call call, int id, void **arguments) override
     {
         try {
-            return VYXSaveRestoreAdaptor::qt_metacall(call, id, arguments);
+            return Adaptor::qt_metacall(call, id, arguments);
         } catch (VYXException *raised) {
             const std::unique_ptr<VYXException> exception(raised);
-            reply(exception->getMessage());
+            reply(Outcome::Code::Failed, exception->getMessage());
         } catch (const VYXException &exception) {
-            reply(exception.getMessage());
+            reply(Outcome::Code::Failed, exception.getMessage());
+        } catch (const ControlError &error) {
+            reply(error.code, error.text);
         } catch (const QString &text) {
-            reply(text);
+            reply(Outcome::Code::Failed, text);
         }
         return handled;
     }
@@ -32,11 +37,11 @@ public:
 private:
     static constexpr int handled = -1;
 
-    void reply(const QString &text) const
+    void reply(Outcome::Code code, const QString &text) const
     {
-        const auto *context = dynamic_cast<QDBusContext *>(parent());
+        const auto *context = dynamic_cast<QDBusContext *>(this->parent());
         if (context != nullptr && context->calledFromDBus()) {
-            context->sendErrorReply("com.corvane.Pelorin.Error.Failed", text);
+            context->sendErrorReply(Outcome::errorName(code), text);
         }
     }
 };
@@ -45,5 +50,10 @@ private:
 
 QDBusAbstractAdaptor *createSaveRestoreAdaptor(QObject *module)
 {
-    return new GuardedAdaptor(module);
+    return new GuardedAdaptor<VYXSaveRestoreAdaptor>(module);
+}
+
+QDBusAbstractAdaptor *createControlAdaptor(QObject *module)
+{
+    return new GuardedAdaptor<SaveRestoreControl1Adaptor>(module);
 }

@@ -64,6 +64,16 @@ QString rememberedDigests()
     return moduleData("VYXSaveRestore") + "/digests";
 }
 
+QString lastOperations()
+{
+    return moduleData("VYXSaveRestore") + "/last-operations";
+}
+
+QString trialDirectory()
+{
+    return moduleData("VYXSaveRestore") + "/trial";
+}
+
 QString pauseRecord()
 {
     return root() + "/tmp/VYXApplication/SaveRestore/paused-modules";

@@ -34,6 +34,12 @@ QString fetched(const QString &name);
 /// File of the service's own that holds the digests which the modules' data had.
 QString rememberedDigests();
 
+/// File of the service's own that says how the last operations ended.
+QString lastOperations();
+
+/// Directory of the service's own in which saved databases are tried.
+QString trialDirectory();
+
 /// File that names the processes asked to pause while a save or restore runs.
 QString pauseRecord();
 

@@ -2,20 +2,33 @@
 
 #include "catalogue/ItemNames.h"
 #include "platform/logger/VYXLogger.h"
+#include "repository/DavListing.h"
 #include "repository/RepositoryUrl.h"
 
 #include <utility>
 
 namespace {
 
+constexpr int multiStatus = 207;
 constexpr int notFound = 404;
+constexpr int insufficientStorage = 507;
+
+/// The most bytes of a list of entries.
+constexpr qint64 largestListing = qint64{256} * 1024 * 1024;
 
 /// The server has refused the request without having changed anything.
 bool isRefusal(int status)
 {
     constexpr int serviceUnavailable = 503;
-    constexpr int insufficientStorage = 507;
     return (status >= 400 && status <= 499) || status == serviceUnavailable || status == insufficientStorage;
+}
+
+RequestOutcome::Cause causeOf(const HttpResult &result)
+{
+    if (result.givenUp || result.status == 0) {
+        return RequestOutcome::NoAnswer;
+    }
+    return result.status == insufficientStorage ? RequestOutcome::NoRoom : RequestOutcome::Other;
 }
 
 /// The number that an error is shown with.
@@ -149,6 +162,18 @@ QString DistantRepository::prepare(const RepositoryRequest &request, HttpRequest
         logDebug("DELETE '%1/%2'", shown, request.entry);
         made.method = HttpRequest::Delete;
         break;
+    case RepositoryRequest::Look:
+        logDebug("HEAD '%1/%2'", shown, request.entry);
+        made.method = HttpRequest::Head;
+        break;
+    case RepositoryRequest::List:
+        logDebug("PROPFIND '%1/'", shown);
+        made.url = RepositoryUrl::base(repositoryUrl).toEncoded() + "/";
+        made.method = HttpRequest::PropFind;
+        made.target = std::make_shared<DownloadFile>();
+        return made.target->open(request.path, largestListing)
+                   ? QString()
+                   : QString("Could not create file '%1' on local file system").arg(request.path);
     }
     return {};
 }
@@ -175,7 +200,15 @@ RequestOutcome DistantRepository::outcomeOf(const Transfer &transfer, const Http
     const bool answered = result.status != 0 && result.code == CURLE_OK;
     goneIsLogged = goneIsLogged && !answered;
     HttpResult ending = result;
-    if (answered && result.status == notFound && request.method == RepositoryRequest::Get) {
+    const bool asksForOne =
+        request.method == RepositoryRequest::Get || request.method == RepositoryRequest::Look;
+    if (answered && request.method == RepositoryRequest::List && result.status != multiStatus) {
+        return {.kind = RequestOutcome::Failed,
+                .text = QString("The server does not list its entries (%1)").arg(result.status),
+                .entryUntouched = true,
+                .cause = RequestOutcome::NotSupported};
+    }
+    if (answered && result.status == notFound && asksForOne) {
         logDebug("The repository holds no '%1'", request.entry);
         return {RequestOutcome::Absent, {}};
     }
@@ -193,7 +226,16 @@ RequestOutcome DistantRepository::outcomeOf(const Transfer &transfer, const Http
         const bool untouched = !result.wasSent || (answered && isRefusal(result.status));
         const bool isCheck = request.method == RepositoryRequest::Check;
         const QString text = isCheck ? QString("%1 - %2").arg(ending.text).arg(codeOf(result)) : ending.text;
-        return {RequestOutcome::Failed, text, untouched};
+        return {RequestOutcome::Failed, text, untouched, {}, causeOf(result)};
+    }
+    return successOf(transfer, result);
+}
+
+RequestOutcome DistantRepository::successOf(const Transfer &transfer, const HttpResult &result)
+{
+    const RepositoryRequest &request = transfer.request;
+    if (request.method == RepositoryRequest::List) {
+        return listed(request.path);
     }
     if (transfer.sent.source) {
         logDebug("Uploaded %1 bytes", transfer.sent.source->size());
@@ -204,7 +246,17 @@ RequestOutcome DistantRepository::outcomeOf(const Transfer &transfer, const Http
     } else if (request.method == RepositoryRequest::Remove) {
         logDebug("DELETE Ok: (%1)", result.status);
     }
-    return {};
+    return {.size = request.method == RepositoryRequest::Look ? result.size : -1};
+}
+
+RequestOutcome DistantRepository::listed(const QString &path)
+{
+    auto entries = readDavListing(path, mostListed);
+    QFile::remove(path);
+    if (!entries) {
+        return {RequestOutcome::Failed, "The server's list of entries cannot be read", true};
+    }
+    return {.entries = std::move(*entries)};
 }
 
 /// When the server is gone, one line is enough for all.
@@ -239,6 +291,12 @@ void DistantRepository::logFailure(const Transfer &transfer, const HttpResult &r
         } else {
             logError("DELETE Nok: '%1' (%2)", result.text, result.status);
         }
+        return;
+    case RepositoryRequest::Look:
+        logError("Error [%1] in HEAD request: '%2' (%3)", code, result.text, url);
+        return;
+    case RepositoryRequest::List:
+        logError("Error [%1] in PROPFIND request: '%2' (%3)", code, result.text, url);
         return;
     }
 }

@@ -56,6 +56,8 @@ private:
     HttpEngine &readyEngine();
     void end(RequestNumber number, const HttpResult &result);
     RequestOutcome outcomeOf(const Transfer &transfer, const HttpResult &result);
+    static RequestOutcome successOf(const Transfer &transfer, const HttpResult &result);
+    static RequestOutcome listed(const QString &path);
     void logFailure(const Transfer &transfer, const HttpResult &result);
     bool isTrusted(const QString &trustListStatus) const;
 

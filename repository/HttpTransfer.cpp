@@ -119,6 +119,14 @@ void HttpTransfer::setMethod()
     case HttpRequest::Delete:
         set(CURLOPT_CUSTOMREQUEST, "DELETE");
         return;
+    case HttpRequest::Head:
+        set(CURLOPT_NOBODY, 1L);
+        return;
+    case HttpRequest::PropFind:
+        set(CURLOPT_CUSTOMREQUEST, "PROPFIND");
+        headers = curl_slist_append(headers, "Depth: 1");
+        request.target->restart();
+        return;
     }
 }
 
@@ -252,7 +260,10 @@ HttpResult HttpTransfer::resultOf(CURLcode code) const
 {
     long requestBytes = 0;
     curl_easy_getinfo(easy, CURLINFO_REQUEST_SIZE, &requestBytes);
-    HttpResult result = {.status = status(), .code = code, .text = reason, .wasSent = requestBytes > 0};
+    curl_off_t announced = -1;
+    curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
+    HttpResult result = {
+        .status = status(), .size = announced, .code = code, .text = reason, .wasSent = requestBytes > 0};
     if (result.text.isEmpty() && code != CURLE_OK) {
         result.text =
             QString::fromUtf8(errorText.front() != '\0' ? errorText.data() : curl_easy_strerror(code));

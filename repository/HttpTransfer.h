@@ -37,7 +37,7 @@ struct HttpSettings
 /// One request. Files are read and written where the transfer runs, and are nobody else's until its end.
 struct HttpRequest
 {
-    enum Method { Get, Put, Delete };
+    enum Method { Get, Put, Delete, Head, PropFind };
 
     Method method = Get;
     QByteArray url;
@@ -50,6 +50,7 @@ struct HttpRequest
 struct HttpResult
 {
     int status = 0;       ///< of the last answer; 0 when there was none
+    qint64 size = -1;     ///< that was announced for the body; -1 when it was not
     int code = CURLE_OK;  ///< the library's; the answer is whole when it is CURLE_OK
     QString text;         ///< what went wrong; empty after a success
     bool wasSent = false; ///< the server may have seen something of it

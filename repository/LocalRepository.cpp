@@ -90,8 +90,10 @@ void LocalRepository::start(RequestNumber number, const RepositoryRequest &reque
     underWayNumber = number;
     if (!isInitialised()) {
         const QString text = "Local save directory not initialized!";
-        finish(underWayNumber,
-               request.method == RepositoryRequest::Check ? failure(text) : loggedFailure(text));
+        RequestOutcome outcome =
+            request.method == RepositoryRequest::Check ? failure(text) : loggedFailure(text);
+        outcome.cause = RequestOutcome::NoAnswer;
+        finish(underWayNumber, outcome);
         return;
     }
     if (ItemNames::isOwn(request.entry)) {
@@ -111,6 +113,12 @@ void LocalRepository::start(RequestNumber number, const RepositoryRequest &reque
         return;
     case RepositoryRequest::Remove:
         remove();
+        return;
+    case RepositoryRequest::Look:
+        finish(underWayNumber, look());
+        return;
+    case RepositoryRequest::List:
+        finish(underWayNumber, list());
         return;
     }
 }
@@ -224,12 +232,15 @@ void LocalRepository::endPut(bool copied)
         parkChange(name, stored, failed);
         return;
     }
+    RequestOutcome outcome = failure(failed);
+    outcome.cause = incoming.error() == QFile::ResourceError ? RequestOutcome::NoRoom : RequestOutcome::Other;
     abort();
     if (hasParked()) {
         // What is parked may make room when it takes the places of the old entries.
         retryAfterParked();
     } else {
-        finish(underWayNumber, loggedFailure(failed));
+        logError("%1", failed);
+        finish(underWayNumber, outcome);
     }
 }
 

@@ -53,6 +53,8 @@ private:
     void endPut(bool copied);
     void endGet(bool copied);
     void remove();
+    RequestOutcome look() const;
+    RequestOutcome list() const;
     void parkChange(const QByteArray &written, const RequestOutcome &success, const QString &failureText);
     RequestOutcome outcomeOf(qsizetype number, EntryChanges::Result result) const;
 

@@ -148,7 +148,9 @@ void Repository::startNext()
     if (!queue.isEmpty()) {
         scheduleNext();
     }
-    if (request.method == RepositoryRequest::Check || namesAnEntry(request.entry)) {
+    const bool asksForAll =
+        request.method == RepositoryRequest::Check || request.method == RepositoryRequest::List;
+    if (asksForAll || namesAnEntry(request.entry)) {
         start(number, request);
         return;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QList>
+#include <QMap>
 #include <QObject>
 #include <QString>
 
@@ -21,10 +22,20 @@ struct RequestOutcome
         Failed,
     };
 
+    enum Cause {
+        Other,
+        NoRoom,       ///< the repository has none for the entry
+        NoAnswer,     ///< the repository is not reached, or not any more
+        NotSupported, ///< this kind of repository cannot do that
+    };
+
     Kind kind = Stored;
-    QString text;                ///< why it failed
+    QString text = {};           ///< why it failed
     bool entryUntouched = false; ///< it failed before the repository changed anything: the entry is as it was
     QString digest = {};         ///< of a Put: MD5 of the very bytes that were stored, when it is known
+    Cause cause = Other;         ///< of the failure
+    qint64 size = -1;            ///< of a Look: bytes of the entry; -1 when they are not known
+    QMap<QString, qint64> entries = {}; ///< of a List: the bytes of each entry, -1 when they are not known
 
     bool stored() const { return kind == Stored; }
 };
@@ -37,11 +48,13 @@ struct RepositoryRequest
         Put,    ///< store a local file as the entry, replacing it in one step
         Get,    ///< fetch the entry into a local file, which is replaced in one step when all has arrived
         Remove, ///< remove the entry; one that is not there is removed already
+        Look,   ///< is the entry there, and how large is it?
+        List,   ///< which entries are there? Not every repository can tell
     };
 
     Method method = Check;
     QString entry; ///< full name of the entry: one component, neither empty nor "." nor ".."
-    QString path;  ///< local file: source of a Put, target of a Get
+    QString path;  ///< local file: source of a Put, target of a Get, scratch of a List
     /// Of a Put: directory out of which the path must not lead, by a link either. Empty for a file of the
     /// service's own.
     QString within = {};
@@ -107,6 +120,9 @@ protected:
     /// How many requests may be under way at once.
     virtual size_t mostAtOnce() const { return 1; }
     bool isIdle() const { return running.empty(); }
+
+    /// The most entries that are listed.
+    static constexpr qsizetype mostListed = 1'000'000;
 
     /// Why an entry is refused that has more bytes than may be fetched.
     static QString tooLarge(const QString &entry, qint64 limit);

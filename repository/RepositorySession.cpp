@@ -1,6 +1,5 @@
 #include "repository/RepositorySession.h"
 
-#include "platform/core/Middleware.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
@@ -19,8 +18,8 @@ constexpr auto inactivityLimit = 60s;
 
 } // namespace
 
-RepositorySession::RepositorySession(std::shared_ptr<Repository> held, Middleware &middleware, Waiter &waiter)
-    : repository(std::move(held)), middleware(middleware), waiter(waiter)
+RepositorySession::RepositorySession(std::shared_ptr<Repository> held, Waiter &waiter)
+    : repository(std::move(held)), waiter(waiter)
 {
 }
 
@@ -33,37 +32,27 @@ RepositorySession::~RepositorySession()
     }
 }
 
-bool RepositorySession::isUsable(const QString &operation)
+RepositoryState RepositorySession::state()
 {
     const QString url = repository->getRepositoryUrl();
-    const auto refuse = [&](const QString &reason) {
-        if (!waiter.mustEnd()) {
-            const QString text = QString("%1: abort %2 operations.").arg(reason, operation);
-            logWarning("%1", text);
-            middleware.showFailure(text);
-        }
-        return false;
-    };
     const bool developerMode = QFile::exists(DevicePaths::developerModeMarker());
     if (!developerMode && !RepositoryUrl::isSecure(url)) {
-        return refuse("Unsecured URL");
+        return {RepositoryState::Insecure, "Unsecured URL"};
     }
     if (auto *const distant = qobject_cast<DistantRepository *>(repository.get())) {
         // The developer mode may have ended since the repository was chosen.
         distant->ctlCheckEnabled = distant->ctlCheckEnabled || !developerMode;
         if (RepositoryUrl::isSecure(url) && !distant->checkCtlStatus(waiter, true)) {
-            return refuse("CTL is not deployed");
+            return {RepositoryState::NotTrusted, "CTL is not deployed"};
         }
     }
     const RequestOutcome outcome = outcomeOf({RepositoryRequest::Check, {}, {}});
-    if (outcome.stored()) {
-        return true;
-    }
-    if (!waiter.mustEnd()) {
-        logWarning("Connection to repository failed (%1).", RepositoryUrl::forDisplay(url));
-        middleware.showFailure("Connection to repository failed.", outcome.text);
-    }
-    return false;
+    return {outcome.stored() ? RepositoryState::Usable : RepositoryState::Unreachable, outcome.text};
+}
+
+QString RepositorySession::shownUrl() const
+{
+    return RepositoryUrl::forDisplay(repository->getRepositoryUrl());
 }
 
 RequestOutcome RepositorySession::getFileAndWait(const QString &entry, const QString &path, qint64 largest)
@@ -80,12 +69,13 @@ void RepositorySession::submit(const RepositoryRequest &request, Repository::Don
 {
     ++*pending;
     const std::weak_ptr<int> counted = pending;
-    repository->submit(request, [counted, done = std::move(done)](const RequestOutcome &outcome) {
+    repository->submit(request, [this, counted, done = std::move(done)](const RequestOutcome &outcome) {
         const std::shared_ptr<int> count = counted.lock();
         if (!count) {
             return;
         }
         --*count;
+        unanswered = unanswered || outcome.cause == RequestOutcome::NoAnswer;
         if (done) {
             done(outcome);
         }

@@ -4,7 +4,19 @@
 
 #include <memory>
 
-class Middleware;
+/// Whether a repository can be used.
+struct RepositoryState
+{
+    enum Usability {
+        Usable,
+        Insecure,   ///< no HTTPS, and the device is not in developer mode
+        NotTrusted, ///< the device's trust list is not in force
+        Unreachable,
+    };
+
+    Usability usability = Usable;
+    QString text; ///< why not
+};
 
 /// A repository as one operation uses it: it is held for as long as the operation runs, whatever is chosen
 /// meanwhile, and its requests are waited for with events served.
@@ -15,17 +27,25 @@ class Middleware;
 class RepositorySession
 {
 public:
-    /// `held` must not be null; the middleware and the waiter must outlive the session.
-    RepositorySession(std::shared_ptr<Repository> held, Middleware &middleware, Waiter &waiter);
+    /// `held` must not be null; the waiter must outlive the session.
+    RepositorySession(std::shared_ptr<Repository> held, Waiter &waiter);
     ~RepositorySession();
 
     RepositorySession(const RepositorySession &) = delete;
     RepositorySession &operator=(const RepositorySession &) = delete;
 
-    /// True when the repository may be used and is there: outside developer mode it is secure, its trust list
-    /// is in force, and it answers. Otherwise the log and a pop-up say why `operation` ("backup", "restore")
-    /// is broken off; when the waiter has to end, nobody is told.
-    bool isUsable(const QString &operation);
+    /// Whether the repository may be used and is there: outside developer mode it has to be secure and its
+    /// trust list in force. Of no meaning when the waiter has to end.
+    RepositoryState state();
+
+    /// The URL without secrets.
+    QString shownUrl() const;
+
+    /// True when a request has failed for want of an answer.
+    bool lacksAnswers() const { return unanswered; }
+
+    /// A number that grows with the bytes that have moved, and a little with other events.
+    quint64 transferProgress() const { return repository->transferProgress(); }
 
     /// Submit a request and wait for its outcome; `givenUp` tells whether it was given up.
     RequestOutcome outcomeOf(const RepositoryRequest &request, bool *givenUp = nullptr);
@@ -48,8 +68,8 @@ private:
     bool waitUntil(const std::function<bool()> &condition);
 
     std::shared_ptr<Repository> repository;
-    Middleware &middleware;
     Waiter &waiter;
     /// Number of requests without an outcome; its `done`s hold it weakly.
     std::shared_ptr<int> pending = std::make_shared<int>(0);
+    bool unanswered = false;
 };

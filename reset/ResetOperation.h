@@ -5,6 +5,7 @@
 #include <QMap>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 
 #include <chrono>
 
@@ -35,6 +36,9 @@ public:
 
     /// True when a module asked for a reboot.
     bool needsReboot() const { return rebootNeeded; }
+
+    /// The modules that have not reported.
+    QStringList silentModules() const { return resetModules.keys(false); }
 
 private:
     void runAllResetCommands();

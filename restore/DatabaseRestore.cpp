@@ -2,7 +2,7 @@
 
 #include "commands/DatabaseConnection.h"
 #include "commands/FedCommand.h"
-#include "platform/core/VYXApplication.h"
+#include "commands/GzipWriter.h"
 #include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
 #include "restore/DumpReader.h"
@@ -67,10 +67,11 @@ int pageSizeOf(const QString &path)
 
 /// Put the content of one database into another as one transaction of that. A status of SQLite's, without
 /// what it says beside.
-int copyContent(const QString &source, const QString &target, std::chrono::milliseconds busy, int making = 0)
+int copyContent(const Waiter &waiter, const QString &source, const QString &target,
+                std::chrono::milliseconds busy, int making = 0)
 {
-    const DatabaseConnection from = connectToDatabase(source, SQLITE_OPEN_READWRITE, busy);
-    const DatabaseConnection to = connectToDatabase(target, SQLITE_OPEN_READWRITE | making, busy);
+    const DatabaseConnection from = connectToDatabase(source, SQLITE_OPEN_READWRITE, busy, &waiter);
+    const DatabaseConnection to = connectToDatabase(target, SQLITE_OPEN_READWRITE | making, busy, &waiter);
     if (!from || !to) {
         return SQLITE_CANTOPEN;
     }
@@ -83,7 +84,7 @@ int copyContent(const QString &source, const QString &target, std::chrono::milli
     }
     int result = SQLITE_OK;
     while (result == SQLITE_OK) {
-        result = VYXApplication::isEnding() ? SQLITE_INTERRUPT : sqlite3_backup_step(backup, pagesPerStep);
+        result = waiter.mustEnd() ? SQLITE_INTERRUPT : sqlite3_backup_step(backup, pagesPerStep);
     }
     const int finished = sqlite3_backup_finish(backup);
     return (result == SQLITE_DONE ? finished : result) & 0xff;
@@ -169,6 +170,11 @@ QString DatabaseRestore::apply(Waiter &waiter)
 /// Look at the dump's first line, and make room for what will be made of it.
 QString DatabaseRestore::begin(const Waiter &waiter)
 {
+    const QByteArray label = gzipLabel(dump);
+    if (!promised.isEmpty() && !label.isEmpty() && label != promised.toLatin1()) {
+        return QString("Dump '%1' is not what was saved: it is of a database with digest %2, promised was %3")
+            .arg(dump, QString::fromLatin1(label), promised);
+    }
     DumpReader reader(dump, waiter, limits.wallClock);
     while (reader.kind() == DumpText::Kind::Unknown && !reader.next().isEmpty()) {
     }
@@ -206,16 +212,16 @@ QString DatabaseRestore::takePlace()
 /// copy. For a thread beside.
 QString DatabaseRestore::build(const Waiter &waiter, qsizetype atOnce)
 {
-    QString fault = partial ? copyLive() : QString();
+    QString fault = partial ? copyLive(waiter) : QString();
     if (fault.isEmpty()) {
         fault = load(waiter, atOnce);
     }
-    return fault.isEmpty() ? faultOfLoaded() : fault;
+    return fault.isEmpty() ? faultOfLoaded(waiter) : fault;
 }
 
-QString DatabaseRestore::copyLive() const
+QString DatabaseRestore::copyLive(const Waiter &waiter) const
 {
-    const int result = copyContent(livePath, replacement.path(), limits.busy, SQLITE_OPEN_CREATE);
+    const int result = copyContent(waiter, livePath, replacement.path(), limits.busy, SQLITE_OPEN_CREATE);
     return result == SQLITE_OK ? QString() : faultOfWriting(result);
 }
 
@@ -233,7 +239,8 @@ QString DatabaseRestore::load(const Waiter &waiter, qsizetype atOnce)
     constexpr int shares = 10;
     const QString database = replacement.path();
     const qint64 available = QStorageInfo(QFileInfo(database).path()).bytesAvailable();
-    const qint64 fileSize = QFileInfo(database).size() + (available - available / shares) / atOnce;
+    const qint64 fileSize =
+        QFileInfo(database).size() + (available - available / shares) / (atOnce * limits.shareOfRoom);
     const QString busy = QString(".timeout %1").arg(limits.busy.count());
     const QString settings = QString("PRAGMA page_size=%1;%2").arg(pageSizeOf(livePath)).arg(inNoHaste);
     const QStringList arguments = {"-init", "/dev/null", "-batch", "-safe",  "-bail",
@@ -257,7 +264,8 @@ QString DatabaseRestore::load(const Waiter &waiter, qsizetype atOnce)
     const CommandResult result =
         runFed(waiter, "sqlite3", arguments,
                {limits.wallClock, limits.processorTime, fileSize, limits.memory}, feed, owner);
-    tooLarge = atOnce > 1 && !result.finished && result.exitCode == SIGXFSZ;
+    noRoom = !result.finished && result.exitCode == SIGXFSZ;
+    tooLarge = atOnce > 1 && noRoom;
     if (reader.isBroken()) {
         return faultOfDump();
     }
@@ -268,9 +276,10 @@ QString DatabaseRestore::load(const Waiter &waiter, qsizetype atOnce)
 }
 
 /// The journal has to be the one kind that leaves the live database's alone.
-QString DatabaseRestore::faultOfLoaded() const
+QString DatabaseRestore::faultOfLoaded(const Waiter &waiter) const
 {
-    const DatabaseConnection database = connectToDatabase(replacement.path(), SQLITE_OPEN_READWRITE);
+    const DatabaseConnection database =
+        connectToDatabase(replacement.path(), SQLITE_OPEN_READWRITE, {}, &waiter);
     const bool sound = database && valueOf(database.get(), "PRAGMA journal_mode=DELETE") == "delete" &&
                        valueOf(database.get(), "PRAGMA quick_check(1)") == "ok";
     return sound ? QString() : QString("Database '%1' made of dump '%2' is not sound").arg(livePath, dump);
@@ -280,7 +289,7 @@ QString DatabaseRestore::putInPlace(Waiter &waiter)
 {
     int result = SQLITE_CANTOPEN;
     if (isRegular(livePath)) {
-        waiter.runBeside([&] { result = copyContent(replacement.path(), livePath, limits.busy); });
+        waiter.runBeside([&] { result = copyContent(waiter, replacement.path(), livePath, limits.busy); });
     }
     const bool inUse = result == SQLITE_BUSY || result == SQLITE_LOCKED || result == SQLITE_READONLY;
     const bool broken = result == SQLITE_CANTOPEN || result == SQLITE_NOTADB || result == SQLITE_CORRUPT;

@@ -19,6 +19,7 @@ struct LoadLimits
     qint64 memory = qint64{1024} * 1024 * 1024;
     std::chrono::milliseconds busy =
         std::chrono::seconds(5); ///< how long a lock of the database is waited for
+    int shareOfRoom = 1;         ///< of what is free and may be used, one part in so many
 };
 
 /// Puts one SQL dump back into its SQLite database. Either all of it gets there, or the database stays as it
@@ -36,6 +37,9 @@ public:
     /// Those of the saved database, which a new file gets; a live one keeps its own.
     void setAttributes(const std::optional<FileAttributes> &saved) { replacement.setAttributes(saved); }
 
+    /// The digest that the saved database had. A dump that is labelled with another one is refused.
+    void setPromised(const QString &digest) { promised = digest; }
+
     /// Check the dump, and load that of a whole database; the live one is not touched, and its users may run.
     /// Empty, or what is wrong.
     QString prepare(Waiter &waiter);
@@ -47,6 +51,9 @@ public:
     /// or what is wrong; the live database is as it was then.
     QString apply(Waiter &waiter);
 
+    /// True when the dump needs more room than it may take.
+    bool lacksRoom() const { return noRoom; }
+
     /// True after `prepare` has found that the dump is one of a whole database.
     bool isWhole() const { return !partial; }
 
@@ -55,17 +62,19 @@ private:
     QString checkRows(const Waiter &waiter) const;
     QString takePlace();
     QString build(const Waiter &waiter, qsizetype atOnce);
-    QString copyLive() const;
+    QString copyLive(const Waiter &waiter) const;
     QString load(const Waiter &waiter, qsizetype atOnce);
-    QString faultOfLoaded() const;
+    QString faultOfLoaded(const Waiter &waiter) const;
     QString faultOfDump() const;
     QString putInPlace(Waiter &waiter);
     QString faultOfWriting(int result) const;
 
     QString dump;
     QString livePath;
+    QString promised;
     LoadLimits limits;
     Replacement replacement;
     bool partial = false;
+    bool noRoom = false;
     bool tooLarge = false; ///< for its share of what is free, when it was loaded beside others
 };

@@ -1,6 +1,5 @@
 #include "restore/FetchAhead.h"
 
-#include "catalogue/ItemNames.h"
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositorySession.h"
 
@@ -36,7 +35,7 @@ void FetchAhead::submitNext()
 void FetchAhead::submit(const PlannedItem &item, bool urgent)
 {
     const QString path = item.source;
-    const QString entry = ItemNames::lastComponent(path);
+    const QString entry = item.entry;
     underWay << path;
     session.submit({RepositoryRequest::Get, entry, path}, [=, this](const RequestOutcome &outcome) {
         underWay.remove(path);

@@ -21,20 +21,23 @@ constexpr qsizetype fewest = 8;
 constexpr qsizetype mostFetched = 200;
 constexpr qint64 mostFetchedBytes = qint64{32} * 1024 * 1024;
 
-bool isAcceptable(const QString &target, const QString &module)
+} // namespace
+
+bool ItemRestorer::isAcceptable(const PlannedItem &planned)
 {
+    const QString target = planned.item.livePath();
+    const QString module = planned.item.getModule();
     if (LiveData::belongsToModule(target, module)) {
         return true;
     }
     logError("'%1' is refused: it does not lie below the data of module '%2'", target, module);
+    faults.insert(target, "It does not lie below the module's data");
     return false;
 }
 
-} // namespace
-
 bool ItemRestorer::restore(const PlannedItem &planned)
 {
-    if (!isAcceptable(planned.item.livePath(), planned.item.getModule())) {
+    if (!isAcceptable(planned)) {
         return false;
     }
     return planned.item.getKind() == DatabaseItem ? restoreDatabase(planned) : restoreDirectory(planned);
@@ -43,6 +46,7 @@ bool ItemRestorer::restore(const PlannedItem &planned)
 /// The end of an item that could not be put back; nothing is said when the operation is broken off.
 bool ItemRestorer::keep(const QString &reason, const QString &target)
 {
+    faults.insert(target, reason);
     if (!waiter.mustEnd()) {
         if (!reason.isEmpty()) {
             logError("%1", reason);
@@ -76,6 +80,7 @@ QStringList ItemRestorer::prepareAll(const QList<PlannedItem> &all)
     for (const PlannedItem &planned : all) {
         made.push_back(std::make_unique<DatabaseRestore>(planned.source, planned.item.livePath()));
         made.back()->setAttributes(planned.attributes);
+        made.back()->setPromised(planned.digest);
         tried << made.back().get();
     }
     QStringList faults = DatabaseRestore::prepareAll(waiter, tried);
@@ -130,14 +135,14 @@ bool ItemRestorer::restoreDirectory(const PlannedItem &planned)
 QString ItemRestorer::faultOf(const Fetched &one)
 {
     if (!one.outcome.stored()) {
-        return QString("Could not fetch '%1' from the repository").arg(one.planned.source);
+        return QString("Could not fetch '%1' from the repository").arg(one.planned.entry);
     }
     const QString digest = fileDigest(waiter, one.replacement->path());
     if (digest == one.planned.digest) {
         return {};
     }
     return QString("Entry '%1' is not what was saved: its digest is %2, promised was %3")
-        .arg(one.planned.source, digest, one.planned.digest);
+        .arg(one.planned.entry, digest, one.planned.digest);
 }
 
 /// So many as fill what may be fetched at once, when they are as large as those before.
@@ -149,19 +154,18 @@ qsizetype ItemRestorer::batchSize() const
                                        mostFetched);
 }
 
-void ItemRestorer::restoreFiles(const QList<PlannedItem> &files,
-                                const std::function<void(const PlannedItem &)> &failed)
+void ItemRestorer::restoreFiles(const QList<PlannedItem> &files, const Told &told)
 {
     const Refuse refuse = [&](const PlannedItem &planned, const QString &why) {
         keep(why, planned.item.livePath());
-        failed(planned);
+        told(planned, why);
     };
     QList<PlannedItem> acceptable;
     for (const PlannedItem &planned : files) {
-        if (isAcceptable(planned.item.livePath(), planned.item.getModule())) {
+        if (isAcceptable(planned)) {
             acceptable << planned;
         } else {
-            failed(planned);
+            told(planned, fault(planned));
         }
     }
     for (qsizetype begun = 0; begun < acceptable.size() && !waiter.mustEnd();) {
@@ -170,11 +174,11 @@ void ItemRestorer::restoreFiles(const QList<PlannedItem> &files,
         const bool last = batch.size() == 1;
         const QList<PlannedItem> missing = fetchBeside(
             batch, last ? refuse : [](const PlannedItem &, const QString &) {});
-        putFetchedInPlace(failed);
+        putFetchedInPlace(told);
         // The others may have taken the room, and have given that of the old ones free.
         for (const PlannedItem &planned : last ? QList<PlannedItem>() : missing) {
             fetchBeside({planned}, refuse);
-            putFetchedInPlace(failed);
+            putFetchedInPlace(told);
         }
     }
 }
@@ -196,7 +200,7 @@ QList<PlannedItem> ItemRestorer::fetchBeside(const QList<PlannedItem> &files, co
     }
     size_t left = all.size();
     for (Fetched &one : all) {
-        session.submit({RepositoryRequest::Get, one.planned.source, one.replacement->path()},
+        session.submit({RepositoryRequest::Get, one.planned.entry, one.replacement->path()},
                        [&one, &left](const RequestOutcome &outcome) {
                            one.outcome = outcome;
                            --left;
@@ -221,7 +225,7 @@ QList<PlannedItem> ItemRestorer::fetchBeside(const QList<PlannedItem> &files, co
     return missing;
 }
 
-void ItemRestorer::putFetchedInPlace(const std::function<void(const PlannedItem &)> &failed)
+void ItemRestorer::putFetchedInPlace(const Told &told)
 {
     if (fetched.empty()) {
         return;
@@ -233,9 +237,11 @@ void ItemRestorer::putFetchedInPlace(const std::function<void(const PlannedItem 
     const QList<bool> replaced = Replacement::replaceAll(waiter, all);
     for (qsizetype number = 0; number < all.size(); ++number) {
         const PlannedItem &planned = fetched[number].first;
-        if (!replaced.at(number)) {
+        if (replaced.at(number)) {
+            told(planned, std::nullopt);
+        } else {
             keep({}, planned.item.livePath());
-            failed(planned);
+            told(planned, QString());
         }
     }
     fetched.clear();

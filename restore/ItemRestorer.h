@@ -3,9 +3,12 @@
 #include "restore/DatabaseRestore.h"
 #include "restore/RestorePlanner.h"
 
+#include <QHash>
+
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -34,13 +37,18 @@ public:
     /// paused.
     bool restore(const PlannedItem &planned);
 
+    /// What becomes of an item: nothing when it was put back, else why it was not.
+    using Told = std::function<void(const PlannedItem &, const std::optional<QString> &why)>;
+
+    /// Why the item was not put back.
+    QString fault(const PlannedItem &planned) const { return faults.value(planned.item.livePath()); }
+
     /// Remember the databases that were put back as a whole since the last call; their modules have to be
     /// paused still.
     void rememberDatabases(StagingArea &staging);
 
-    /// Put plain files back, many at a time; `failed` is told of each that was not.
-    void restoreFiles(const QList<PlannedItem> &files,
-                      const std::function<void(const PlannedItem &)> &failed);
+    /// Put plain files back, many at a time; `told` is told of each.
+    void restoreFiles(const QList<PlannedItem> &files, const Told &told);
 
 private:
     QStringList prepareAll(const QList<PlannedItem> &all);
@@ -58,7 +66,8 @@ private:
     QList<PlannedItem> fetchBeside(const QList<PlannedItem> &files, const Refuse &refuse);
     QString faultOf(const Fetched &one);
     qsizetype batchSize() const;
-    void putFetchedInPlace(const std::function<void(const PlannedItem &)> &failed);
+    void putFetchedInPlace(const Told &told);
+    bool isAcceptable(const PlannedItem &planned);
     bool keep(const QString &reason, const QString &target);
 
     RepositorySession &session;
@@ -67,6 +76,7 @@ private:
     QList<PlannedItem> restoredDatabases;                          ///< as a whole, and not remembered yet
     /// Plain files that were fetched beside their live ones.
     std::vector<std::pair<PlannedItem, std::unique_ptr<Replacement>>> fetched;
+    QHash<QString, QString> faults; ///< by live path
     qint64 filesEver = 0;
     qint64 bytesEver = 0; ///< of these
 };

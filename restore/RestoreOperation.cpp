@@ -1,6 +1,7 @@
 #include "restore/RestoreOperation.h"
 
 #include "catalogue/ItemNames.h"
+#include "outcome/OperationReport.h"
 #include "pause/PauseKeeper.h"
 #include "platform/core/Middleware.h"
 #include "platform/core/Waiter.h"
@@ -16,10 +17,9 @@
 #include <QFile>
 #include <QFileInfo>
 
-namespace {
+#include <algorithm>
 
-/// The most bytes of a migration program.
-constexpr qint64 largestProgram = qint64{256} * 1024 * 1024;
+namespace {
 
 /// Databases that are prepared at once, and the compressed bytes of their dumps, before no more are added.
 constexpr qsizetype mostPrepared = 8;
@@ -27,11 +27,15 @@ constexpr qint64 mostPreparedBytes = qint64{4} * 1024 * 1024;
 
 } // namespace
 
+using Outcome::Code;
+using Phase = OperationReport::Phase;
+using Step = OperationReport::Step;
+
 RestoreOperation::RestoreOperation(const OperationContext &context)
     : context(context), staging(context.modules, context.waiter)
 {
     if (context.repository) {
-        session = std::make_unique<RepositorySession>(context.repository, context.middleware, context.waiter);
+        session = std::make_unique<RepositorySession>(context.repository, context.waiter);
         fetcher = std::make_unique<FetchAhead>(*session);
         restorer = std::make_unique<ItemRestorer>(*session, context.waiter);
     }
@@ -45,6 +49,7 @@ void RestoreOperation::startRestoreFromRepository()
     if (!isPossible() || !prepare()) {
         return;
     }
+    context.report.enter(Phase::Reading);
     RestorePlanner planner(context, *session, staging);
     const bool planned = planner.getFromRepository();
     if (context.isBrokenOff("restore")) {
@@ -54,7 +59,12 @@ void RestoreOperation::startRestoreFromRepository()
         logError("Error when downloading data from repository: Aborting restore operations");
         return;
     }
-    plan = planner.plan();
+    takePlan(planner);
+    if (context.options.dryRun) {
+        staging.rememberedDigests().store();
+        return;
+    }
+    beginRestoring();
     fetcher->begin(itemsToFetch());
     runPasses();
     staging.rememberedDigests().store();
@@ -68,14 +78,16 @@ bool RestoreOperation::isPossible()
 {
     if (!context.enabled) {
         logDebug("Save/Restore is disabled: abort restore operations.");
-        context.middleware.showFailure("Save/Restore is disabled: abort restore operations.");
+        context.showFailure("Save/Restore is disabled: abort restore operations.");
+        context.report.end(Code::Disabled);
         return false;
     }
     if (!session) {
-        context.middleware.reportFailure("Repository URL not provided!");
+        context.reportFailure("Repository URL not provided!");
+        context.report.end(Code::NoRepository);
         return false;
     }
-    const bool usable = session->isUsable("restore");
+    const bool usable = context.isUsable(*session, "restore");
     return !context.isBrokenOff("restore") && usable;
 }
 
@@ -87,15 +99,20 @@ bool RestoreOperation::prepare()
         return false;
     }
     if (!modulesKnown) {
-        context.middleware.reportFailure("The modules to restore are not known: abort restore operations.");
+        context.reportFailure("The modules to restore are not known: abort restore operations.");
+        context.report.end(Code::ModulesUnknown);
         return false;
     }
     context.modules.completeSaveGroups();
+    if (!context.knowsModules()) {
+        return false;
+    }
     logDebug("Cleaning restore directory: %1", DevicePaths::restoreDirectory());
     const bool cleaned =
         WorkingDirectory::cleanRestoreDirectory(context.waiter) && staging.cleanSaveDirectory();
     if (!cleaned) {
-        context.middleware.reportFailure("Data could not be staged: abort restore operations.");
+        context.reportFailure("Data could not be staged: abort restore operations.");
+        context.report.end(Code::StagingFull);
     }
     return cleaned;
 }
@@ -127,7 +144,7 @@ QList<PlannedItem> RestoreOperation::itemsToFetch()
         }
     };
     for (const auto priority : priorities()) {
-        for (const QStringList &group : context.modules.groups()) {
+        for (const QStringList &group : context.groups()) {
             forEachItem(group, priorityName(priority), DatabaseItem, add);
             forEachItem(group, priorityName(priority), DirectoryItem, add);
         }
@@ -146,7 +163,7 @@ void RestoreOperation::runPasses()
 void RestoreOperation::startRestoreFromRepositoryForPriority(RestorableObject::RestorablePriority priority)
 {
     QSet<QString> done;
-    const QList<QStringList> groups = context.modules.groups();
+    const QList<QStringList> groups = context.groups();
     for (qsizetype number = 0; number < groups.size(); ++number) {
         if (context.waiter.mustEnd()) {
             return;
@@ -167,7 +184,7 @@ void RestoreOperation::startRestoreFromRepositoryForPriority(RestorableObject::R
 /// loaded side by side. One that fails ahead, for want of room say, is tried again in its turn.
 void RestoreOperation::prepareDatabases(qsizetype group, const QSet<QString> &done)
 {
-    const QList<QStringList> groups = context.modules.groups();
+    const QList<QStringList> groups = context.groups();
     QList<PlannedItem> own;
     QList<PlannedItem> ahead;
     qint64 size = 0;
@@ -207,16 +224,24 @@ void RestoreOperation::restoreGroup(const QStringList &group, const QStringList 
                                     RestorableObject::RestorablePriority priority)
 {
     const QString name = priorityName(priority);
+    context.report.setModules(group);
     if (priority == RestorableObject::high) {
+        context.report.note(group, Step::Asked);
         const Pause pause =
             context.pauses.stopModules(context.modules.processesOf(group), false, context.waiter);
-        if (!pause.holds() && !context.waiter.mustEnd()) {
+        if (pause.holds()) {
+            context.report.note(group, Step::Paused);
+        } else if (!context.waiter.mustEnd()) {
             logWarning("The data of module(s) %1 are restored while they run", group.join(' '));
         }
         restoreItems(modules, name, DatabaseItem);
         if (pause.holds()) {
             restorer->rememberDatabases(staging);
         }
+        context.report.note(group, Step::Copied);
+    }
+    if (priority == RestorableObject::high) {
+        context.report.note(group, Step::Resumed);
     }
     forEachItem(modules, name, DatabaseItem,
                 [this](const PlannedItem &planned) { fetcher->release(planned); });
@@ -241,9 +266,8 @@ void RestoreOperation::forEachItem(const QStringList &modules, const QString &pr
 void RestoreOperation::restoreItems(const QStringList &modules, const QString &priorityName,
                                     RestorableItemKind kind)
 {
-    const auto note = [this](const PlannedItem &planned) {
-        ++failedItems;
-        failedModules << planned.item.getModule();
+    const auto told = [this](const PlannedItem &planned, const std::optional<QString> &why) {
+        reportDone(planned, why);
     };
     QList<PlannedItem> files;
     forEachItem(modules, priorityName, kind, [&](const PlannedItem &planned) {
@@ -254,75 +278,30 @@ void RestoreOperation::restoreItems(const QStringList &modules, const QString &p
         if (kind == DirectoryItem) {
             fetcher->require({planned});
         }
-        if (!restorer->restore(planned)) {
-            note(planned);
-        }
+        const bool restored = restorer->restore(planned);
+        reportDone(planned, restored ? std::nullopt : std::optional(restorer->fault(planned)));
         if (kind == DirectoryItem) {
             fetcher->release(planned);
         }
     });
-    restorer->restoreFiles(files, note);
-}
-
-/// The modules whose saved data are of another release or version than the installed module.
-QList<Migration> RestoreOperation::checkVersions() const
-{
-    QList<Migration> migrations;
-    for (const RestorableObject &object : context.modules.objects()) {
-        const auto module = plan.constFind(object.getName());
-        if (module == plan.cend()) {
-            continue;
-        }
-        const auto migration =
-            neededMigration(object.getName(), module->version, object.getRelease(), object.getVersion());
-        if (migration) {
-            logDebug("Add module to migration list: %1", migration->text());
-            migrations << *migration;
-        }
-    }
-    return migrations;
-}
-
-/// A module is migrated when all its data were put back: a program must not meet data of two releases.
-void RestoreOperation::startMigrations()
-{
-    if (!context.priorities.high) {
-        return;
-    }
-    for (const Migration &migration : checkVersions()) {
-        if (context.waiter.mustEnd()) {
-            return;
-        }
-        if (failedModules.contains(migration.module) || !plan[migration.module].complete) {
-            logWarning("Module '%1' is not migrated: not all of its data were restored", migration.module);
-            continue;
-        }
-        logDebug("Start migration process for module '%1' : '%2' -> '%3'", migration.module,
-                 migration.saved.release, migration.release);
-        const QString program = ItemNames::migrationProgramName(migration.module);
-        const QString path = DevicePaths::fetched(program);
-        if (session->getFileAndWait(program, path, largestProgram).kind == RequestOutcome::Failed) {
-            logError("Could not fetch '%1' from the repository", program);
-        }
-        context.middleware.asyncRemoteCall(
-            "ApplicationManager", "migratForRestore",
-            {migration.module, migration.saved.release, migration.saved.release});
-        QFile::remove(path);
-    }
+    restorer->restoreFiles(files, told);
 }
 
 void RestoreOperation::finish()
 {
+    if (failedItems > 0 && session->lacksAnswers()) {
+        context.report.end(Code::Unreachable);
+    }
     if (!fetcher->failure().isEmpty()) {
-        context.middleware.showFailure("Error while downloading files.", fetcher->failure());
+        context.showFailure("Error while downloading files.", fetcher->failure());
     }
     if (failedItems > 0) {
-        context.middleware.showFailure(
+        context.showFailure(
             "Error while restoring data.",
             QString("%1 items could not be restored and stay as they were.").arg(failedItems));
     }
     QString groups;
-    for (const QStringList &group : context.modules.groups()) {
+    for (const QStringList &group : context.groups()) {
         groups += group.join(':') + ":";
     }
     logInfo("Restore finished (%1)", groups);

@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 class FetchAhead;
 class ItemRestorer;
@@ -27,12 +28,21 @@ public:
     RestoreOperation(const RestoreOperation &) = delete;
     RestoreOperation &operator=(const RestoreOperation &) = delete;
 
-    /// Run the restore; what came of it is told by the log, pop-ups and the event "restore_finished".
+    /// Run the restore; what came of it is told by the report, the log, pop-ups and the event
+    /// "restore_finished". When nothing is to be changed, the report and the preview tell what a restore
+    /// would do.
     void startRestoreFromRepository();
+
+    const PreviewList &preview() const { return previewed; }
 
 private:
     bool isPossible();
     bool prepare();
+    void takePlan(const RestorePlanner &planner);
+    void checkEntries();
+    void reportPreview() const;
+    void beginRestoring() const;
+    void reportDone(const PlannedItem &planned, const std::optional<QString> &why);
     QList<RestorableObject::RestorablePriority> priorities() const;
     QList<PlannedItem> itemsToFetch();
     void runPasses();
@@ -53,6 +63,7 @@ private:
     std::unique_ptr<ItemRestorer> restorer;
     StagingArea staging;
     RestorePlan plan;
+    PreviewList previewed;
     QSet<QString> triedAhead;    ///< live paths of databases that were prepared before their group's turn
     QSet<QString> failedModules; ///< modules with an item that could not be put back
     int failedItems = 0;

@@ -2,15 +2,20 @@
 
 #include "catalogue/ItemNames.h"
 #include "catalogue/ModulesList.h"
-#include "platform/core/Middleware.h"
+#include "outcome/OperationReport.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "restorable/KnownModules.h"
+#include "restore/LiveData.h"
 #include "staging/OperationContext.h"
 #include "staging/StagingArea.h"
 
 #include <QFile>
+
+#include <sys/stat.h>
+
+const char *const RestorePlanner::lowerPriority = "Its priority is not restored";
 
 RestorePlanner::RestorePlanner(const OperationContext &context, RepositorySession &session,
                                StagingArea &staging)
@@ -37,8 +42,9 @@ bool RestorePlanner::getFromRepository()
         takeSavedState(module);
     }
     for (const RestorableObject &object : context.modules.objects()) {
-        if (!modules->contains(object.getName())) {
+        if (!modules->contains(object.getName()) && context.options.concerns(object.getName())) {
             logWarning("Module '%1' is left out: it is not on the list of saved modules", object.getName());
+            leaveOut(object.getName(), "It is not on the list of saved modules");
         }
     }
     saved.emplace(savedLines);
@@ -47,7 +53,7 @@ bool RestorePlanner::getFromRepository()
         planModule(module);
     }
     if (!failure.isEmpty() && !context.waiter.mustEnd()) {
-        context.middleware.showFailure("Error while downloading files.", failure);
+        context.showFailure("Error while downloading files.", failure);
     }
     return true;
 }
@@ -55,7 +61,7 @@ bool RestorePlanner::getFromRepository()
 bool RestorePlanner::isHere(const QString &module) const
 {
     const RestorableObject *object = context.modules.findObject(module);
-    return object != nullptr && object->hasItems();
+    return object != nullptr && object->hasItems() && context.options.concerns(module);
 }
 
 /// Which entries plain files have depends on the checksum files of all saved modules, also of those that are
@@ -85,10 +91,19 @@ std::optional<QStringList> RestorePlanner::takeModulesList()
     }
     if (!context.waiter.mustEnd()) {
         logError("Error in opening local file '%1/modules-list.sav'", DevicePaths::restoreDirectory());
-        context.middleware.showFailure("Error while downloading files.",
-                                       "Could not retrieve list of saved applications.");
+        context.showFailure("Error while downloading files.",
+                            "Could not retrieve list of saved applications.");
+        context.report.end(outcome.kind == RequestOutcome::Absent      ? Outcome::Code::NothingSaved
+                           : outcome.cause == RequestOutcome::NoAnswer ? Outcome::Code::Unreachable
+                                                                       : Outcome::Code::Failed,
+                           list.fault.isEmpty() ? outcome.text : list.fault);
     }
     return std::nullopt;
+}
+
+void RestorePlanner::leaveOut(const QString &module, const QString &why)
+{
+    previewed << PreviewedItem{module, {}, "keep", why};
 }
 
 void RestorePlanner::noteFailure(const QString &text)
@@ -103,8 +118,10 @@ void RestorePlanner::takeSavedState(const QString &module)
         return;
     }
     const bool here = isHere(module);
-    if (takeLines(module, here) && here && (!takeVersion(module) || !takeAttributes(module))) {
+    const bool known = takeLines(module, here) && (!here || (takeVersion(module) && takeAttributes(module)));
+    if (!known && here) {
         modulePlans.remove(module);
+        leaveOut(module, "What was saved of it is not known");
     }
 }
 
@@ -175,10 +192,16 @@ void RestorePlanner::stage()
     const QStringList modules = modulePlans.keys();
     staging.rememberedDigests().begin(context.waiter, context.repository->getRepositoryUrl(),
                                       RememberedDigests::Purpose::Restore);
+    const auto databaseBytes = static_cast<quint64>(staging.sizeOfDatabases(modules));
+    const quint64 fileBytes = staging.measureFiles(
+        modules, {}, [&report = context.report](quint64 bytes) { report.advance(bytes); });
+    context.report.enter(OperationReport::Phase::Comparing, databaseBytes + fileBytes);
     for (const QString &module : modules) {
+        context.report.setModules({module});
         staging.makeRoomFor({module});
         staging.copyDatabasesIntoTemp({module});
         staging.stageDatabases({module});
+        context.report.advance(static_cast<quint64>(staging.sizeOfDatabases({module})));
     }
     staging.finishDatabases();
     for (const auto priority : {RestorableOrder::high, RestorableOrder::normal, RestorableOrder::low}) {
@@ -193,29 +216,50 @@ void RestorePlanner::planModule(const QString &module)
     }
     // Of what is on the device alone, and of what the repository does not vouch for, nothing can be restored.
     ChecksumLines promised = savedLines.value(module);
-    promised.removeIf([](const ChecksumLine &line) { return line.digest().isEmpty(); });
+    promised.removeIf([&](const ChecksumLine &line) {
+        if (line.digest().isEmpty()) {
+            previewed << PreviewedItem{module, line.key(), "keep", "The repository does not vouch for it"};
+        }
+        return line.digest().isEmpty();
+    });
     const ChecksumEntries entries = compareChecksumLines(staging.lines().value(module), promised, false);
     QMap<QString, ChecksumLine> lines;
     for (const ChecksumLine &line : std::as_const(promised)) {
         lines.insert(line.identity(), line);
     }
     for (const ChecksumLine &line : std::as_const(lines)) {
-        if (context.waiter.mustEnd()) {
-            return;
+        if (!context.waiter.mustEnd()) {
+            planLine(module, line, entries.value(line.identity()));
         }
-        const ChecksumEntry entry = entries.value(line.identity());
-        const auto item = SavedItem::parse(module, line);
-        if (!item) {
-            logError("Item '%1' of module '%2' in the repository is refused: it is none of this module's",
-                     line.key(), module);
-        } else if (entry.status == Same) {
-            logDebug("Same file '%1': no need to restore", line.key());
-        } else if (const auto planned = planItem({item->getKind(), module, item->getPath(), entry.priority},
-                                                 line.digest(), saved->entry(module, line))) {
-            modulePlans[module].items << *planned;
+    }
+}
+
+void RestorePlanner::planLine(const QString &module, const ChecksumLine &line, const ChecksumEntry &entry)
+{
+    const auto item = SavedItem::parse(module, line);
+    const auto note = [&](const char *action, const char *why = "") {
+        previewed << PreviewedItem{module, item ? item->getPath() : line.key(), action, why};
+    };
+    if (!item) {
+        logError("Item '%1' of module '%2' in the repository is refused: it is none of this module's",
+                 line.key(), module);
+        note("keep", "Refused: it is none of this module's");
+    } else if (entry.status == Same) {
+        logDebug("Same file '%1': no need to restore", line.key());
+        note("same");
+    } else if (const auto planned = planItem({item->getKind(), module, item->getPath(), entry.priority},
+                                             line.digest(), saved->entry(module, line))) {
+        modulePlans[module].items << *planned;
+        if (!context.priorities.names().contains(entry.priority)) {
+            note("keep", lowerPriority);
+        } else if (!LiveData::belongsToModule(planned->item.livePath(), module)) {
+            note("keep", "Refused: it does not lie below the module's data");
         } else {
-            modulePlans[module].complete = false;
+            note(planned->isNew ? "create" : "replace");
         }
+    } else {
+        modulePlans[module].complete = false;
+        note("keep", "Where the repository holds it is not known");
     }
 }
 
@@ -234,8 +278,14 @@ std::optional<PlannedItem> RestorePlanner::planItem(const SavedItem &item, const
         noteFailure(QString("Could not fetch '%1' from the repository").arg(entry));
         return std::nullopt;
     }
-    if (item.getKind() == FileItem) {
-        return PlannedItem{item, digest, entry, attributesOf(item)};
-    }
-    return PlannedItem{item, digest, DevicePaths::fetched(entry), attributesOf(item)};
+    struct stat status = {};
+    const bool isNew = lstat(QFile::encodeName(item.livePath()).constData(), &status) != 0;
+    const bool sized = !isNew && S_ISREG(status.st_mode);
+    return PlannedItem{item,
+                       digest,
+                       entry,
+                       item.getKind() == FileItem ? QString() : DevicePaths::fetched(entry),
+                       attributesOf(item),
+                       isNew,
+                       sized ? static_cast<quint64>(status.st_size) : 0};
 }

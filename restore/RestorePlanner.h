@@ -5,6 +5,7 @@
 #include "catalogue/SavedEntries.h"
 #include "catalogue/SavedItem.h"
 #include "catalogue/SavedVersion.h"
+#include "outcome/ItemListing.h"
 #include "repository/ControlFiles.h"
 
 #include <QList>
@@ -23,9 +24,11 @@ struct PlannedItem
 {
     SavedItem item;
     QString digest; ///< of the file, the uncompressed archive or the database, as the repository promises it
-    QString source; ///< where the archive or dump lies that is to be fetched; of a plain file the name of its
-                    ///< entry
+    QString entry;  ///< under which the repository holds it
+    QString source; ///< where the archive or dump lies that is to be fetched; of a plain file nothing
     std::optional<FileAttributes> attributes; ///< of a file or database, when they were saved
+    bool isNew = false;                       ///< there is nothing of it on the device
+    quint64 bytes = 0;                        ///< of what is on the device, as far as they are known
 };
 
 /// What a restore is to put back of one module.
@@ -53,6 +56,12 @@ public:
 
     const RestorePlan &plan() const { return modulePlans; }
 
+    /// Why an item is kept that could be restored.
+    static const char *const lowerPriority;
+
+    /// What becomes of each item, whether it is in the plan or not.
+    const PreviewList &preview() const { return previewed; }
+
 private:
     void askFor(const QString &module);
     std::optional<QStringList> takeModulesList();
@@ -62,6 +71,8 @@ private:
     bool takeLines(const QString &module, bool here);
     bool isHere(const QString &module) const;
     void planModule(const QString &module);
+    void planLine(const QString &module, const ChecksumLine &line, const ChecksumEntry &entry);
+    void leaveOut(const QString &module, const QString &why);
     std::optional<PlannedItem> planItem(const SavedItem &item, const QString &digest, const QString &entry);
     std::optional<FileAttributes> attributesOf(const SavedItem &item) const;
     void stage();
@@ -77,5 +88,6 @@ private:
     bool entriesKnown =
         true; ///< the checksum files of all listed modules are known, and so are their entries
     RestorePlan modulePlans;
+    PreviewList previewed;
     QString failure; ///< text of the last failed request
 };

@@ -2,8 +2,8 @@
 
 #include "catalogue/ItemNames.h"
 #include "catalogue/SavedVersion.h"
+#include "outcome/OperationReport.h"
 #include "pause/PauseKeeper.h"
-#include "platform/core/Middleware.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
@@ -17,11 +17,17 @@
 #include <QFile>
 #include <QSet>
 
+#include <algorithm>
+
+using Outcome::Code;
+using Phase = OperationReport::Phase;
+using Step = OperationReport::Step;
+
 SaveOperation::SaveOperation(const OperationContext &context)
     : context(context), staging(context.modules, context.waiter)
 {
     if (context.repository) {
-        session = std::make_unique<RepositorySession>(context.repository, context.middleware, context.waiter);
+        session = std::make_unique<RepositorySession>(context.repository, context.waiter);
     }
 }
 
@@ -38,7 +44,8 @@ bool SaveOperation::startSaveOnRepository()
     if (!prepare()) {
         return false;
     }
-    const PreviousState previous = PreviousState::fetch(*session, context.modules);
+    context.report.enter(Phase::Reading);
+    const SavedState previous = SavedState::fetch(*session, context.modules);
     if (context.isBrokenOff("backup") || !stage(previous) || context.isBrokenOff("backup")) {
         return false;
     }
@@ -55,15 +62,17 @@ bool SaveOperation::isPossible()
 {
     if (!context.enabled) {
         logWarning("Save/Restore is disabled: abort backup operations.");
-        context.middleware.showFailure("Save/Restore is disabled: abort.");
+        context.showFailure("Save/Restore is disabled: abort.");
+        context.report.end(Code::Disabled);
         return false;
     }
     if (!session) {
         logWarning("Repository URL not provided!");
-        context.middleware.showFailure("Repository URL not provided!");
+        context.showFailure("Repository URL not provided!");
+        context.report.end(Code::NoRepository);
         return false;
     }
-    const bool usable = session->isUsable("backup");
+    const bool usable = context.isUsable(*session, "backup");
     return !context.isBrokenOff("backup") && usable;
 }
 
@@ -75,17 +84,31 @@ bool SaveOperation::prepare()
     }
     const bool noneLeft = context.modules.objects().isEmpty() && !context.modules.groups().isEmpty();
     if (!asked || noneLeft) {
-        context.middleware.reportFailure("The modules to save are not known: abort backup operations.");
+        context.reportFailure("The modules to save are not known: abort backup operations.");
+        context.report.end(Code::ModulesUnknown);
         return false;
     }
     context.modules.completeSaveGroups();
+    if (!context.knowsModules()) {
+        return false;
+    }
+    widenToGroups();
     const bool cleaned =
         WorkingDirectory::cleanRestoreDirectory(context.waiter) && staging.cleanSaveDirectory();
     if (!cleaned || !stageVersionFiles()) {
-        context.middleware.reportFailure("Data could not be staged: abort backup operations.");
+        context.reportFailure("Data could not be staged: abort backup operations.");
+        context.report.end(Code::StagingFull);
         return false;
     }
     return true;
+}
+
+/// Data of modules that are paused together belong together.
+void SaveOperation::widenToGroups()
+{
+    if (!context.options.modules.isEmpty()) {
+        context.options.modules = context.groupedModules();
+    }
 }
 
 bool SaveOperation::stageVersionFiles() const
@@ -102,9 +125,12 @@ bool SaveOperation::stageVersionFiles() const
 }
 
 /// Nothing is staged when nothing may be stored.
-bool SaveOperation::stage(const PreviousState &previous)
+bool SaveOperation::stage(const SavedState &previous)
 {
-    staging.makeArtefacts(previous.lines);
+    damaged.removeIf([&](const ItemIdentity &item) { return !isConcerned(item, previous); });
+    if (!context.options.dryRun) {
+        staging.makeArtefacts(withoutDigests(previous.lines, damaged));
+    }
     if (!previous.isUsable) {
         return true;
     }
@@ -116,13 +142,32 @@ bool SaveOperation::stage(const PreviousState &previous)
     return staged;
 }
 
-bool SaveOperation::runPasses(const PreviousState &previous)
+/// True for an item that the repository has, of a module and a priority that are saved this time.
+bool SaveOperation::isConcerned(const ItemIdentity &item, const SavedState &previous) const
+{
+    const auto &[module, identity] = item;
+    const ChecksumLines lines = previous.lines.value(module);
+    const auto line = std::ranges::find(lines, identity, &ChecksumLine::identity);
+    return line != lines.end() && context.options.concerns(module) &&
+           context.modules.findObject(module) != nullptr &&
+           context.priorities.names().contains(line->priority());
+}
+
+bool SaveOperation::runPasses(const SavedState &previous)
 {
     const Priorities &priorities = context.priorities;
+    const QStringList modules = context.groupedModules();
+    context.report.enter(Phase::Copying, static_cast<quint64>(staging.sizeOfDatabases(modules)));
+    const quint64 fileBytes = staging.measureFiles(
+        modules, priorities, [&report = context.report](quint64 bytes) { report.advance(bytes); });
+    const auto save = [&](RestorableObject::RestorablePriority priority) {
+        return startSaveOnRepositoryForPriority(priority, fileBytes);
+    };
     if (priorities.high) {
         logDebug("Start saving High Priority data");
-        if (!startSaveOnRepositoryForPriority(RestorableObject::high) && !context.waiter.mustEnd()) {
+        if (!save(RestorableObject::high) && !context.waiter.mustEnd()) {
             logError("Saving High Priority data failed: aborting save/restore");
+            context.report.end(Code::PauseFailed);
             return false;
         }
         logDebug("Saving migration binaries");
@@ -131,21 +176,22 @@ bool SaveOperation::runPasses(const PreviousState &previous)
     }
     if (priorities.normal && !context.waiter.mustEnd()) {
         logDebug("Start saving Normal Priority data");
-        startSaveOnRepositoryForPriority(RestorableObject::normal);
+        save(RestorableObject::normal);
     }
     if (priorities.low && !context.waiter.mustEnd()) {
         logDebug("Start saving Low Priority data");
-        startSaveOnRepositoryForPriority(RestorableObject::low);
+        save(RestorableObject::low);
     }
     return true;
 }
 
-bool SaveOperation::startSaveOnRepositoryForPriority(RestorableObject::RestorablePriority priority)
+bool SaveOperation::startSaveOnRepositoryForPriority(RestorableObject::RestorablePriority priority,
+                                                     quint64 fileBytes)
 {
     const bool high = priority == RestorableObject::high;
     QSet<QString> done;
     logDebug("saving order size: %1", context.modules.groups().size());
-    for (const QStringList &group : context.modules.groups()) {
+    for (const QStringList &group : context.groups()) {
         logDebug("Starting save for module(s) '%1'", group.join(' '));
         QStringList modules = group;
         modules.removeIf([&](const QString &module) { return done.contains(module); });
@@ -157,6 +203,7 @@ bool SaveOperation::startSaveOnRepositoryForPriority(RestorableObject::Restorabl
     if (high) {
         staging.finishDatabases();
     }
+    context.report.enter(Phase::Staging, fileBytes);
     logDebug("Saving files (%1)", priorityName(priority));
     staging.stageFiles(done.values(), priority);
     logDebug("Saving done");
@@ -166,27 +213,34 @@ bool SaveOperation::startSaveOnRepositoryForPriority(RestorableObject::Restorabl
 /// While the next group is paused, the databases of this one are staged.
 bool SaveOperation::stageGroupDatabases(const QStringList &group, const QStringList &modules)
 {
+    OperationReport &report = context.report;
+    report.setModules(group);
     staging.makeRoomFor(modules);
     {
+        report.note(group, Step::Asked);
         const Pause pause =
             context.pauses.stopModules(context.modules.processesOf(group), true, context.waiter);
         if (!pause.holds()) {
             logDebug("Stopping modules failed: abort save/restore");
             return false;
         }
+        report.note(group, Step::Paused);
         logDebug("Stopping modules done");
         logDebug("Presaving databases");
         staging.copyDatabasesIntoTemp(modules);
+        report.note(group, Step::Copied);
         logDebug("Presaving done");
         logDebug("Unstopping modules");
     }
+    report.note(group, Step::Resumed);
+    report.advance(static_cast<quint64>(staging.sizeOfDatabases(modules)));
     logDebug("Unstopping done");
     logDebug("Saving databases");
     staging.stageDatabases(modules);
     return true;
 }
 
-void SaveOperation::saveMigrationBinaries(const PreviousState &previous)
+void SaveOperation::saveMigrationBinaries(const SavedState &previous)
 {
     for (auto version = previous.versions.cbegin(); version != previous.versions.cend(); ++version) {
         const QString &module = version.key();
@@ -221,18 +275,43 @@ bool SaveOperation::isMigrationProgramNewer(const QString &module, const Request
     return false;
 }
 
-void SaveOperation::postOnRepository(const PreviousState &previous)
+void SaveOperation::postOnRepository(const SavedState &previous)
 {
-    Upload upload(*session, context.modules, context.waiter, previous,
-                  {staging.lines(), context.priorities, migrationPrograms});
-    upload.postOnRepository();
-    const QList<UploadFailure> &failures = upload.failures();
+    for (const GroupTimes &group : context.report.groups()) {
+        context.report.note(group.modules, Step::Staged);
+    }
+    Upload upload(*session, context, previous, {staging.lines(), damaged, migrationPrograms});
+    if (context.options.dryRun) {
+        upload.preview();
+    } else {
+        upload.postOnRepository();
+    }
+    const QList<EntryFailure> &failures = upload.failures();
     if (failures.isEmpty() || context.waiter.mustEnd()) {
         return;
     }
+    reportFailures(failures, previous.isUsable);
     const QString detail =
         QString("%1 could not be saved, first %2: %3")
             .arg(QString::number(failures.size()), failures.first().what, failures.first().text);
     logError("Error while uploading files: %1", detail);
-    context.middleware.showFailure("Error while uploading files.", detail);
+    context.showFailure("Error while uploading files.", detail);
+}
+
+void SaveOperation::reportFailures(const QList<EntryFailure> &failures, bool usable) const
+{
+    for (const EntryFailure &failure : failures) {
+        context.report.noteFailed({failure.module, failure.item, failure.text});
+    }
+    const auto endFor = [&](RequestOutcome::Cause cause, Code code) {
+        const auto found = std::ranges::find(failures, cause, &EntryFailure::cause);
+        if (found != failures.end()) {
+            context.report.end(code, found->text);
+        }
+    };
+    endFor(RequestOutcome::NoAnswer, Code::Unreachable);
+    endFor(RequestOutcome::NoRoom, Code::RepositoryFull);
+    if (!usable) {
+        context.report.end(Code::Failed, failures.first().text);
+    }
 }

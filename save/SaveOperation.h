@@ -1,9 +1,11 @@
 #pragma once
 
+#include "catalogue/SavedItem.h"
 #include "restorable/RestorableObject.h"
 #include "staging/OperationContext.h"
 #include "staging/StagingArea.h"
 
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -11,7 +13,8 @@
 
 class RepositorySession;
 struct RequestOutcome;
-struct PreviousState;
+struct EntryFailure;
+struct SavedState;
 
 /// One save, from the checks at its beginning to the report of its upload. Everything that belongs to the run
 /// is in it.
@@ -24,6 +27,9 @@ public:
     SaveOperation(const SaveOperation &) = delete;
     SaveOperation &operator=(const SaveOperation &) = delete;
 
+    /// Send again what is damaged in the repository.
+    void repair(const QSet<ItemIdentity> &items) { damaged = items; }
+
     /// Run the save. False when it was refused or broken off; when items could not be stored a pop-up says
     /// so, and it is still true.
     bool startSaveOnRepository();
@@ -31,17 +37,21 @@ public:
 private:
     bool isPossible();
     bool prepare();
-    bool stage(const PreviousState &previous);
+    bool stage(const SavedState &previous);
     bool stageVersionFiles() const;
-    bool runPasses(const PreviousState &previous);
-    bool startSaveOnRepositoryForPriority(RestorableObject::RestorablePriority priority);
+    bool runPasses(const SavedState &previous);
+    bool startSaveOnRepositoryForPriority(RestorableObject::RestorablePriority priority, quint64 fileBytes);
     bool stageGroupDatabases(const QStringList &group, const QStringList &modules);
-    void saveMigrationBinaries(const PreviousState &previous);
+    void widenToGroups();
+    bool isConcerned(const ItemIdentity &item, const SavedState &previous) const;
+    void saveMigrationBinaries(const SavedState &previous);
     bool isMigrationProgramNewer(const QString &module, const RequestOutcome &fetched);
-    void postOnRepository(const PreviousState &previous);
+    void postOnRepository(const SavedState &previous);
+    void reportFailures(const QList<EntryFailure> &failures, bool usable) const;
 
     OperationContext context;
     std::unique_ptr<RepositorySession> session;
     StagingArea staging;
+    QSet<ItemIdentity> damaged;
     QStringList migrationPrograms; ///< modules whose migration program the repository is to receive
 };

@@ -2,6 +2,7 @@
 
 #include "catalogue/ItemNames.h"
 #include "commands/Digest.h"
+#include "outcome/OperationReport.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
@@ -22,10 +23,10 @@ SendResult Upload::resultOf(const RequestOutcome &outcome)
     return outcome.entryUntouched ? SendResult::Untouched : SendResult::Unknown;
 }
 
-Upload::Upload(RepositorySession &session, const KnownModules &modules, Waiter &waiter,
-               const PreviousState &previous, StagedData staged)
-    : session(session), modules(modules), waiter(waiter), previous(previous), staged(std::move(staged)),
-      unfinished(previous.unknown), failed(previous.failures)
+Upload::Upload(RepositorySession &session, const OperationContext &context, const SavedState &previous,
+               StagedData staged)
+    : session(session), context(context), waiter(context.waiter), previous(previous),
+      staged(std::move(staged)), unfinished(previous.unknown), failed(previous.failures)
 {
 }
 
@@ -44,16 +45,23 @@ void Upload::postOnRepository()
     }
 }
 
-void Upload::fail(const QString &what, const QString &text)
+void Upload::failEntry(const QString &entry, const QString &text, RequestOutcome::Cause cause)
 {
-    failed << UploadFailure{what, text};
+    failed << EntryFailure{"'" + entry + "'", text, cause, {}, entry};
+}
+
+void Upload::failItem(const PlannedSend &send, const QString &text, RequestOutcome::Cause cause)
+{
+    const QString module = send.item.getModule();
+    failed << EntryFailure{QString("'%1' of module '%2'").arg(send.line.key(), module), text, cause, module,
+                           send.item.getPath()};
 }
 
 void Upload::sendFile(const QString &path, const QString &entry, const std::function<void(SendResult)> &done)
 {
     session.submit({RepositoryRequest::Put, entry, path}, [=, this](const RequestOutcome &outcome) {
         if (!outcome.stored()) {
-            fail("'" + entry + "'", outcome.text);
+            failEntry(entry, outcome.text, outcome.cause);
         }
         done(resultOf(outcome));
     });
@@ -79,7 +87,7 @@ void Upload::sendChecksumFile(const ChecksumSend &file)
     const QString path = DevicePaths::staged(entry);
     if (!writeChecksumFile(path, file.lines)) {
         logError("Can not open CKSUM (%1) file for module %2", path, file.module);
-        fail("'" + entry + "'", QString("'%1' could not be written").arg(path));
+        failEntry(entry, QString("'%1' could not be written").arg(path));
         unfinished << file.module;
         return;
     }
@@ -98,7 +106,7 @@ bool Upload::stageFile(const QString &entry, const QByteArray &text)
     if (writeWholeFile(path, text)) {
         return true;
     }
-    fail("'" + entry + "'", QString("'%1' could not be written").arg(path));
+    failEntry(entry, QString("'%1' could not be written").arg(path));
     return false;
 }
 
@@ -115,7 +123,7 @@ void Upload::sendHeldChecksumFiles()
         }
     }
     for (const QString &module : plan->closeHeldFiles()) {
-        fail("'" + ItemNames::checksumFileName(module) + "'", "it depends on one that could not be saved");
+        failEntry(ItemNames::checksumFileName(module), "it depends on one that could not be saved");
         unfinished << module;
     }
     logDebug("Done: send cksum files to repository");
@@ -125,22 +133,26 @@ void Upload::removeDeletedFiles()
 {
     logDebug("Remove deleted files");
     if (!plan->settle()) {
-        fail("the checksum files", "what they may promise depends on a module that could not be saved");
+        failed << EntryFailure{"the checksum files",
+                               "what they may promise depends on a module that could not be saved"};
         unfinished += QSet<QString>(previous.lines.keyBegin(), previous.lines.keyEnd());
         return;
     }
     QList<EntryRemoval> failing;
+    QSet<ItemIdentity> gone;
     for (const EntryRemoval &removal : plan->takeRemovals()) {
         logDebug("Remove file: %1", removal.line.key());
         session.submit({RepositoryRequest::Remove, removal.entry, {}},
-                       [removal, &failing](const RequestOutcome &outcome) {
+                       [removal, &failing, &gone](const RequestOutcome &outcome) {
                            if (!outcome.stored()) {
                                logError("Could not remove '%1' from the repository", removal.entry);
                                failing << removal;
                            }
+                           gone << ItemIdentity(removal.module, removal.line.identity());
                        });
     }
     session.waitForRequests();
+    reportRemoved(gone);
     plan->noteRemovalsFailed(failing);
     logDebug("Done: remove deleted files");
 }
@@ -176,11 +188,12 @@ void Upload::sendFinalChecksumFiles()
 
 void Upload::sendVersionFiles()
 {
+    context.report.enter(OperationReport::Phase::Finishing);
     logDebug("Send version files to repository");
     // Names of what is not known depend on the list: it stays as it is then.
     QStringList names = previous.unknown.isEmpty() ? previous.listed : previous.listed + previous.gone;
-    for (const RestorableObject &object : modules.objects()) {
-        if (unfinished.contains(object.getName())) {
+    for (const RestorableObject &object : context.modules.objects()) {
+        if (unfinished.contains(object.getName()) || !context.options.concerns(object.getName())) {
             continue;
         }
         // Other modules' entries can depend on the list, so a module is on it even without its version.

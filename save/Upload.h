@@ -1,10 +1,10 @@
 #pragma once
 
 #include "catalogue/FileAttributes.h"
-#include "catalogue/Priorities.h"
 #include "save/CompletedLines.h"
-#include "save/PreviousState.h"
 #include "save/UploadPlan.h"
+#include "staging/OperationContext.h"
+#include "staging/SavedState.h"
 
 #include <QList>
 #include <QMap>
@@ -14,7 +14,6 @@
 #include <functional>
 #include <optional>
 
-class KnownModules;
 class RepositorySession;
 struct RequestOutcome;
 class Waiter;
@@ -23,9 +22,12 @@ class Waiter;
 struct StagedData
 {
     LinesByModule lines;
-    Priorities priorities;         ///< those that were staged
+    QSet<ItemIdentity> damaged;    ///< in the repository: to be stored again
     QStringList migrationPrograms; ///< modules whose migration program is to be stored, too
 };
+
+/// The lines, without the digests of these items.
+LinesByModule withoutDigests(LinesByModule lines, const QSet<ItemIdentity> &items);
 
 /// Brings what was staged into the repository, in phases:
 ///
@@ -45,19 +47,23 @@ class Upload
 {
 public:
     /// All must outlive the upload.
-    Upload(RepositorySession &session, const KnownModules &modules, Waiter &waiter,
-           const PreviousState &previous, StagedData staged);
+    Upload(RepositorySession &session, const OperationContext &context, const SavedState &previous,
+           StagedData staged);
 
     void postOnRepository();
 
+    /// Do nothing but report what would be stored and removed.
+    void preview();
+
     /// What could not be done, in order; empty when everything was.
-    const QList<UploadFailure> &failures() const { return failed; }
+    const QList<EntryFailure> &failures() const { return failed; }
 
 private:
     struct ReadySend
     {
         PlannedSend send;
         QString source; ///< local file
+        quint64 bytes = 0;
     };
 
     QMap<QString, AttributesByKey> readLiveAttributes() const;
@@ -86,15 +92,19 @@ private:
     void sendModulesList(const QStringList &names);
     static SendResult resultOf(const RequestOutcome &outcome);
     void sendFile(const QString &path, const QString &entry, const std::function<void(SendResult)> &done);
-    void fail(const QString &what, const QString &text);
+    void failEntry(const QString &entry, const QString &text, RequestOutcome::Cause cause = {});
+    void failItem(const PlannedSend &send, const QString &text, RequestOutcome::Cause cause = {});
+    void reportUnchanged() const;
+    void reportRemoved(const QSet<ItemIdentity> &items) const;
+    void beginSending(const QList<ReadySend> &ready) const;
 
     RepositorySession &session;
-    const KnownModules &modules;
+    const OperationContext &context;
     Waiter &waiter;
-    const PreviousState &previous;
+    const SavedState &previous;
     StagedData staged;
     QMap<QString, QSet<QString>> takenOver;
     std::optional<UploadPlan> plan;
     QSet<QString> unfinished; ///< modules whose version file must not be stored
-    QList<UploadFailure> failed;
+    QList<EntryFailure> failed;
 };

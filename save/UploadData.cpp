@@ -1,5 +1,6 @@
 #include "catalogue/ItemNames.h"
 #include "commands/Digest.h"
+#include "outcome/OperationReport.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
@@ -10,17 +11,9 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 // The phase of an upload in which the items themselves are stored.
-
-namespace {
-
-QString nameOf(const PlannedSend &send)
-{
-    return QString("'%1' of module '%2'").arg(send.line.key(), send.item.getModule());
-}
-
-} // namespace
 
 void Upload::sendData()
 {
@@ -30,6 +23,7 @@ void Upload::sendData()
         return;
     }
     logDebug("Send databases, gzipped dirs and remaining files to repository");
+    beginSending(ready);
     for (const ReadySend &item : ready) {
         if (withoutAttributes.contains(item.send.item.getModule())) {
             plan->note(item.send, SendResult::Untouched);
@@ -42,6 +36,18 @@ void Upload::sendData()
     logDebug("Done: send databases, gzipped dirs and remaining files to repository");
 }
 
+void Upload::beginSending(const QList<ReadySend> &ready) const
+{
+    quint64 bytes = 0;
+    for (const ReadySend &item : ready) {
+        bytes += item.bytes;
+    }
+    context.report.enter(OperationReport::Phase::Sending, bytes);
+    context.report.meterBy([&session = session, before = session.transferProgress()] {
+        return session.transferProgress() - before;
+    });
+}
+
 /// What has to be fetched first is fetched before anything takes its place.
 QList<Upload::ReadySend> Upload::readySends()
 {
@@ -50,7 +56,7 @@ QList<Upload::ReadySend> Upload::readySends()
         for (const PlannedSend &send : plan->sends(module)) {
             const bool possible = !waiter.mustEnd() && !plan->isBlocked(module);
             if (const QString source = possible ? readySource(send) : QString(); !source.isEmpty()) {
-                ready << ReadySend{send, source};
+                ready << ReadySend{send, source, static_cast<quint64>(QFileInfo(source).size())};
             }
         }
     }
@@ -126,13 +132,13 @@ AttributesByKey Upload::attributesOf(const QString &module, const QSet<QString> 
 QString Upload::readySource(const PlannedSend &send)
 {
     if (!isEntryCertain(send) || plan->isFrozen(send)) {
-        fail(nameOf(send), "its entry depends on what could not be saved");
+        failItem(send, "its entry depends on what could not be saved");
         return {};
     }
     QString source = sourceOf(send);
     if (source.isEmpty()) {
         plan->note(send, SendResult::Untouched);
-        fail(nameOf(send), "what was saved of it could not be fetched");
+        failItem(send, "what was saved of it could not be fetched");
     }
     return source;
 }
@@ -141,7 +147,7 @@ void Upload::sendItem(const ReadySend &ready)
 {
     const PlannedSend send = ready.send;
     if (plan->isFrozen(send)) {
-        fail(nameOf(send), "its entry depends on what could not be saved");
+        failItem(send, "its entry depends on what could not be saved");
         return;
     }
     if (send.item.getKind() == FileItem) {
@@ -152,13 +158,17 @@ void Upload::sendItem(const ReadySend &ready)
     }
     const bool live = ready.source == send.item.livePath();
     const QString within = live ? DevicePaths::moduleData(send.item.getModule()) : QString();
-    session.submit({RepositoryRequest::Put, send.entry, ready.source, within},
-                   [=, this](const RequestOutcome &outcome) {
-                       plan->note(send, resultOf(outcome), outcome.digest);
-                       if (!outcome.stored()) {
-                           fail(nameOf(send), outcome.text);
-                       }
-                   });
+    session.submit(
+        {RepositoryRequest::Put, send.entry, ready.source, within}, [=, this](const RequestOutcome &outcome) {
+            plan->note(send, resultOf(outcome), outcome.digest);
+            context.report.advance(ready.bytes);
+            if (outcome.stored()) {
+                context.report.noteDone({send.item.getModule(), send.item.getPath(), "sent", ready.bytes});
+                context.report.noteModule(send.item.getModule(), OperationReport::Step::Sent);
+            } else {
+                failItem(send, outcome.text, outcome.cause);
+            }
+        });
 }
 
 /// The artefact or the live file. When the line describes what the repository holds, and only the entry's

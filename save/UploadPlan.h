@@ -43,6 +43,8 @@ public:
     /// on the list yet.
     UploadPlan(LinesByModule previous, const LinesByModule &current, QSet<QString> entering = {});
 
+    /// The repository does not hold what it promises of that item: it is to be stored again.
+    void noteDamaged(const QString &module, const QString &identity);
     /// Nothing of this module may change in the repository.
     void block(const QString &module);
     /// There are items that are not known: those that are must neither take names nor give them up, and the

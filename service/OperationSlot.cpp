@@ -5,46 +5,84 @@
 
 #include <utility>
 
-bool OperationSlot::run(Uses operationUses, const std::function<void(Waiter &)> &operation)
+bool OperationSlot::run(Operation operation, const Work &work)
 {
-    if (running != nullptr) {
+    if (running) {
         const QString text = "Another save, restore or reset is running: abort.";
         logWarning("%1", text);
         middleware.showFailure(text);
         return false;
     }
-    Waiter waiter;
-    setRunning(&waiter, operationUses);
-    operation(waiter);
-    setRunning(nullptr, operationUses);
-    for (const std::function<void()> &task : std::exchange(postponed, {})) {
-        QMetaObject::invokeMethod(
-            this, [this, task] { whenFree(task); }, Qt::QueuedConnection);
-    }
+    begin(operation, ++lastJob);
+    finish(work);
     return true;
 }
 
-void OperationSlot::setRunning(Waiter *waiter, Uses operationUses)
+quint32 OperationSlot::start(Operation operation, const Work &work)
 {
-    running = waiter;
-    uses = operationUses;
-    if (uses == Uses::Repository) {
+    refuseWhenTaken();
+    begin(operation, ++lastJob);
+    QMetaObject::invokeMethod(
+        this, [this, work] { finish(work); }, Qt::QueuedConnection);
+    return lastJob;
+}
+
+void OperationSlot::look(Operation operation, const Work &work)
+{
+    refuseWhenTaken();
+    begin(operation, 0);
+    const OperationSummary summary = finish(work);
+    if (summary.code != Outcome::Code::Success && summary.code != Outcome::Code::Partial) {
+        throw ControlError{summary.code, summary.text};
+    }
+}
+
+void OperationSlot::refuseWhenTaken() const
+{
+    if (running) {
+        throw ControlError{Outcome::Code::Busy, Outcome::text(Outcome::Code::Busy)};
+    }
+}
+
+void OperationSlot::begin(Operation operation, quint32 job)
+{
+    running = std::make_unique<Running>(operation, job);
+    Q_EMIT began();
+    if (usesRepository()) {
         Q_EMIT usesRepositoryChanged();
     }
 }
 
-void OperationSlot::repositoryChanged()
+OperationSummary OperationSlot::finish(const Work &work)
+{
+    work(running->waiter, running->report);
+    const bool usedRepository = usesRepository();
+    const OperationSummary summary = running->report.finish();
+    const bool wasJob = running->isJob;
+    running.reset();
+    if (usedRepository) {
+        Q_EMIT usesRepositoryChanged();
+    }
+    Q_EMIT ended(wasJob ? std::optional(summary) : std::nullopt);
+    for (const std::function<void()> &task : std::exchange(postponed, {})) {
+        QMetaObject::invokeMethod(
+            this, [this, task] { whenFree(task); }, Qt::QueuedConnection);
+    }
+    return summary;
+}
+
+void OperationSlot::end(Waiter::End reason)
 {
     if (usesRepository()) {
-        running->end(Waiter::End::RepositoryChanged);
+        running->waiter.end(reason);
     }
 }
 
 void OperationSlot::whenFree(const std::function<void()> &task)
 {
-    if (running == nullptr) {
-        task();
-    } else {
+    if (running) {
         postponed << task;
+    } else {
+        task();
     }
 }

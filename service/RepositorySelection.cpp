@@ -26,6 +26,7 @@ bool VYXSaveRestore::setRepositoryUrl(QString url)
     repository = chosen;
     operations.repositoryChanged();
     checkCapability();
+    showStatus();
     operations.whenFree([this, chosen] { chosen->setUp(waiter); });
     return !url.isEmpty();
 }

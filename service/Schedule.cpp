@@ -5,8 +5,6 @@
 #include "platform/records/TimePattern.h"
 #include "service/SaveSchedule.h"
 
-#include <QDateTime>
-
 #include <utility>
 
 void Schedule::removeAllTasks()
@@ -43,7 +41,24 @@ void Schedule::apply(const Wish &wish)
         cancelTask();
     } else if (!replaceTask(wish)) {
         logError("Could not schedule save operation!");
+        return;
     }
+    scheduled = wish;
+}
+
+std::optional<QDateTime> Schedule::due(const QDateTime &now) const
+{
+    constexpr int hoursOfDay = 24;
+    std::optional<QDateTime> first;
+    for (const int hour : scheduled.hours) {
+        for (const int days : {0, 1}) {
+            const QDateTime at(now.date().addDays(days), QTime(hour % hoursOfDay, scheduled.minute));
+            if (at > now && (!first || at < *first)) {
+                first = at;
+            }
+        }
+    }
+    return first;
 }
 
 /// A Scheduler that did not answer in time may still have taken the task: of those without an id all go.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QList>
 
 #include <optional>
@@ -25,6 +26,9 @@ public:
     /// true. Without `enable` it is removed.
     void setSaveFrequency(int hour, int minute, bool frequency, bool enable);
 
+    /// When the next save is due after that moment; nothing when none is scheduled.
+    std::optional<QDateTime> due(const QDateTime &now) const;
+
 private:
     /// What the task is to be: hours and minute; no hours for no task.
     struct Wish
@@ -44,6 +48,7 @@ private:
     Middleware &middleware;
     Waiter &waiter;
     std::optional<Wish> wanted;
+    Wish scheduled; ///< as the Scheduler has it
     bool applying = false;
     int scheduledTaskId = -1;
 };

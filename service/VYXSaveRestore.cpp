@@ -1,10 +1,11 @@
 #include "service/VYXSaveRestore.h"
 
-#include "dbus/VYXSaveRestoreAdaptor.h"
+#include "dbus/SaveRestoreAdaptors.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "platform/records/TimePattern.h"
 #include "repository/Repository.h"
+#include "repository/RepositoryUrl.h"
 #include "reset/ResetOperation.h"
 #include "restorable/RestorableListing.h"
 #include "restore/LiveData.h"
@@ -16,6 +17,8 @@
 #include <QRandomGenerator>
 
 namespace {
+
+using Operation = OperationReport::Operation;
 
 VYXSaveRestore *singleton = nullptr;
 
@@ -31,7 +34,7 @@ VYXSaveRestore *VYXSaveRestore::instance(const ServiceLimits &limits)
 
 VYXSaveRestore::VYXSaveRestore(const ServiceLimits &limits)
     : VYXModule("VYXSaveRestore"), limits(limits), knownModules(*this), pauses(*this, limits.pause),
-      schedule(*this, waiter), operations(*this)
+      schedule(*this, waiter), operations(*this), control(*this, operations)
 {
 }
 
@@ -60,10 +63,18 @@ bool VYXSaveRestore::Init()
     registerDBusSetting();
     registerDBusCapability();
     registerDBusUpdateReport();
+    registerDBusOperationSummary();
+    registerDBusItemListing();
     WorkingDirectory::createAll();
     LiveData::recoverAll(DevicePaths::dataRoot());
     pauses.start();
     connect(&operations, &OperationSlot::usesRepositoryChanged, this, &VYXSaveRestore::checkCapability);
+    connect(&operations, &OperationSlot::ended, this, [this](const auto &summary) {
+        showStatus();
+        if (summary) {
+            Q_EMIT Finished(summary->job, summary->operation, Outcome::name(summary->code), summary->toMap());
+        }
+    });
     // Nothing is on the stack any more when the event loop has ended.
     connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
             [this] { repository.reset(); });
@@ -79,6 +90,8 @@ bool VYXSaveRestore::Run()
 {
     logDebug("Run");
     setAdaptor(createSaveRestoreAdaptor(this));
+    createControlAdaptor(this);
+    control.load();
     schedule.removeAllTasks();
     readSettings();
     knownModules.parseRestorableConfigFiles(waiter);
@@ -93,12 +106,20 @@ bool VYXSaveRestore::Stop()
     return true;
 }
 
-OperationContext VYXSaveRestore::operationContext(Waiter &operationWaiter)
+/// What the control interface shows that follows from settings.
+void VYXSaveRestore::showStatus()
+{
+    control.setRepository(repository ? RepositoryUrl::forDisplay(repository->getRepositoryUrl()) : QString());
+    control.setNextSave(schedule.due(QDateTime::currentDateTime()));
+}
+
+OperationContext VYXSaveRestore::operationContext(Waiter &operationWaiter, OperationReport &report)
 {
     return {.middleware = *this,
             .waiter = operationWaiter,
             .modules = knownModules,
             .pauses = pauses,
+            .report = report,
             .enabled = settings.enabled,
             .priorities = settings.priorities,
             .repository = repository};
@@ -107,8 +128,8 @@ OperationContext VYXSaveRestore::operationContext(Waiter &operationWaiter)
 bool VYXSaveRestore::startSaveOnRepository()
 {
     bool saved = false;
-    operations.run(OperationSlot::Uses::Repository, [&](Waiter &operationWaiter) {
-        saved = SaveOperation(operationContext(operationWaiter)).startSaveOnRepository();
+    operations.run(Operation::Save, [&](Waiter &operationWaiter, OperationReport &report) {
+        saved = SaveOperation(operationContext(operationWaiter, report)).startSaveOnRepository();
     });
     return saved;
 }
@@ -122,12 +143,13 @@ void VYXSaveRestore::startSaveOnRepository(int)
     } else {
         startSaveOnRepository();
     }
+    showStatus();
 }
 
 void VYXSaveRestore::startRestoreFromRepository()
 {
-    operations.run(OperationSlot::Uses::Repository, [this](Waiter &operationWaiter) {
-        RestoreOperation(operationContext(operationWaiter)).startRestoreFromRepository();
+    operations.run(Operation::Restore, [this](Waiter &operationWaiter, OperationReport &report) {
+        RestoreOperation(operationContext(operationWaiter, report)).startRestoreFromRepository();
     });
 }
 
@@ -135,11 +157,17 @@ bool VYXSaveRestore::reset(bool toDefault)
 {
     const auto kind = toDefault ? ResetOperation::Kind::ToDefault : ResetOperation::Kind::ToFactory;
     bool reboot = false;
-    operations.run(OperationSlot::Uses::Modules, [&](Waiter &operationWaiter) {
+    operations.run(Operation::Reset, [&](Waiter &operationWaiter, OperationReport &report) {
         ResetOperation operation(kind, knownModules, *this, operationWaiter,
                                  toDefault ? limits.defaultReset : limits.factoryReset);
         operation.run();
         reboot = operation.needsReboot();
+        for (const QString &module : operation.silentModules()) {
+            report.noteFailed({module, {}, "It did not report in time"});
+        }
+        if (operationWaiter.mustEnd()) {
+            report.end(Outcome::Code::Stopped);
+        }
     });
     return reboot;
 }
@@ -164,7 +192,10 @@ void VYXSaveRestore::refreshSaveFrequency()
 
 void VYXSaveRestore::setSaveFrequency(int hour, int minute, bool frequency, bool enable)
 {
-    operations.whenFree([=, this] { schedule.setSaveFrequency(hour, minute, frequency, enable); });
+    operations.whenFree([=, this] {
+        schedule.setSaveFrequency(hour, minute, frequency, enable);
+        showStatus();
+    });
 }
 
 QString VYXSaveRestore::printRestorableFiles()

@@ -1,11 +1,13 @@
 #pragma once
 
+#include "outcome/ItemListing.h"
 #include "pause/PauseKeeper.h"
 #include "platform/core/VYXModule.h"
 #include "platform/core/Waiter.h"
 #include "platform/records/Setting.h"
 #include "platform/records/UpdateReport.h"
 #include "restorable/KnownModules.h"
+#include "service/ControlStatus.h"
 #include "service/OperationSlot.h"
 #include "service/Schedule.h"
 #include "service/Settings.h"
@@ -15,6 +17,7 @@
 #include <optional>
 
 class Repository;
+struct JobOptions;
 struct OperationContext;
 
 /// How long the service waits for others.
@@ -85,6 +88,17 @@ public Q_SLOTS:
     ListSetting saveRestoreScheduleTypeChanged(Setting setting);
     UpdateReport saveRestoreScheduleValidation(Setting setting);
 
+    // The control interface: its description says what they do. All throw a ControlError.
+    uint Save(const QVariantMap &options);
+    uint Restore(const QVariantMap &options);
+    uint Verify(const QVariantMap &options);
+    void Cancel();
+    ItemList List();
+    PreviewList Preview();
+
+Q_SIGNALS:
+    void Finished(uint job, const QString &operation, const QString &code, const QVariantMap &summary);
+
 protected:
     bool answersPauseRequests() const override { return false; }
 
@@ -100,7 +114,9 @@ private:
     std::optional<QString> readSetting(const QString &name);
     void applyScheduleType(int type);
     std::shared_ptr<Repository> makeRepository(const QString &url) const;
-    OperationContext operationContext(Waiter &operationWaiter);
+    void showStatus();
+    OperationContext operationContext(Waiter &operationWaiter, OperationReport &report);
+    OperationContext jobContext(Waiter &operationWaiter, OperationReport &report, const JobOptions &options);
     bool reset(bool toDefault);
 
     ServiceLimits limits;
@@ -111,4 +127,5 @@ private:
     PauseKeeper pauses;
     Schedule schedule;
     OperationSlot operations;
+    ControlStatus control;
 };

@@ -167,9 +167,10 @@ QString sqlIdentifier(const QString &table)
     return "\"" + escaped + "\"";
 }
 
-Outcome dumpWhole(const Waiter &waiter, const QString &copy, const QString &dump)
+Outcome dumpWhole(const Waiter &waiter, const QString &copy, const QString &dump, const QString &digest)
 {
     GzipWriter target(dump);
+    target.label(digest.toLatin1());
     DumpStream stream(target);
     CopyReport report(copy);
     const CommandResult result =
@@ -210,13 +211,14 @@ CommandResult select(const Waiter &waiter, const Selection &selection, const QSt
 }
 
 Outcome dumpRows(const Waiter &waiter, const QList<Selection> &selections, const QString &copy,
-                 const QString &dump)
+                 const QString &dump, const QString &digest)
 {
     const auto rows = countRows(waiter, selections, copy);
     if (!rows) {
         return Outcome::Failed;
     }
     GzipWriter target(dump);
+    target.label(digest.toLatin1());
     bool whole = target.write("BEGIN TRANSACTION;\n");
     qint64 arrived = 0;
     for (const Selection &selection : selections) {

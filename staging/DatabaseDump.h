@@ -30,7 +30,8 @@ enum class Outcome {
 
 /// Check the copy and dump the whole of it, and in a gzip member of its own the pragmas, which a dump does
 /// not carry. The dump has no fewer tables, indexes, views and triggers than the copy.
-Outcome dumpWhole(const Waiter &waiter, const QString &copy, const QString &dump);
+/// Dumps are labelled with the digest of the database that they are of.
+Outcome dumpWhole(const Waiter &waiter, const QString &copy, const QString &dump, const QString &digest);
 
 bool isSound(const Waiter &waiter, const QString &copy);
 
@@ -43,7 +44,7 @@ CommandResult select(const Waiter &waiter, const Selection &selection, const QSt
 /// Dump the rows of the temporary tables as "REPLACE INTO" statements for their real tables in one
 /// transaction. All rows must arrive, and there must be a table.
 Outcome dumpRows(const Waiter &waiter, const QList<Selection> &selections, const QString &copy,
-                 const QString &dump);
+                 const QString &dump, const QString &digest);
 
 /// A table's name as SQL: as it is when it is an ordinary identifier, else in double quotes.
 QString sqlIdentifier(const QString &table);

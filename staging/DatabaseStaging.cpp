@@ -134,7 +134,7 @@ ChecksumLine DatabaseStaging::stageCopy(const RestorableDatabase &database)
     ChecksumLine line = ChecksumLine::database(itemOf(name).key(), digestOf(name, found.value(name)));
     if (line.digest().isEmpty()) {
         reportStagingError(QString("the copy of '%1'").arg(data.pathOf(fileNameOf(name))));
-    } else if (artefacts.isMade(module, line) && !dump(database, copy)) {
+    } else if (artefacts.isMade(module, line) && !dump(database, copy, line.digest())) {
         QFile::remove(itemOf(name).stagedPath());
         line.setDigest({});
     }
@@ -174,14 +174,15 @@ QString DatabaseStaging::digestOfCopy(const QString &copy) const
     return whole ? fileDigest(waiter, openedRegular(copy)) : QString();
 }
 
-bool DatabaseStaging::dump(const RestorableDatabase &database, const QString &copy) const
+bool DatabaseStaging::dump(const RestorableDatabase &database, const QString &copy,
+                           const QString &digest) const
 {
     const QString name = database.getName();
     logDebug("Dump database '%1' of module '%2'", name, module);
     const QString target = itemOf(name).stagedPath();
     const DatabaseDump::Outcome outcome = database.getSqlCommands().isEmpty()
-                                              ? DatabaseDump::dumpWhole(waiter, copy, target)
-                                              : dumpSelections(database, copy, target);
+                                              ? DatabaseDump::dumpWhole(waiter, copy, target, digest)
+                                              : dumpSelections(database, copy, target, digest);
     if (outcome == DatabaseDump::Outcome::Unsound) {
         logError("Database '%1' of module '%2' is not sound: its last saved copy stays", name, module);
     } else if (outcome == DatabaseDump::Outcome::Failed) {
@@ -191,7 +192,7 @@ bool DatabaseStaging::dump(const RestorableDatabase &database, const QString &co
 }
 
 DatabaseDump::Outcome DatabaseStaging::dumpSelections(const RestorableDatabase &database, const QString &copy,
-                                                      const QString &dumpPath) const
+                                                      const QString &dumpPath, const QString &digest) const
 {
     if (!DatabaseDump::isSound(waiter, copy)) {
         return DatabaseDump::Outcome::Unsound;
@@ -209,5 +210,5 @@ DatabaseDump::Outcome DatabaseStaging::dumpSelections(const RestorableDatabase &
             return DatabaseDump::Outcome::Failed;
         }
     }
-    return DatabaseDump::dumpRows(waiter, made, copy, dumpPath);
+    return DatabaseDump::dumpRows(waiter, made, copy, dumpPath, digest);
 }

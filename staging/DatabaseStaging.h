@@ -50,9 +50,9 @@ private:
     bool isAlone(const QString &file) const;
     bool copyWithSideFiles(const QString &file, const QString &target);
     QString digestOfCopy(const QString &copy) const;
-    bool dump(const RestorableDatabase &database, const QString &copy) const;
+    bool dump(const RestorableDatabase &database, const QString &copy, const QString &digest) const;
     DatabaseDump::Outcome dumpSelections(const RestorableDatabase &database, const QString &copy,
-                                         const QString &dumpPath) const;
+                                         const QString &dumpPath, const QString &digest) const;
     SavedItem itemOf(const QString &database) const;
     QString copyPath(const QString &database) const;
 

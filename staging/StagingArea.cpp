@@ -4,6 +4,7 @@
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "restorable/KnownModules.h"
+#include "staging/DataSize.h"
 #include "staging/FileStaging.h"
 #include "staging/WorkingDirectory.h"
 
@@ -49,6 +50,34 @@ bool StagingArea::cleanSaveDirectory()
     return WorkingDirectory::cleanStagingRoot(waiter);
 }
 
+void StagingArea::noteStaged(const QString &module, const RestorableFile &item) const
+{
+    if (fileStaged) {
+        fileStaged(sizes.value(DevicePaths::moduleData(module) + "/" + item.getPath()));
+    }
+}
+
+quint64 StagingArea::measureFiles(const QStringList &names, const Priorities &priorities,
+                                  const std::function<void(quint64)> &staged)
+{
+    fileStaged = staged;
+    quint64 sum = 0;
+    const QList<RestorableOrder::RestorablePriority> included = priorities.included();
+    waiter.runBeside([&] {
+        for (const QString &name : names) {
+            const RestorableObject *object = modules.findObject(name);
+            for (const RestorableFile &item :
+                 object != nullptr ? object->getFiles() : QList<RestorableFile>()) {
+                if (included.contains(item.getPriority()) && !waiter.mustEnd()) {
+                    const QString path = DevicePaths::moduleData(name) + "/" + item.getPath();
+                    sum += sizes[path] = dataSize(path);
+                }
+            }
+        }
+    });
+    return sum;
+}
+
 void StagingArea::stageFiles(const QStringList &names, RestorableOrder::RestorablePriority priority)
 {
     QMap<QString, ChecksumLines> made;
@@ -61,6 +90,7 @@ void StagingArea::stageFiles(const QStringList &names, RestorableOrder::Restorab
             for (const RestorableFile &item : files) {
                 if (item.getPriority() == priority && !waiter.mustEnd()) {
                     staging.stage(item);
+                    noteStaged(name, item);
                 }
             }
         };

@@ -6,12 +6,15 @@
 #include "staging/DatabaseStaging.h"
 #include "staging/RememberedDigests.h"
 
+#include <QHash>
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <map>
 
 class KnownModules;
+class RestorableFile;
 class RestorableObject;
 class Waiter;
 
@@ -30,6 +33,14 @@ public:
 
     /// From now on make the archives and dumps that are not saved already. Without this call none is made.
     void makeArtefacts(const LinesByModule &saved) { artefacts = Artefacts(saved); }
+
+    /// The bytes of the modules' files and directories of these priorities. From now on `staged` is told of
+    /// those of each item that has been staged, in any thread.
+    quint64 measureFiles(const QStringList &names, const Priorities &priorities,
+                         const std::function<void(quint64)> &staged);
+
+    /// The bytes of the modules' databases.
+    qint64 sizeOfDatabases(const QStringList &names) const;
 
     /// Stage the files and directories of that priority.
     void stageFiles(const QStringList &names, RestorableOrder::RestorablePriority priority);
@@ -59,7 +70,7 @@ public:
     RememberedDigests &rememberedDigests() { return remembered; }
 
 private:
-    qint64 sizeOfDatabases(const QStringList &names) const;
+    void noteStaged(const QString &module, const RestorableFile &item) const;
 
     const KnownModules &modules;
     Waiter &waiter;
@@ -67,6 +78,8 @@ private:
     RememberedDigests remembered;
     std::map<QString, DatabaseStaging> copied; ///< by module, until the lines are there
     qint64 copiedBytes = 0;                    ///< of these
-    WorkQueue queue;                           ///< goes first: it uses the others
+    QHash<QString, quint64> sizes;             ///< of files and directories, by module and path
+    std::function<void(quint64)> fileStaged;
+    WorkQueue queue; ///< goes first: it uses the others
     LinesByModule stagedLines;
 };

@@ -5,12 +5,14 @@ shopt -s lastpipe
 cd "$1" && export LC_ALL=C && exec </dev/null || exit 1
 
 # Folders, and what lies right below each: a folder includes itself, these, and whatever lies below them.
-house='service: dbus save restore reset
+house='service: dbus save verify reset
+verify: restore
 save restore: staging
 reset: restorable
-staging: pause repository restorable
+staging: pause repository restorable outcome
 pause repository restorable: catalogue commands
-catalogue commands dbus device: platform'
+dbus: outcome
+catalogue commands outcome device: platform'
 
 # Each pair of the relation on standard input, and each that follows from several.
 closure() {

@@ -1,8 +1,12 @@
+#include "outcome/OperationReport.h"
+#include "pause/PauseKeeper.h"
 #include "platform/core/Waiter.h"
 #include "repository/DistantRepository.h"
 #include "repository/LocalRepository.h"
 #include "repository/RepositorySession.h"
 #include "repository/RepositoryUrl.h"
+#include "restorable/KnownModules.h"
+#include "staging/OperationContext.h"
 #include "tests/support/DataTable.h"
 #include "tests/support/NginxServer.h"
 #include "tests/support/RepositoryTest.h"
@@ -221,7 +225,12 @@ private Q_SLOTS:
             if (ends) {
                 waiter.end(Waiter::End::RepositoryChanged);
             }
-            const bool usable = RepositorySession(held, middleware, waiter).isUsable("backup");
+            KnownModules modules(middleware);
+            PauseKeeper pauses(middleware);
+            OperationReport report(OperationReport::Operation::Save, 1);
+            RepositorySession session(held, waiter);
+            const bool usable =
+                OperationContext{middleware, waiter, modules, pauses, report}.isUsable(session, "backup");
             const QString popups = middleware.popups.join(' ');
             if (shown.isEmpty() ? !popups.isEmpty() : !popups.startsWith(shown)) {
                 QTest::qFail(qPrintable(popups), __FILE__, __LINE__);
@@ -238,9 +247,8 @@ private Q_SLOTS:
 
     void session()
     {
-        TestMiddleware middleware;
         Waiter waiter;
-        auto session = std::make_unique<RepositorySession>(repository, middleware, waiter);
+        auto session = std::make_unique<RepositorySession>(repository, waiter);
         session->submit({Method::Put, "a/b", file("a")}, [&](const RequestOutcome &) {
             session->submit({Method::Put, "b", file("b")}, noted("b"));
         });

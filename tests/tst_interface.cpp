@@ -1,4 +1,4 @@
-#include "dbus/VYXSaveRestoreAdaptor.h"
+#include "dbus/SaveRestoreAdaptors.h"
 #include "platform/records/UpdateReport.h"
 #include "tests/support/OperationTest.h"
 

@@ -21,6 +21,7 @@ public:
         None,
         ProcessEnds,       ///< the process was asked to end
         RepositoryChanged, ///< the operation's repository is no longer the chosen one
+        Cancelled,         ///< somebody no longer wants the operation
     };
 
     Waiter() = default;

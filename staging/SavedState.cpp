@@ -1,4 +1,4 @@
-#include "save/PreviousState.h"
+#include "staging/SavedState.h"
 
 #include "catalogue/ItemNames.h"
 #include "catalogue/ModulesList.h"
@@ -11,16 +11,16 @@
 #include <optional>
 #include <utility>
 
-void PreviousState::fail(const QString &entry, const QString &text)
+void SavedState::fail(const QString &entry, const QString &text, const RequestOutcome &outcome)
 {
-    failures << UploadFailure{"'" + entry + "'", text};
+    failures << EntryFailure{"'" + entry + "'", text, outcome.cause, {}, entry};
 }
 
 /// The modules of the list count also when they do not run: what they have saved keeps its names. Those that
 /// are gone count until the list is stored. Most are known before the list is, and fetched with it.
-PreviousState PreviousState::fetch(RepositorySession &session, const KnownModules &modules)
+SavedState SavedState::fetch(RepositorySession &session, const KnownModules &modules)
 {
-    PreviousState state;
+    SavedState state;
     ControlFiles files(session);
     QStringList names;
     files.askForList();
@@ -54,10 +54,11 @@ PreviousState PreviousState::fetch(RepositorySession &session, const KnownModule
     return state;
 }
 
-bool PreviousState::takeList(const RequestOutcome &outcome, const KnownModules &modules)
+bool SavedState::takeList(const RequestOutcome &outcome, const KnownModules &modules)
 {
     const QString path = DevicePaths::fetched(ItemNames::modulesListName());
     const ModulesList list = outcome.stored() ? readModulesList(path) : ModulesList();
+    isFirst = outcome.kind == RequestOutcome::Absent;
     QSet<QString> all(list.modules.cbegin(), list.modules.cend());
     for (const RestorableObject &object : modules.objects()) {
         all << object.getName();
@@ -67,7 +68,7 @@ bool PreviousState::takeList(const RequestOutcome &outcome, const KnownModules &
         fault = QString("with this device's modules, it would have more than %1 names").arg(mostModules);
     }
     if (!fault.isEmpty()) {
-        fail(ItemNames::modulesListName(), fault);
+        fail(ItemNames::modulesListName(), fault, outcome);
         return false;
     }
     for (const QString &name : list.modules) {
@@ -76,14 +77,14 @@ bool PreviousState::takeList(const RequestOutcome &outcome, const KnownModules &
     return true;
 }
 
-void PreviousState::takeLines(const ControlFiles &files, const QString &module, ChecksumSize &size)
+void SavedState::takeLines(const ControlFiles &files, const QString &module, ChecksumSize &size)
 {
     const QString entry = ItemNames::checksumFileName(module);
     const QString path = DevicePaths::fetched(entry);
     const RequestOutcome outcome = files.outcome(entry);
     auto ofModule = outcome.stored() ? readChecksumFile(path, size) : std::nullopt;
     if (!ofModule && outcome.kind != RequestOutcome::Absent) {
-        fail(entry, outcome.stored() ? "what it says cannot be used" : outcome.text);
+        fail(entry, outcome.stored() ? "what it says cannot be used" : outcome.text, outcome);
         unknown << module;
         return;
     }
@@ -103,8 +104,8 @@ void PreviousState::takeLines(const ControlFiles &files, const QString &module, 
     lines.insert(module, *ofModule);
 }
 
-bool PreviousState::takeAttributes(const RequestOutcome &outcome, const QString &module,
-                                   const ChecksumLines &ofModule)
+bool SavedState::takeAttributes(const RequestOutcome &outcome, const QString &module,
+                                const ChecksumLines &ofModule)
 {
     const QString entry = ItemNames::attributesFileName(module);
     const QString path = DevicePaths::fetched(entry);
@@ -113,7 +114,7 @@ bool PreviousState::takeAttributes(const RequestOutcome &outcome, const QString 
     }
     const auto found = outcome.stored() ? readAttributesFile(path, ofModule) : std::nullopt;
     if (!found) {
-        fail(entry, outcome.text);
+        fail(entry, outcome.text, outcome);
         return false;
     }
     attributes.insert(module, *found);

@@ -13,31 +13,35 @@
 class KnownModules;
 class RepositorySession;
 
-/// Something that a save could not do.
-struct UploadFailure
+/// Something that could not be done.
+struct EntryFailure
 {
-    QString what; ///< the item or entry
+    QString what; ///< the item or entry, as a person is told of it
     QString text; ///< why
+    RequestOutcome::Cause cause = RequestOutcome::Other;
+    QString module = {}; ///< empty for a file in which the repository says what it holds
+    QString item = {};   ///< path of the item, or name of the entry
 };
 
-/// What the repository holds when a save begins.
-struct PreviousState
+/// What the repository holds, as it says itself.
+struct SavedState
 {
     bool isUsable = false; ///< false when the modules list is not known: nothing may be stored then
+    bool isFirst = false;  ///< there is no modules list yet
     QStringList listed;    ///< modules on the repository's list that the device still has
     QStringList gone;      ///< modules on that list that the device has no more
     QSet<QString> unknown; ///< modules whose saved lines or attributes are not known
     LinesByModule lines;   ///< of all others that are listed, gone or have items
     QMap<QString, AttributesByKey> attributes;
     QMap<QString, RequestOutcome> versions; ///< of the modules' version files, which are fetched
-    QList<UploadFailure> failures;
+    QList<EntryFailure> failures;
 
     /// Fetch it, with events served.
-    static PreviousState fetch(RepositorySession &session, const KnownModules &modules);
+    static SavedState fetch(RepositorySession &session, const KnownModules &modules);
 
 private:
     bool takeList(const RequestOutcome &outcome, const KnownModules &modules);
     void takeLines(const ControlFiles &files, const QString &module, ChecksumSize &size);
     bool takeAttributes(const RequestOutcome &outcome, const QString &module, const ChecksumLines &ofModule);
-    void fail(const QString &entry, const QString &text);
+    void fail(const QString &entry, const QString &text, const RequestOutcome &outcome);
 };

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QDBusArgument>
+#include <QList>
+#include <QString>
+#include <QVariantMap>
+
+/// What a restore would do with an item. On the bus a struct of its four fields.
+struct PreviewedItem
+{
+    QString module;
+    QString item;
+    QString action; ///< "same", "replace", "create", "keep"
+    QString why;
+
+    friend bool operator==(const PreviewedItem &left, const PreviewedItem &right) = default;
+};
+
+using PreviewList = QList<PreviewedItem>;
+
+/// Items of the repository, each with what is known of it by name.
+using ItemList = QList<QVariantMap>;
+
+QDBusArgument &operator<<(QDBusArgument &argument, const PreviewedItem &item);
+const QDBusArgument &operator>>(const QDBusArgument &argument, PreviewedItem &item);
+
+/// To be called once before one of the lists is sent.
+void registerDBusItemListing();
+
+Q_DECLARE_METATYPE(PreviewedItem)

@@ -1,0 +1,114 @@
+#include "outcome/OperationReport.h"
+#include "platform/core/Waiter.h"
+#include "repository/RepositorySession.h"
+#include "restore/FetchAhead.h"
+#include "restore/ItemRestorer.h"
+#include "restore/RestoreOperation.h"
+
+#include <QFileInfo>
+#include <QHash>
+
+#include <algorithm>
+
+// What a restore tells of its items, before and after it has dealt with them.
+
+namespace {
+
+/// What an item of unknown size counts in the progress, and one of none.
+constexpr quint64 usualBytes = 256 * 1024;
+
+quint64 weight(const PlannedItem &planned)
+{
+    return std::max<quint64>(planned.bytes, planned.bytes == 0 ? usualBytes : 1);
+}
+
+/// Of a file or database as it was put back; of a directory they are not known.
+quint64 sizeOf(const PlannedItem &planned)
+{
+    return planned.item.getKind() == DirectoryItem
+               ? 0
+               : static_cast<quint64>(QFileInfo(planned.item.livePath()).size());
+}
+
+} // namespace
+
+void RestoreOperation::reportDone(const PlannedItem &planned, const std::optional<QString> &why)
+{
+    const QString module = planned.item.getModule();
+    context.report.advance(weight(planned));
+    if (!why) {
+        context.report.noteDone(
+            {module, planned.item.getPath(), planned.isNew ? "created" : "replaced", sizeOf(planned)});
+        return;
+    }
+    ++failedItems;
+    failedModules << module;
+    if (!context.waiter.mustEnd()) {
+        context.report.noteFailed(
+            {module, planned.item.getPath(), why->isEmpty() ? "It could not be put in its place" : *why});
+    }
+}
+
+void RestoreOperation::takePlan(const RestorePlanner &planner)
+{
+    plan = planner.plan();
+    previewed = planner.preview();
+    if (context.options.dryRun) {
+        checkEntries();
+    }
+    reportPreview();
+}
+
+/// What is promised may be gone.
+void RestoreOperation::checkEntries()
+{
+    QHash<std::pair<QString, QString>, PreviewedItem *> changing;
+    for (PreviewedItem &one : previewed) {
+        if (one.action == "replace" || one.action == "create") {
+            changing.insert({one.module, one.item}, &one);
+        }
+    }
+    for (const ModulePlan &module : std::as_const(plan)) {
+        for (const PlannedItem &planned : module.items) {
+            PreviewedItem *const item = changing.value({planned.item.getModule(), planned.item.getPath()});
+            const QString entry = planned.entry;
+            if (item == nullptr) {
+                continue;
+            }
+            session->submit({RepositoryRequest::Look, entry, {}}, [=](const RequestOutcome &outcome) {
+                if (!outcome.stored()) {
+                    item->action = "keep";
+                    item->why = outcome.kind == RequestOutcome::Absent
+                                    ? QString("Absent: the repository does not hold '%1'").arg(entry)
+                                    : outcome.text;
+                }
+            });
+        }
+    }
+    session->waitForRequests();
+}
+
+void RestoreOperation::reportPreview() const
+{
+    for (const PreviewedItem &one : previewed) {
+        if (one.action == "same" || one.why == RestorePlanner::lowerPriority) {
+            context.report.noteSkipped();
+        } else if (one.action == "keep") {
+            context.report.noteFailed({one.module, one.item, one.why});
+        } else if (context.options.dryRun) {
+            context.report.noteDone(
+                {one.module, one.item, one.action == "create" ? "created" : "replaced", 0});
+        }
+    }
+}
+
+void RestoreOperation::beginRestoring() const
+{
+    quint64 bytes = 0;
+    for (const ModulePlan &module : plan) {
+        for (const PlannedItem &planned : module.items) {
+            bytes += weight(planned);
+        }
+    }
+    context.report.enter(OperationReport::Phase::Restoring, bytes);
+}

@@ -1,0 +1,201 @@
+#include "verify/VerifyOperation.h"
+
+#include "catalogue/ItemNames.h"
+#include "outcome/OperationReport.h"
+#include "platform/core/Waiter.h"
+#include "platform/DevicePaths.h"
+#include "platform/logger/VYXLogger.h"
+#include "repository/RepositorySession.h"
+#include "restore/FetchAhead.h"
+#include "verify/EntryCheck.h"
+
+#include <QDir>
+#include <QFile>
+#include <QThread>
+
+#include <algorithm>
+
+using Outcome::Code;
+
+VerifyOperation::VerifyOperation(const OperationContext &context, bool full) : context(context), full(full)
+{
+    if (context.repository) {
+        session = std::make_unique<RepositorySession>(context.repository, context.waiter);
+    }
+}
+
+VerifyOperation::~VerifyOperation() = default;
+
+bool VerifyOperation::run()
+{
+    if (!session) {
+        context.report.end(Code::NoRepository);
+        return false;
+    }
+    auto stored = StoredItems::fetch(context, *session);
+    if (!stored) {
+        return false;
+    }
+    reportState(*stored);
+    if (!stored->entries) {
+        lookForEntries(stored->items);
+    }
+    lookForVersions(*stored);
+    dropMissing(stored->items);
+    quint64 bytes = 0;
+    for (const StoredItem &item : std::as_const(stored->items)) {
+        bytes += static_cast<quint64>(std::max<qint64>(item.size, 0));
+    }
+    context.report.enter(OperationReport::Phase::Checking, bytes);
+    if (full) {
+        checkContents(stored->items);
+    } else {
+        for (const StoredItem &item : std::as_const(stored->items)) {
+            context.report.noteSound(static_cast<quint64>(std::max<qint64>(item.size, 0)));
+        }
+    }
+    reportLeftOver(*stored);
+    if (context.isBrokenOff("verify")) {
+        return false;
+    }
+    if (session->lacksAnswers()) {
+        context.report.end(Code::Unreachable);
+        return false;
+    }
+    if (context.report.hasFailures()) {
+        context.report.end(Code::Damaged);
+    }
+    return true;
+}
+
+/// Control files that could not be read, and lines that are none.
+void VerifyOperation::reportState(const StoredItems &stored)
+{
+    for (const EntryFailure &failure : stored.state.failures) {
+        context.report.noteFailed({failure.module, failure.item, failure.text});
+    }
+    for (const FailedItem &item : stored.refused) {
+        context.report.noteFailed(item);
+    }
+    for (const StoredItem &item : stored.items) {
+        if (stored.entries && !stored.entries->contains(item.entry)) {
+            missing << item.entry;
+        }
+    }
+}
+
+void VerifyOperation::lookForEntries(QList<StoredItem> &items)
+{
+    for (StoredItem &item : items) {
+        session->submit({RepositoryRequest::Look, item.entry, {}}, [&](const RequestOutcome &outcome) {
+            item.size = outcome.size;
+            if (outcome.kind == RequestOutcome::Absent) {
+                missing << item.entry;
+            }
+        });
+    }
+    session->waitForRequests();
+}
+
+/// Without its version file nothing of a module is restored.
+void VerifyOperation::lookForVersions(const StoredItems &stored)
+{
+    for (const QString &module : stored.state.listed + stored.state.gone) {
+        const QString entry = ItemNames::versionFileName(module);
+        session->submit({RepositoryRequest::Look, entry, {}}, [=, this](const RequestOutcome &outcome) {
+            if (outcome.kind == RequestOutcome::Absent) {
+                context.report.noteFailed({module, entry, "Missing: the repository does not hold it"});
+            }
+        });
+    }
+    session->waitForRequests();
+}
+
+void VerifyOperation::dropMissing(QList<StoredItem> &items)
+{
+    items.removeIf([this](const StoredItem &item) {
+        const bool isMissing = missing.contains(item.entry);
+        if (isMissing) {
+            noteDamaged(item, QString("Missing: the repository does not hold '%1'").arg(item.entry));
+        }
+        return isMissing;
+    });
+}
+
+void VerifyOperation::noteDamaged(const StoredItem &item, const QString &why)
+{
+    const QString module = item.item.getModule();
+    damagedItems << ItemIdentity(module, item.identity);
+    logError("Damaged in the repository: '%1' of module '%2': %3", item.item.getPath(), module, why);
+    context.report.noteFailed({module, item.item.getPath(), why},
+                              static_cast<quint64>(std::max<qint64>(item.size, 0)));
+}
+
+/// As many at a time as there are processors, while the next ones are being fetched.
+void VerifyOperation::checkContents(const QList<StoredItem> &items)
+{
+    const QString place = DevicePaths::fetched("verify");
+    QDir().mkpath(place);
+    QList<PlannedItem> planned;
+    for (const StoredItem &item : items) {
+        const QString path = QString("%1/%2").arg(place, QString::number(planned.size()));
+        planned << PlannedItem{item.item, item.digest, item.entry, path, {}};
+    }
+    FetchAhead fetcher(*session);
+    fetcher.begin(planned);
+    const qsizetype atOnce = std::max(QThread::idealThreadCount(), 1);
+    for (qsizetype begun = 0; begun < items.size() && !context.waiter.mustEnd(); begun += atOnce) {
+        const QList<PlannedItem> batch = planned.mid(begun, atOnce);
+        context.report.setModules({items.at(begun).item.getModule()});
+        fetcher.require(batch);
+        QList<EntryCheck> checks;
+        for (qsizetype number = 0; number < batch.size(); ++number) {
+            const StoredItem &item = items.at(begun + number);
+            if (fetcher.isFetched(batch.at(number))) {
+                checks << EntryCheck{item, batch.at(number).source};
+            } else if (!context.waiter.mustEnd()) {
+                noteDamaged(item, "It could not be fetched");
+            }
+        }
+        checkEntries(checks, context.waiter);
+        for (const EntryCheck &check : std::as_const(checks)) {
+            take(check);
+        }
+        for (const PlannedItem &one : batch) {
+            fetcher.release(one);
+        }
+    }
+}
+
+void VerifyOperation::take(const EntryCheck &check)
+{
+    const auto bytes = static_cast<quint64>(std::max<qint64>(check.item.size, 0));
+    if (context.waiter.mustEnd()) {
+        return;
+    }
+    context.report.advance(bytes);
+    if (!check.isChecked) {
+        logWarning("'%1' of module '%2' was read to its end, and not tried: there is no room for it",
+                   check.item.item.getPath(), check.item.item.getModule());
+        context.report.noteSkipped(bytes);
+    } else if (check.fault.isEmpty()) {
+        context.report.noteSound(bytes);
+    } else {
+        noteDamaged(check.item, check.fault);
+    }
+}
+
+void VerifyOperation::reportLeftOver(const StoredItems &stored) const
+{
+    if (!stored.entries) {
+        return;
+    }
+    const QSet<QString> known = stored.knownEntries();
+    QStringList left;
+    for (auto entry = stored.entries->keyBegin(); entry != stored.entries->keyEnd(); ++entry) {
+        if (!known.contains(*entry)) {
+            left << *entry;
+        }
+    }
+    context.report.setLeftOver(left);
+}

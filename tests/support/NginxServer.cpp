@@ -45,13 +45,15 @@ QString NginxServer::url() const
     return QString("%1://127.0.0.1:%2/save").arg(secure ? "https" : "http", QString::number(port));
 }
 
-void NginxServer::installTool(const QString &deviceRoot)
+void NginxServer::installTool(const QString &deviceRoot, const QString &otherPki)
 {
     TestDevice::shell("install -D " SOURCES "/device/server/getVYXinfo '" + deviceRoot +
                       "/usr/bin/getVYXinfo'");
     QString lines = "STATUS=SECURED\n";
     for (const QString line : {"CERT=device.pem", "CERT_PKEY=device.key", "CA=ca.pem"}) {
-        lines += line.section('=', 0, 0) + '=' + pki(line.section('=', 1)) + '\n';
+        const QString name = line.section('=', 1);
+        lines +=
+            line.section('=', 0, 0) + '=' + (otherPki.isEmpty() ? pki(name) : otherPki + '/' + name) + '\n';
     }
     writeFile(deviceRoot + "/etc/VYXApplication/pki.conf", lines.toUtf8());
 }

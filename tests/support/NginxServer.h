@@ -24,8 +24,9 @@ public:
 
     /// A file of the PKI that all servers of a test share, made on first use.
     static QString pki(const QString &name);
-    /// Install the stand-in for the device's tool below a device root; all that it names is in order.
-    static void installTool(const QString &deviceRoot);
+    /// Install the stand-in for the device's tool below a device root; all that it names is in order. The PKI
+    /// is another directory's when one is given.
+    static void installTool(const QString &deviceRoot, const QString &otherPki = {});
 
 private:
     QTemporaryDir directory;

@@ -4,6 +4,8 @@
 #include "repository/Repository.h"
 #include "tests/support/TestDevice.h"
 
+#include <QTest>
+
 /// What tests of repositories share: files of a client, and requests with their outcomes.
 class RepositoryTest : public QObject
 {

@@ -9,6 +9,7 @@
 
 namespace {
 
+constexpr int accepted = 202;
 constexpr int multiStatus = 207;
 constexpr int notFound = 404;
 constexpr int insufficientStorage = 507;
@@ -214,6 +215,9 @@ RequestOutcome DistantRepository::outcomeOf(const Transfer &transfer, const Http
     }
     if (answered && result.status == notFound && request.method == RepositoryRequest::Remove) {
         ending.text.clear();
+    }
+    if (answered && result.status == accepted && (transfer.sent.source || transfer.sent.target)) {
+        ending.text = "The server has accepted the request and not carried it out";
     }
     if (ending.text.isEmpty() && transfer.sent.target && !transfer.sent.target->finish()) {
         ending.text = "The file could not be written";

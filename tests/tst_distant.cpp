@@ -63,6 +63,7 @@ private Q_SLOTS:
             QTest::addRow("status %d", status) << int(StoreServer::Fail) << status << kept;
         }
         row("status 404", int(StoreServer::Fail), 404, QStringList({"kept", "kept", "absent", "stored"}));
+        row("status 202", int(StoreServer::Fail), 202, QStringList({"stored", "failed", "failed", "stored"}));
         row("never answers", int(StoreServer::Silent), 0, gone);
         row("closes at once", int(StoreServer::Close), 0, gone);
         row("hangs in the body", int(StoreServer::Hangs), 0, gone);

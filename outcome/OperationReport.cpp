@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <utility>
 
 namespace {
@@ -28,25 +29,31 @@ constexpr std::array verifyPhases = {PhaseBegin{Phase::Connecting, 0}, PhaseBegi
                                      PhaseBegin{Phase::Checking, 0.05}};
 constexpr std::array resetPhases = {PhaseBegin{Phase::Resetting, 0}};
 
-/// Where the phase begins and where the next one does.
-std::pair<double, double> partOf(OperationReport::Operation operation, Phase phase)
+std::span<const PhaseBegin> phasesOf(OperationReport::Operation operation)
 {
-    const auto find = [phase](const auto &phases) {
-        const auto found = std::ranges::find(phases, phase, &PhaseBegin::phase);
-        const bool last = found == phases.end() || std::next(found) == phases.end();
-        return std::pair(found == phases.end() ? 0.0 : found->at, last ? 1.0 : std::next(found)->at);
-    };
     switch (operation) {
     case OperationReport::Operation::Save:
-        return find(savePhases);
+        return savePhases;
     case OperationReport::Operation::Restore:
-        return find(restorePhases);
+        return restorePhases;
     case OperationReport::Operation::Verify:
-        return find(verifyPhases);
+        return verifyPhases;
     case OperationReport::Operation::Reset:
         break;
     }
-    return find(resetPhases);
+    return resetPhases;
+}
+
+/// Where the phase begins and where the next one does.
+std::pair<double, double> partOf(OperationReport::Operation operation, Phase phase)
+{
+    const std::span<const PhaseBegin> phases = phasesOf(operation);
+    for (size_t number = 0; number < phases.size(); ++number) {
+        if (phases[number].phase == phase) {
+            return {phases[number].at, number + 1 < phases.size() ? phases[number + 1].at : 1.0};
+        }
+    }
+    return {0.0, 1.0};
 }
 
 QString nameOf(OperationReport::Operation operation)

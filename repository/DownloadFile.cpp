@@ -1,22 +1,18 @@
 #include "repository/DownloadFile.h"
 
+#include "platform/DiskSpace.h"
+
 #include <QFileInfo>
 
 #include <algorithm>
 #include <cstdio>
-#include <limits>
-#include <sys/statvfs.h>
 
 namespace {
 
 /// Nine tenths of what is free in the file system of a path's directory, in bytes.
 qint64 roomAt(const QString &path)
 {
-    struct statvfs status = {};
-    if (statvfs(QFile::encodeName(QFileInfo(path).path()).constData(), &status) != 0) {
-        return std::numeric_limits<qint64>::max();
-    }
-    return static_cast<qint64>(status.f_bavail) * static_cast<qint64>(status.f_frsize) / 10 * 9;
+    return DiskSpace::of(QFileInfo(path).path()).available / 10 * 9;
 }
 
 } // namespace

@@ -3,13 +3,13 @@
 #include "commands/DatabaseConnection.h"
 #include "commands/FedCommand.h"
 #include "commands/GzipWriter.h"
+#include "platform/DiskSpace.h"
 #include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
 #include "restore/DumpReader.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QStorageInfo>
 #include <QtEndian>
 #include <QThread>
 
@@ -238,7 +238,7 @@ QString DatabaseRestore::load(const Waiter &waiter, qsizetype atOnce)
 {
     constexpr int shares = 10;
     const QString database = replacement.path();
-    const qint64 available = QStorageInfo(QFileInfo(database).path()).bytesAvailable();
+    const qint64 available = DiskSpace::of(QFileInfo(database).path()).available;
     const qint64 fileSize =
         QFileInfo(database).size() + (available - available / shares) / (atOnce * limits.shareOfRoom);
     const QString busy = QString(".timeout %1").arg(limits.busy.count());

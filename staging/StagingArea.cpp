@@ -2,6 +2,7 @@
 
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
+#include "platform/DiskSpace.h"
 #include "platform/logger/VYXLogger.h"
 #include "restorable/KnownModules.h"
 #include "staging/DataSize.h"
@@ -10,10 +11,8 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QStorageInfo>
 
 #include <functional>
-#include <linux/ioprio.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -26,8 +25,12 @@ constexpr qint64 shareOfRoom = 4;                       ///< of what is free the
 /// the ordinary priorities, for this thread and the children that it starts.
 void giveWayToModules()
 {
+    // The kernel's own numbers: some versions of <linux/ioprio.h> are no C++.
+    constexpr int process = 1;
+    constexpr int bestEffort = 2;
+    constexpr int classShift = 13;
     constexpr int lowest = 7;
-    syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_BE, lowest));
+    syscall(SYS_ioprio_set, process, 0, (bestEffort << classShift) | lowest);
 }
 
 /// The description of each module that has one, with the directory for its artefacts made.
@@ -117,7 +120,7 @@ qint64 StagingArea::sizeOfDatabases(const QStringList &names) const
 void StagingArea::makeRoomFor(const QStringList &names)
 {
     const qint64 needed = copiedBytes + sizeOfDatabases(names);
-    const qint64 available = QStorageInfo(DevicePaths::stagingRoot()).bytesAvailable();
+    const qint64 available = DiskSpace::of(DevicePaths::stagingRoot()).available;
     if (needed > mostCopied || needed > available / shareOfRoom) {
         finishDatabases();
     }

@@ -4,12 +4,12 @@
 #include "platform/core/Waiter.h"
 #include "platform/Descriptor.h"
 #include "platform/DevicePaths.h"
+#include "platform/DiskSpace.h"
 #include "restore/ArchiveReader.h"
 #include "restore/DatabaseRestore.h"
 
 #include <QDir>
 #include <QFile>
-#include <QStorageInfo>
 
 #include <fcntl.h>
 #include <functional>
@@ -36,7 +36,7 @@ QString faultOfFile(const EntryCheck &check, const Waiter &waiter)
 QString faultOfArchive(const EntryCheck &check, const Waiter &waiter)
 {
     const Descriptor file(open(QFile::encodeName(check.path).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    const auto limit = static_cast<quint64>(QStorageInfo(DevicePaths::dataRoot()).bytesTotal());
+    const auto limit = static_cast<quint64>(DiskSpace::of(DevicePaths::dataRoot()).total);
     try {
         ArchiveReader reader(file.number(), limit, waiter);
         while (reader.next()) {

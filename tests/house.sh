@@ -12,7 +12,7 @@ reset: restorable
 staging: pause repository restorable outcome
 pause repository restorable: catalogue commands
 dbus: outcome
-catalogue commands outcome device: platform'
+catalogue commands outcome device examples: platform'
 
 # Each pair of the relation on standard input, and each that follows from several.
 closure() {
@@ -53,7 +53,7 @@ hold() {
         sed -n "s/^tsort: \([^-].*\)/\1 $1 what leads back to it/p"
 }
 
-found '*.[ch]*' | grep -E '\.(cpp|h)$' | mapfile -t sources
+found '*.[ch]*' | grep -E '\.(c|cpp|h)$' | mapfile -t sources
 printf '%s\n' "${sources[@]}" | grep -v '^device/' | mapfile -t held
 includes | mapfile -t included
 links | mapfile -t linked

@@ -13,7 +13,7 @@ fail() {
 
 # All sources of the service, each as one line without comments, literals that follow each other joined.
 sources() {
-    find . -regex '\./\(device\|tests\|build\|packaging\|bench\)' -prune -o -name '*.cpp' -print -o -name '*.h' -print |
+    find . -regex '\./\(device\|examples\|tests\|build\|packaging\|bench\)' -prune -o -name '*.cpp' -print -o -name '*.h' -print |
         while IFS= read -r file; do
             sed -E 's#^[[:space:]]*//.*##' "$file" | tr '\n' ' ' | sed -E 's/" +"//g; s/$/\n/'
         done

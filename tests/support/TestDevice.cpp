@@ -116,6 +116,14 @@ void TestDevice::addModule(const QString &name, const QString &description, cons
     modules << name;
 }
 
+void TestDevice::addProgram(const QString &name, const QString &directory)
+{
+    write("etc/VYXApplication/module/" + name + "/restorable.xml",
+          readFile(QString(SOURCES) + "/" + directory + "/restorable.xml"));
+    modulesConfiguration += QString("%1\t1.0\t2026\t%1\n").arg(name);
+    modules << name;
+}
+
 void TestDevice::writeSettings(const QString &level, const QString &url) const
 {
     const QString lines = QString("SaveRestoreUrl=%1\nSaveRestoreLevel=%2\nSaveRestoreSchedule=3\n"

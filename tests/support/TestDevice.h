@@ -37,6 +37,9 @@ public:
 
     /// Install a module: the inside of its restorable.xml (none when empty), the arguments of its process.
     void addModule(const QString &name, const QString &description, const QString &arguments = {});
+    /// Install a module of release 2026 that is a program of its own, with the description in a directory of
+    /// the tree.
+    void addProgram(const QString &name, const QString &directory);
     void describe(const QString &name, const QString &description) const;
     void writeSettings(const QString &level = "2", const QString &url = {}) const;
 

@@ -1,4 +1,4 @@
-# Starting, calling and ending a stand-in device. Sourced; expects the variables `root` (the device root) and
+# Starting, calling and ending a stand-in device, for tests that are scripts. Sourced; expects the variables `root` (the device root) and
 # `programs` (directory of the built programs).
 
 bus_prefix=com.corvane.Pelorin
@@ -56,11 +56,6 @@ call() {
         "/com/corvane/Pelorin/$module" "$bus_prefix.VYXInterface" "$@"
 }
 
-# One line for each module that the ApplicationManager runs: name and process id.
-list_modules() {
-    call ApplicationManager getModulesList | grep -oE '"[^"]*"' | tr -d '"' | paste - - - - - | cut -f 1,2
-}
-
 is_alive() {
     kill -0 "$1" 2>/dev/null
 }
@@ -80,7 +75,7 @@ stop_process() {
 
 stop_device() {
     local name
-    for name in VYXSaveRestore ApplicationManager SettingsManager Scheduler server bus; do
+    for name in VYXSaveRestore ApplicationManager SettingsManager Scheduler bus; do
         stop_process "$name"
     done
 }

@@ -87,38 +87,39 @@ def how_to_play(device: Device) -> str:
     pids = {name: process.pid for name, process in device.processes.items()}
     bus = pids.pop("bus")
     others = " ".join(str(pids[name]) for name in device.ends_in_order() if name in pids)
+    call = f"busctl --timeout=30min call {PREFIX}.$1 /{PREFIX.replace('.', '/')}/$1 {PREFIX}.VYXInterface"
     return f"""
-The device stays up. Its root is {device.root}; everything is as it left the factory but the repository.
-For this shell, whose user has to be the one who started the demo:
+The device stays up, as it left the factory, and its repository as it was saved. For a shell of the same user:
 
-    export DBUS_SYSTEM_BUS_ADDRESS={device.address}
-    root={device.root} repository={device.repository}
-    vyx() {{ busctl --timeout=30min call {PREFIX}.$1 /{PREFIX.replace('.', '/')}/$1 {PREFIX}.VYXInterface "${{@:2}}" | sed 's/\\\\n/\\n/g'; }}
+    export DBUS_SYSTEM_BUS_ADDRESS={device.address} root={device.root}
+    repository={device.repository} data=$root/data/VYXApplication
+    vyx() {{ {call} "${{@:2}}" | sed 's/\\\\n/\\n/g'; }}
 
-Watch the service's log; the events on the bus:
+Watch, each in a shell of its own, the service's log and the events on the bus:
 
     tail -f $root/log/VYXSaveRestore.log
-    busctl --address=$DBUS_SYSTEM_BUS_ADDRESS --match="type='signal',interface='{PREFIX}.VYXEvent'" monitor
+    busctl --match="type='signal',interface='{PREFIX}.VYXEvent'" monitor
 
-Restore, damage data, look, and restore again; save:
+Restore; damage data, and restore them:
 
     vyx VYXSaveRestore startRestoreFromRepository
-    rm $root/data/VYXApplication/PhoneBook/ringtones.conf && : >$root/data/VYXApplication/PhoneBook/contacts.data
-    ls -l $root/data/VYXApplication/PhoneBook
-    vyx VYXSaveRestore startSaveOnRepository
+    rm $data/PhoneBook/ringtones.conf; : >$data/PhoneBook/contacts.data; ls -l $data/PhoneBook
+    vyx VYXSaveRestore startRestoreFromRepository; ls -l $data/PhoneBook
 
-Look into the repository (docs/repository.md):
+Change data, save, and look into the repository:
 
-    ls -l $repository; cat $repository/PhoneBook.cksum
-    zcat $repository/PhoneBook++contacts.dump.gz | head; zcat $repository/Navigator++routes.tar.gz | tar -tv
+    sqlite3 $data/PhoneBook/contacts.data "UPDATE contact SET note = 'mine' WHERE id = 3"
+    vyx VYXSaveRestore startSaveOnRepository; ls -lt $repository | head; cat $repository/PhoneBook.cksum
+    zcat $repository/PhoneBook++contacts.dump.gz | grep mine; zcat $repository/Navigator++routes.tar.gz | tar -tv
 
-Choose another repository. The call answers nothing, also when there is no such directory: what is chosen is shown after it.
+Choose another repository. The call answers nothing, also when there is no such directory, so ask what is chosen:
 
-    mkdir $root/media/other
+    touch $root/data/dev_mode; mkdir $root/media/other
     vyx VYXSaveRestore setRepositoryUrl s $root/media/other; vyx VYXSaveRestore printSettings
+    vyx VYXSaveRestore setRepositoryUrl s $root/media/missing; vyx VYXSaveRestore printSettings
     vyx VYXSaveRestore setRepositoryUrl s {device.repository_url}; vyx VYXSaveRestore printSettings
 
-What is scheduled; docs/operations.md has an example of every call:
+See what is scheduled; docs/operations.md has an example of every call:
 
     vyx Scheduler printTasks
 

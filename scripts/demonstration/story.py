@@ -8,13 +8,13 @@ from datetime import datetime
 from pathlib import Path
 from typing import Any
 
-from databases import count_rows, number
+from databases import number
 from deeds import (BEFORE_SCHEDULED_SAVE, CHANGES, DAMAGE, LOSSES, USED_BEFORE_DEFAULT, USED_BEFORE_FACTORY, Deed,
                    covered, do_all, texts)
 from device import Device, wait_until
 from files import sum_of
-from items import Item
-from pauses import Pause, Watch, process_state, span, time_line
+from operation import Operation, errors_in
+from pauses import Pause, span, time_line
 from report import DemoFailed, Report, difference, require
 from repository import Repository
 from resets import Factory, Reset
@@ -51,46 +51,11 @@ class Story:
         self.reset_to_factory()
         self.look_at_logs()
 
-    # What all acts share.
-
-    def begin(self) -> None:
-        """What an operation is compared with afterwards."""
-        self.log_begin = {name: len(self.device.log(name)) for name in ("VYXSaveRestore", "ApplicationManager")}
-        self.entries_before = self.repository.snapshot()
-        self.processes_before = self.device.modules()
-        self.rows_before = sum(count_rows(self.device.live / item.place)
-                               for item in self.device.items() if self.device.is_written(item))
-        self.watch = Watch(self.device).start()
-        self.begin_time = time.monotonic()
-
-    def end(self) -> float:
-        """The seconds since the begin."""
-        seconds = time.monotonic() - self.begin_time
-        self.watch.stop()
-        return seconds
-
-    def log(self, name: str = "VYXSaveRestore") -> list[str]:
-        """Since the begin."""
-        return self.device.log(name)[self.log_begin[name]:]
-
-    def log_values(self, expression: str) -> list[str]:
-        """What the group of the expression is in lines of the service's log that match as a whole."""
-        found = [re.fullmatch(r"\w+ [^:]*: " + expression, line) for line in self.log()]
-        return [match[1] for match in found if match]
-
-    def says(self, text: str, name: str = "VYXSaveRestore") -> bool:
-        return any(text in line for line in self.log(name))
-
-    def paused_modules(self) -> list[str]:
-        states = {module.name: process_state(module.pid) for module in self.device.modules()}
-        return [f"{name} is in state {state}" for name, state in states.items() if state in "TtZX"]
-
-    def errors(self) -> list[str]:
-        return [line for line in self.log() if line.startswith(("error", "warning"))]
+    # What several acts share.
 
     def check_repository(self) -> None:
         before = self.report.checks
-        self.report.run(self.repository.checks(self.rows_before))
+        self.report.run(self.repository.checks(self.operation.rows_before))
         self.report.line(f"{len(self.repository.all_entries())} entries against the live data, by zcat, tar and "
                          f"sqlite3: {self.report.checks - before} checks")
 
@@ -112,27 +77,26 @@ class Story:
     def save(self, title: str) -> None:
         """One by a call; what has to be sent and removed was told before."""
         to_send, to_remove = self.repository.entries_to_send(), self.repository.entries_to_remove()
-        self.begin()
-        answer = self.device.call("VYXSaveRestore", "startSaveOnRepository")
-        seconds = self.end()
-        self.report.heading(f"{title}: {seconds:.1f} s")
-        require(answer == [True], f"the save failed: {answer}\n" + "\n".join(self.errors()))
-        self.report.check("all modules run again", "", self.paused_modules)
-        self.check_sent(to_send, to_remove)
+        self.operation = Operation(self.repository)
+        answer = self.operation.call("startSaveOnRepository")
+        self.operation.end()
+        self.report.heading(f"{title}: {self.operation.seconds:.1f} s")
+        require(answer == [True], f"the save failed: {answer}\n" + "\n".join(self.operation.errors()))
+        self.check_saved(to_send, to_remove)
 
-    def check_sent(self, to_send: set[str], to_remove: set[str]) -> None:
-        before, after = self.entries_before, self.repository.snapshot()
-        sent = {name for name in after if before.get(name) != after[name]}
-        ignored = self.repository.optional_entries() if before else set()
-        self.report.check("only what differed was sent", f"{len(sent)} entries",
-                          lambda: difference(to_send - ignored, sent - ignored))
+    def check_saved(self, to_send: set[str], to_remove: set[str]) -> None:
+        operation = self.operation
+        ignored = self.repository.optional_entries() if operation.entries_before else set()
+        self.report.check("all modules run again", "", operation.paused_modules)
+        self.report.check("only what differed was sent", f"{len(to_send)} entries",
+                          lambda: difference(to_send - ignored, operation.sent() - ignored))
         self.report.check("only what disappeared was removed", f"{len(to_remove)} entries",
-                          lambda: difference(to_remove, before.keys() - after.keys()))
+                          lambda: difference(to_remove, operation.removed()))
 
     def first_save(self) -> None:
         self.save("First save, into an empty repository")
         self.show(self.saved_by_module())
-        self.first_pauses = self.watch.groups()
+        self.first_pauses = self.operation.watch.groups()
         self.report.check("every module that was asked has paused", "", lambda: [
             pause.module for group in self.first_pauses for pause in group if pause.paused is None])
         self.show_pauses(self.first_pauses)
@@ -153,22 +117,13 @@ class Story:
         self.report.line(f"Asked to pause (.) on the bus, stopped (#) in /proc; {1000 * (end - begin):.0f} ms in all:")
         self.show(time_line(groups))
 
-    def longest_pause(self) -> str:
-        pause = max((pause for group in self.watch.groups() for pause in group), key=lambda pause: pause.length)
-        return f"longest pause {pause.text} ({pause.module})"
-
-    def transfers(self) -> str:
-        counts = {kind: len(self.log_values(f"({kind} file: .*)")) for kind in ("New", "Update", "Same", "Remove")}
-        return (f"New {counts['New']}, updated {counts['Update']}, the same and not sent {counts['Same']}, "
-                f"removed {counts['Remove']}; {self.longest_pause()}")
-
     def second_save(self) -> None:
         do_all(CHANGES, self.device.live)
         self.repository.look_at_items()
         self.check_differing(CHANGES)
         self.save("Second save, after some changes")
         self.show(texts(CHANGES))
-        self.report.line(self.transfers())
+        self.report.line(self.operation.transfers())
         self.show_log_details("(?:New|Update|Remove) file: .*")
         self.check_repository()
 
@@ -179,14 +134,14 @@ class Story:
             {*covered(deeds, self.repository.items), *written}, self.repository.changed_items()))
 
     def show_log_details(self, expression: str) -> None:
-        for text in self.log_values(f"({expression})"):
+        for text in self.operation.log_values(f"({expression})"):
             self.report.detail(text)
 
     def third_save(self) -> None:
         self.repository.look_at_items()
         self.check_differing([])
         self.save("Third save, with nothing changed but what the Recorder measures")
-        self.report.line(self.transfers())
+        self.report.line(self.operation.transfers())
         self.check_repository()
 
     def damage(self) -> None:
@@ -202,45 +157,40 @@ class Story:
             damaged, self.restored.to_fetch))
 
     def restore(self) -> None:
-        self.begin()
-        self.device.call("VYXSaveRestore", "startRestoreFromRepository")
-        self.report.heading(f"Restore: {self.end():.1f} s")
-        self.show_restored()
+        self.call_restore("Restore")
         self.check_restored()
 
-    def show_restored(self) -> None:
-        fetched, kept = self.fetched(), self.kept()
-        self.report.line(f"Fetched {len(fetched)} items, {len(kept)} were the same; {self.longest_pause()}")
+    def call_restore(self, title: str) -> None:
+        self.operation = Operation(self.repository)
+        self.operation.call("startRestoreFromRepository")
+        self.operation.end()
+        self.report.heading(f"{title}: {self.operation.seconds:.1f} s")
+        fetched, kept = self.operation.fetched(), self.operation.kept()
+        self.report.line(f"Fetched {len(fetched)} items, {len(kept)} were the same; {self.operation.longest_pause()}")
         self.report.detail("fetched: " + ", ".join(fetched))
-
-    def fetched(self) -> list[str]:
-        return self.log_values("New/updated file '(.*)': download and update")
-
-    def kept(self) -> list[str]:
-        return self.log_values("Same file '(.*)': no need to restore")
 
     def check_restored(self) -> None:
         report, restored, before = self.report, self.restored, self.report.checks
         report.run(restored.item_checks())
         report.run(restored.spread_checks())
         report.check("only what differed was fetched", "", lambda: difference(
-            [item.key for item in restored.to_fetch], self.fetched()))
+            [item.key for item in restored.to_fetch], self.operation.fetched()))
         report.check("each other item was found to be the same", "", lambda: difference(
-            [item.key for item in restored.items], self.fetched() + self.kept()))
+            [item.key for item in restored.items], self.operation.fetched() + self.operation.kept()))
         report.run(restored.run_checks())
         report.check("the service reports the end, and no error", "but for what was missing", self.end_findings)
-        report.check("all modules run, in the same processes", "", lambda: self.paused_modules() + difference(
-            self.processes_before, self.device.modules()))
+        report.check("all modules run, in the same processes", "", lambda: self.operation.paused_modules() + difference(
+            self.operation.modules_before, self.device.modules()))
         self.check_repository_untouched()
         report.line(f"Every item against what was saved, and what nobody had damaged: {report.checks - before} checks")
 
     def end_findings(self) -> list[str]:
-        ends = self.log_values(r"(Restore finished \(.*PhoneBook.*\))")
-        return self.errors() + difference(["1 end"], [f"{len(ends)} end"])
+        ends = self.operation.log_values(r"(Restore finished \(.*PhoneBook.*\))")
+        return self.operation.errors() + difference(["1 end"], [f"{len(ends)} end"])
 
     def check_repository_untouched(self) -> None:
         self.report.check("the repository", "not touched", lambda: difference(
-            self.entries_before.items(), self.repository.snapshot().items()))
+            self.operation.entries_before.items(), self.repository.snapshot().items()))
 
     def restore_other_release(self) -> None:
         require(self.device.call("ApplicationManager", "setModuleRelease", "sss", "PhoneBook", NEW_RELEASE,
@@ -250,23 +200,19 @@ class Story:
         time.sleep(CLOCK_SETTLES_SECONDS)
         self.restored.note_before()
         self.restored.migrate_before("PhoneBook", OLD_RELEASE)
-        self.begin()
-        self.device.call("VYXSaveRestore", "startRestoreFromRepository")
-        seconds = self.end()
-        self.report.heading(f"PhoneBook comes in release {NEW_RELEASE}, and restore again: {seconds:.1f} s")
+        self.call_restore(f"PhoneBook comes in release {NEW_RELEASE}, and restore again")
         self.show(texts(LOSSES))
         self.check_migration()
-        self.show_restored()
         self.check_restored()
 
     def check_migration(self) -> None:
         done = "Migration of module 'PhoneBook' done"
-        wait_until(20, lambda: self.says(done, "ApplicationManager"))
+        wait_until(20, lambda: self.operation.says(done, "ApplicationManager"))
         asked = f"Start migration process for module 'PhoneBook' : '{OLD_RELEASE}' -> '{NEW_RELEASE}'"
         self.report.check("the service asks for this migration alone", f"from {OLD_RELEASE} to {NEW_RELEASE}",
-                          lambda: difference([asked], self.log_values("(Start migration process .*)")))
+                          lambda: difference([asked], self.operation.log_values("(Start migration process .*)")))
         self.report.check("the ApplicationManager ran the program", "to its end", lambda: difference(
-            [True], [self.says(done, "ApplicationManager")]))
+            [True], [self.operation.says(done, "ApplicationManager")]))
         start = "SELECT started = '1970-01-01 00:00:00' FROM calls WHERE id = 4"
         self.report.check("the program did its work", "a call without a start has one", lambda: difference(
             [1], [number(self.device.live / "PhoneBook/calls.data", start)]))
@@ -294,13 +240,12 @@ class Story:
         (self.device.live / "VYXSaveRestore/digests").unlink(missing_ok=True)
         to_send, to_remove = self.repository.entries_to_send(), self.repository.entries_to_remove()
         moment = self.next_save()
-        self.begin()
+        self.operation = Operation(self.repository)
         self.report.check("the save starts when its time comes", "the Scheduler's clock is put ahead",
                           lambda: difference([True], [self.runs_at(moment)]))
-        self.end()
-        self.report.line(f"The Scheduler called it at {moment:%H:%M}. {self.transfers()}")
-        self.check_sent(to_send, to_remove)
-        self.report.check("all modules run again", "", self.paused_modules)
+        self.operation.end()
+        self.report.line(f"The Scheduler called it at {moment:%H:%M}. {self.operation.transfers()}")
+        self.check_saved(to_send, to_remove)
         self.check_repository()
 
     def set_setting(self, name: str, value: str) -> Any:
@@ -310,7 +255,7 @@ class Story:
     def runs_at(self, moment: datetime) -> bool:
         ahead = int((moment - datetime.now()).total_seconds()) + 2
         self.device.call("Scheduler", "advanceClock", "i", str(ahead))
-        return wait_until(120, lambda: self.says("Saving operations done"))
+        return wait_until(120, lambda: self.operation.says("Saving operations done"))
 
     def reset(self, kind: str, deeds: list[Deed], answer: list[object]) -> None:
         do_all(deeds, self.device.live)
@@ -321,16 +266,16 @@ class Story:
         self.report.check("before the reset what was done to files is found", "", lambda: [
             deed.text for deed in deeds if deed.path.endswith((".conf", ".ini")) and
             deed.path not in reset.spoiled_before.get(deed.module, ())])
-        self.begin()
-        found = self.device.call("VYXSaveRestore", "resetTo" + kind.capitalize())
-        self.report.heading(f"Reset to {kind}: {time.monotonic() - self.begin_time:.1f} s")
+        self.operation = Operation(self.repository)
+        found = self.operation.call("resetTo" + kind.capitalize())
+        self.report.heading(f"Reset to {kind}: {self.operation.seconds:.1f} s")
         self.report.check("the call's answer", str(answer), lambda: difference(answer, found))
         if kind == "factory":
             self.report.check("all modules are stopped", "", lambda: [] if wait_until(10, self.no_module_runs) else
                               map(str, self.device.modules()))
         count = self.report.run(reset.checks())
         self.check_reports(kind)
-        self.end()
+        self.operation.end()
         self.check_repository_untouched()
         files = sum(map(len, reset.spoiled_before.values()))
         self.report.line(f"{len(questions)} commands on databases, {files} files back as they were: {count} checks")
@@ -339,10 +284,10 @@ class Story:
         modules = [module.name for module in self.device.modules()] + ["VYXSaveRestore"]
         done = f"reset_{kind}_done"
         self.report.check("every module has reported", "", lambda: [
-            f"{module} has not" for module in modules if not self.watch.heard(done, module)])
+            f"{module} has not" for module in modules if not self.operation.watch.heard(done, module)])
         rebooting = [name for name, options in self.device.program_options().items() if "--needs-reboot" in options]
         self.report.check("who asks for a reboot", ", ".join(rebooting), lambda: difference(
-            rebooting, [event.arguments["ModuleName"] for event in self.watch.events
+            rebooting, [event.arguments["ModuleName"] for event in self.operation.watch.events
                         if event.name == done and event.arguments["NeedReboot"]]))
 
     def no_module_runs(self) -> bool:
@@ -351,15 +296,15 @@ class Story:
     def reset_to_default(self) -> None:
         self.reset("default", USED_BEFORE_DEFAULT, [True])
         self.report.check("the end is announced", "", lambda: [] if any(
-            event.name == "reset_data_default_complete" for event in self.watch.events) else ["it is not"])
-        self.report.check("all modules run", "", self.paused_modules)
+            event.name == "reset_data_default_complete" for event in self.operation.watch.events) else ["it is not"])
+        self.report.check("all modules run", "", self.operation.paused_modules)
 
     def reset_to_factory(self) -> None:
         self.reset("factory", USED_BEFORE_FACTORY, [])
 
     def look_at_logs(self) -> None:
-        self.log_begin["VYXSaveRestore"] = 0
-        self.report.check("the service's whole log", "neither a warning nor an error", self.errors)
+        self.report.check("the service's whole log", "neither a warning nor an error",
+                          lambda: errors_in(self.device.log()))
         access_log = self.device.root / "server/log/access.log"
         if access_log.exists():
             self.report.heading(f"The server's access log: {access_summary(access_log)}")

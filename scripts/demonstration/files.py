@@ -1,9 +1,10 @@
 """What files are like, by their names, stamps and bytes."""
 
+import grp
 import hashlib
+import math
 import os
 import pwd
-import grp
 import stat
 from dataclasses import dataclass
 from pathlib import Path
@@ -85,4 +86,4 @@ class Sum:
 
 def sum_of(*paths: Path) -> Sum:
     files = [file for path in paths for file in ([path] if path.is_file() else path.rglob("*")) if file.is_file()]
-    return Sum(len(files), round(sum(file.stat().st_size for file in files) / 1000))
+    return Sum(len(files), math.ceil(sum(file.stat().st_size for file in files) / 1000))

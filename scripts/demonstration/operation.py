@@ -54,7 +54,10 @@ class Operation:
         return [f"{name} is in state {state}" for name, state in states.items() if state in "TtZX"]
 
     def longest_pause(self) -> str:
-        pause = max((pause for group in self.watch.groups() for pause in group), key=lambda pause: pause.length)
+        pauses = [pause for group in self.watch.groups() for pause in group]
+        if not pauses:
+            return "no pause"
+        pause = max(pauses, key=lambda pause: pause.length)
         return f"longest pause {pause.text} ({pause.module})"
 
     def sent(self) -> set[str]:

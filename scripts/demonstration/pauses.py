@@ -79,6 +79,8 @@ class Watch:
     def hear(self) -> None:
         for line in self.output:
             message = json.loads(line)
+            if message.get("interface") != f"{PREFIX}.VYXEvent":
+                continue  # the bus has ended
             arguments = {name: value["data"] for name, value in message["payload"]["data"][0].items()}
             self.events.append(Event(message["timestamp-realtime"] / 1e6, message["path"].rsplit("/", 1)[1],
                                      message["member"], arguments))

@@ -13,6 +13,7 @@ from deeds import (BEFORE_SCHEDULED_SAVE, CHANGES, DAMAGE, LOSSES, USED_BEFORE_D
                    covered, do_all, texts)
 from device import Device, wait_until
 from files import sum_of
+from items import Item
 from operation import Operation, errors_in
 from pauses import Pause, span, time_line
 from report import DemoFailed, Report, difference, require
@@ -97,6 +98,7 @@ class Story:
         self.save("First save, into an empty repository")
         self.show(self.saved_by_module())
         self.first_pauses = self.operation.watch.groups()
+        require(bool(self.first_pauses), "no module was asked to pause")
         self.report.check("every module that was asked has paused", "", lambda: [
             pause.module for group in self.first_pauses for pause in group if pause.paused is None])
         self.show_pauses(self.first_pauses)
@@ -106,11 +108,9 @@ class Story:
         items = self.repository.items
         for module in dict.fromkeys(item.module for item in items):
             own = [item for item in items if item.module == module]
-            counts = Counter(item.kind for item in own)
             live = sum_of(*(self.repository.live(item) for item in own))
             saved = sum_of(*(self.repository.entry(item) for item in own))
-            yield (f"{module:<10} {counts['database']} databases, {counts['directory']} archives, "
-                   f"{counts['file']:2} files: {live.kilobytes:4} kB, {saved.kilobytes:4} in the repository")
+            yield f"{module:<10} {kinds_of(own)}: {live.kilobytes:4} kB live, {saved.kilobytes:4} kB saved"
 
     def show_pauses(self, groups: list[list[Pause]]) -> None:
         begin, end = span(groups)
@@ -160,14 +160,15 @@ class Story:
         self.call_restore("Restore")
         self.check_restored()
 
-    def call_restore(self, title: str) -> None:
+    def call_restore(self, title: str, lost: Iterable[str] = ()) -> None:
         self.operation = Operation(self.repository)
         self.operation.call("startRestoreFromRepository")
         self.operation.end()
         self.report.heading(f"{title}: {self.operation.seconds:.1f} s")
-        fetched, kept = self.operation.fetched(), self.operation.kept()
-        self.report.line(f"Fetched {len(fetched)} items, {len(kept)} were the same; {self.operation.longest_pause()}")
-        self.report.detail("fetched: " + ", ".join(fetched))
+        self.show(lost)
+        self.report.line(f"Came back: {kinds_of(self.restored.to_fetch)}; the same and left alone: "
+                         f"{len(self.operation.kept())}; {self.operation.longest_pause()}")
+        self.report.detail("fetched: " + ", ".join(self.operation.fetched()))
 
     def check_restored(self) -> None:
         report, restored, before = self.report, self.restored, self.report.checks
@@ -200,8 +201,7 @@ class Story:
         time.sleep(CLOCK_SETTLES_SECONDS)
         self.restored.note_before()
         self.restored.migrate_before("PhoneBook", OLD_RELEASE)
-        self.call_restore(f"PhoneBook comes in release {NEW_RELEASE}, and restore again")
-        self.show(texts(LOSSES))
+        self.call_restore(f"PhoneBook comes in release {NEW_RELEASE}, and restore again", texts(LOSSES))
         self.check_migration()
         self.check_restored()
 
@@ -244,7 +244,8 @@ class Story:
         self.report.check("the save starts when its time comes", "the Scheduler's clock is put ahead",
                           lambda: difference([True], [self.runs_at(moment)]))
         self.operation.end()
-        self.report.line(f"The Scheduler called it at {moment:%H:%M}. {self.operation.transfers()}")
+        self.report.line(f"The Scheduler, put ahead, called it at {moment:%H:%M}.")
+        self.report.line(self.operation.transfers())
         self.check_saved(to_send, to_remove)
         self.check_repository()
 
@@ -309,3 +310,8 @@ class Story:
         if access_log.exists():
             self.report.heading(f"The server's access log: {access_summary(access_log)}")
             self.report.run(access_checks(access_log))
+
+
+def kinds_of(items: list[Item]) -> str:
+    counts = Counter(item.kind for item in items)
+    return f"databases {counts['database']}, archives {counts['directory']}, files {counts['file']:2}"

@@ -3,7 +3,7 @@
 on_terminal=false columns=80
 if [ -t 1 ] && [ "${TERM:-dumb}" != dumb ]; then
     on_terminal=true
-    read -r _ columns < <(stty size <&1 2>/dev/null) && [ "$columns" -gt 0 ] || columns=80
+    read -r _ columns < <(stty size </dev/tty 2>/dev/null) && [ "$columns" -gt 0 ] || columns=80
 fi
 
 # progress TEXT : in place of the progress shown before, on a terminal; nothing anywhere else.

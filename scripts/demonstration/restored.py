@@ -58,7 +58,9 @@ class Restored:
     # Checks of single items.
 
     def fate(self, item: Item) -> str:
-        """What was done to it, as seen in the files themselves."""
+        """What was done to it, as seen in the files themselves. What a module writes changes all the time."""
+        if self.device.is_written(item):
+            return "restored"
         place = self.device.live / item.place
         if not place.exists():
             return "missing"
@@ -112,7 +114,7 @@ class Restored:
             return Check(item.place, f"{fate}: unpacked the same files, and what was added stays",
                          partial(self.archive_findings, item))
         if self.device.is_written(item):
-            return Check(item.place, "restored: the saved rows, and the module goes on writing",
+            return Check(item.place, f"{fate}: the saved rows, and the module goes on writing",
                          partial(self.written_findings, item))
         if item.selections:
             return Check(item.place, f"{fate}: all saved rows, everything else untouched",

@@ -166,8 +166,9 @@ class Story:
         self.operation.end()
         self.report.heading(f"{title}: {self.operation.seconds:.1f} s")
         self.show(lost)
-        self.report.line(f"Came back: {kinds_of(self.restored.to_fetch)}; the same and left alone: "
-                         f"{len(self.operation.kept())}; {self.operation.longest_pause()}")
+        back = [item for item in self.restored.items if self.restored.fate(item) == "restored"]
+        self.report.line(f"Came back: {kinds_of(back)}; left alone: {len(self.restored.items) - len(back)}; "
+                         f"{self.operation.longest_pause()}")
         self.report.detail("fetched: " + ", ".join(self.operation.fetched()))
 
     def check_restored(self) -> None:
@@ -216,7 +217,9 @@ class Story:
         start = "SELECT started = '1970-01-01 00:00:00' FROM calls WHERE id = 4"
         self.report.check("the program did its work", "a call without a start has one", lambda: difference(
             [1], [number(self.device.live / "PhoneBook/calls.data", start)]))
-        self.report.line(f"The migration program has run: {OLD_RELEASE} to {NEW_RELEASE}")
+        for line in self.operation.log("ApplicationManager"):
+            if "migrated from release" in line:
+                self.report.line(f"The migration program says: {line}")
 
     def next_save(self) -> datetime:
         """The Scheduler's next time for the service."""
@@ -314,4 +317,4 @@ class Story:
 
 def kinds_of(items: list[Item]) -> str:
     counts = Counter(item.kind for item in items)
-    return f"databases {counts['database']}, archives {counts['directory']}, files {counts['file']:2}"
+    return f"databases {counts['database']}, archives {counts['directory']}, files {counts['file']:>2}"

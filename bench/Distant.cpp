@@ -182,10 +182,13 @@ private:
 
 } // namespace
 
-QList<DistantFigures> measureDistant(int rounds)
+QList<DistantFigures> measureDistant(int rounds, const QString &line)
 {
     QList<DistantFigures> all;
     for (const Kind &kind : kinds) {
+        if (!line.isEmpty() && line != kind.name) {
+            continue;
+        }
         DistantBench bench(kind);
         if (!bench.run(rounds)) {
             return {};

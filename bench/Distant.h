@@ -21,7 +21,7 @@ struct DistantFigures
 };
 
 /// Saves and restores with a real server behind lines of several kinds. Empty when one failed.
-QList<DistantFigures> measureDistant(int rounds);
+QList<DistantFigures> measureDistant(int rounds, const QString &line);
 
 void printDistantTable(const QList<DistantFigures> &figures);
 void printDistantJson(const QList<DistantFigures> &figures);

@@ -239,7 +239,10 @@ int main(int argc, char **argv)
     parser.addOptions({seconds});
     parser.addHelpOption();
     parser.process(application);
-    startHttpLibrary();
+    if (!curl().fault.isEmpty()) {
+        std::fprintf(stderr, "fleet: %s\n", qPrintable(curl().fault));
+        return 1;
+    }
     // Each device opens all the files of a phase.
     rlimit files = {};
     getrlimit(RLIMIT_NOFILE, &files);

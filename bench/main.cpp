@@ -148,11 +148,12 @@ int main(int argc, char **argv)
     const QCommandLineOption json("json", "Print a JSON object.");
     const QCommandLineOption https("https",
                                    "Over lines of several kinds to a server, instead of a directory.");
-    parser.addOptions({scale, rounds, json, https});
+    const QCommandLineOption line("line", "With --https, over this line alone: \"40 ms\", say.", "NAME");
+    parser.addOptions({scale, rounds, json, https, line});
     parser.addHelpOption();
     parser.process(application);
     if (parser.isSet(https)) {
-        const auto figures = measureDistant(std::max(parser.value(rounds).toInt(), 1));
+        const auto figures = measureDistant(std::max(parser.value(rounds).toInt(), 1), parser.value(line));
         (parser.isSet(json) ? printDistantJson : printDistantTable)(figures);
         return figures.isEmpty() ? 1 : 0;
     }

@@ -118,7 +118,8 @@ void DistantRepository::start(RequestNumber number, const RepositoryRequest &req
     HttpRequest made = {.url = RepositoryUrl::entry(repositoryUrl, request.entry).toEncoded()};
     const bool unknown = secureMode && !secureConnection.identity().isComplete();
     const QString problem = unknown ? "The device's certificate, its key or its authorities cannot be used"
-                                    : prepare(request, made);
+                            : curl().fault.isEmpty() ? prepare(request, made)
+                                                     : curl().fault;
     if (!problem.isEmpty()) {
         if (request.method == RepositoryRequest::Check) {
             logError("Error: '%2' (%3)", problem, RepositoryUrl::forDisplay(repositoryUrl));

@@ -25,7 +25,6 @@ std::thread startedWithoutSignals(const std::function<void()> &work)
 HttpEngine::HttpEngine(HttpSettings settings, HttpQueue::Done done)
     : settings(std::move(settings)), done(std::move(done)), wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
-    startHttpLibrary();
     thread = startedWithoutSignals([this] { run(); });
 }
 

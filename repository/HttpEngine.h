@@ -14,7 +14,8 @@
 class HttpEngine
 {
 public:
-    /// `done` is called in the engine's thread, once for each request that is not forgotten.
+    /// `done` is called in the engine's thread, once for each request that is not forgotten. libcurl must
+    /// have been loaded without a fault.
     HttpEngine(HttpSettings settings, HttpQueue::Done done);
     /// Forgets everything.
     ~HttpEngine();

@@ -39,27 +39,27 @@ bool isLost(int code)
 } // namespace
 
 HttpQueue::HttpQueue(const HttpSettings &settings, Done done)
-    : settings(settings), done(std::move(done)), sessions(curl_share_init())
+    : settings(settings), done(std::move(done)), sessions(curl().share_init())
 {
-    curl_share_setopt(sessions, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    curl().share_setopt(sessions, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
     connectAfresh();
 }
 
 HttpQueue::~HttpQueue()
 {
     clear();
-    curl_multi_cleanup(multi);
-    curl_share_cleanup(sessions);
+    curl().multi_cleanup(multi);
+    curl().share_cleanup(sessions);
 }
 
 /// Without any connection that stands. Nothing may be under way.
 void HttpQueue::connectAfresh()
 {
-    CURLM *const before = std::exchange(multi, curl_multi_init());
-    curl_multi_cleanup(before);
-    curl_multi_setopt(multi, CURLMOPT_MAX_HOST_CONNECTIONS, mostConnections);
-    curl_multi_setopt(multi, CURLMOPT_MAX_TOTAL_CONNECTIONS, mostConnections);
-    curl_multi_setopt(multi, CURLMOPT_MAX_CONCURRENT_STREAMS, mostStreams);
+    CURLM *const before = std::exchange(multi, curl().multi_init());
+    curl().multi_cleanup(before);
+    curl().multi_setopt(multi, CURLMOPT_MAX_HOST_CONNECTIONS, mostConnections);
+    curl().multi_setopt(multi, CURLMOPT_MAX_TOTAL_CONNECTIONS, mostConnections);
+    curl().multi_setopt(multi, CURLMOPT_MAX_CONCURRENT_STREAMS, mostStreams);
     mostAtOnce = 1;
 }
 
@@ -79,7 +79,7 @@ void HttpQueue::clear()
 
 HttpQueue::Running HttpQueue::take(CURL *handle)
 {
-    curl_multi_remove_handle(multi, handle);
+    curl().multi_remove_handle(multi, handle);
     return std::move(running.extract(handle).mapped());
 }
 
@@ -88,8 +88,8 @@ quint64 HttpQueue::advance()
     const quint64 before = steps;
     beginWaiting();
     int left = 0;
-    curl_multi_perform(multi, &left);
-    while (const CURLMsg *message = curl_multi_info_read(multi, &left)) {
+    curl().multi_perform(multi, &left);
+    while (const CURLMsg *message = curl().multi_info_read(multi, &left)) {
         if (message->msg == CURLMSG_DONE) {
             complete(message->easy_handle, message->data.result);
         }
@@ -114,7 +114,7 @@ void HttpQueue::wait(int wakeUp)
         std::clamp<std::chrono::milliseconds>(settings.inactivityLimit / 8, 1ms, longestWait);
     const bool begins = server != Server::Suspected && running.size() < mostAtOnce && !waiting.empty();
     const auto limit = running.empty() ? idleWait : patience;
-    curl_multi_poll(multi, &other, 1, begins ? 0 : static_cast<int>(limit.count()), nullptr);
+    curl().multi_poll(multi, &other, 1, begins ? 0 : static_cast<int>(limit.count()), nullptr);
 }
 
 void HttpQueue::beginWaiting()
@@ -142,12 +142,12 @@ void HttpQueue::begin(const Job &job)
     }
     auto transfer = std::make_unique<HttpTransfer>(job.request, settings);
     CURL *const handle = transfer->handle();
-    curl_easy_setopt(handle, CURLOPT_SHARE, sessions);
+    curl().easy_setopt(handle, CURLOPT_SHARE, sessions);
     if (job.number == 0) {
         transfer->connectAnew();
     }
     running.emplace(handle, Running{job, std::move(transfer)});
-    curl_multi_add_handle(multi, handle);
+    curl().multi_add_handle(multi, handle);
 }
 
 void HttpQueue::complete(CURL *handle, CURLcode code)
@@ -185,7 +185,7 @@ void HttpQueue::conclude(const Running &ended, HttpResult result)
 void HttpQueue::learnFrom(const Running &ended)
 {
     long version = 0;
-    curl_easy_getinfo(ended.transfer->handle(), CURLINFO_HTTP_VERSION, &version);
+    curl().easy_getinfo(ended.transfer->handle(), CURLINFO_HTTP_VERSION, &version);
     mostAtOnce = version == CURL_HTTP_VERSION_2_0 ? mostStreams : mostConnections;
 }
 

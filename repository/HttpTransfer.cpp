@@ -25,18 +25,13 @@ curl_blob blobOf(const QByteArray &text)
 
 } // namespace
 
-void startHttpLibrary()
-{
-    [[maybe_unused]] static const CURLcode started = curl_global_init(CURL_GLOBAL_DEFAULT);
-}
-
 bool isHttpSuccess(int status)
 {
     return status >= 200 && status <= 299;
 }
 
 HttpTransfer::HttpTransfer(HttpRequest request, const HttpSettings &settings)
-    : request(std::move(request)), settings(settings), easy(curl_easy_init())
+    : request(std::move(request)), settings(settings), easy(curl().easy_init())
 {
     set(CURLOPT_URL, this->request.url.constData());
     set(CURLOPT_PRIVATE, this);
@@ -57,22 +52,22 @@ HttpTransfer::HttpTransfer(HttpRequest request, const HttpSettings &settings)
     set(CURLOPT_WRITEDATA, this);
     setIdentity();
     setMethod();
-    headers = curl_slist_append(headers, "Expect:");
+    headers = curl().slist_append(headers, "Expect:");
     if (!settings.authorization.isEmpty()) {
-        headers = curl_slist_append(headers, ("Authorization: " + settings.authorization).constData());
+        headers = curl().slist_append(headers, ("Authorization: " + settings.authorization).constData());
     }
     set(CURLOPT_HTTPHEADER, headers);
 }
 
 HttpTransfer::~HttpTransfer()
 {
-    curl_easy_cleanup(easy);
-    curl_slist_free_all(headers);
+    curl().easy_cleanup(easy);
+    curl().slist_free_all(headers);
 }
 
 template <typename Value> void HttpTransfer::set(CURLoption option, Value value) const
 {
-    curl_easy_setopt(easy, option, value);
+    curl().easy_setopt(easy, option, value);
 }
 
 /// Nobody is trusted but the authorities of the device; without any, nobody.
@@ -124,7 +119,7 @@ void HttpTransfer::setMethod()
         return;
     case HttpRequest::PropFind:
         set(CURLOPT_CUSTOMREQUEST, "PROPFIND");
-        headers = curl_slist_append(headers, "Depth: 1");
+        headers = curl().slist_append(headers, "Depth: 1");
         request.target->restart();
         return;
     }
@@ -177,7 +172,7 @@ bool HttpTransfer::take(QByteArrayView bytes)
         return reason.isEmpty();
     }
     curl_off_t announced = -1;
-    curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
+    curl().easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
     target->expect(announced);
     if (target->append(bytes.toByteArray())) {
         logProgress("GET progess: %1%", done, announced);
@@ -215,7 +210,7 @@ qint64 HttpTransfer::takeMoved()
     curl_socket_t socket = CURL_SOCKET_BAD;
     int left = 0;
     if (request.method == HttpRequest::Put && done == 0 &&
-        curl_easy_getinfo(easy, CURLINFO_ACTIVESOCKET, &socket) == CURLE_OK && socket != CURL_SOCKET_BAD &&
+        curl().easy_getinfo(easy, CURLINFO_ACTIVESOCKET, &socket) == CURLE_OK && socket != CURL_SOCKET_BAD &&
         ioctl(socket, SIOCOUTQ, &left) == 0 && std::exchange(queued, left) > left) {
         noteMoved(1);
     }
@@ -252,21 +247,21 @@ bool HttpTransfer::isTooSlow(size_t shares)
 int HttpTransfer::status() const
 {
     long found = 0;
-    curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &found);
+    curl().easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &found);
     return static_cast<int>(found);
 }
 
 HttpResult HttpTransfer::resultOf(CURLcode code) const
 {
     long requestBytes = 0;
-    curl_easy_getinfo(easy, CURLINFO_REQUEST_SIZE, &requestBytes);
+    curl().easy_getinfo(easy, CURLINFO_REQUEST_SIZE, &requestBytes);
     curl_off_t announced = -1;
-    curl_easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
+    curl().easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
     HttpResult result = {
         .status = status(), .size = announced, .code = code, .text = reason, .wasSent = requestBytes > 0};
     if (result.text.isEmpty() && code != CURLE_OK) {
         result.text =
-            QString::fromUtf8(errorText.front() != '\0' ? errorText.data() : curl_easy_strerror(code));
+            QString::fromUtf8(errorText.front() != '\0' ? errorText.data() : curl().easy_strerror(code));
     } else if (result.text.isEmpty() && !isHttpSuccess(result.status)) {
         result.text = QString("The requested URL returned error: %1").arg(result.status);
     }

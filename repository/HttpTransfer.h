@@ -1,5 +1,6 @@
 #pragma once
 
+#include "repository/CurlLibrary.h"
 #include "repository/DigestingFile.h"
 #include "repository/DownloadFile.h"
 
@@ -8,7 +9,6 @@
 
 #include <array>
 #include <chrono>
-#include <curl/curl.h>
 #include <memory>
 
 /// The device's side of TLS, as PEM texts, and whom it trusts.
@@ -58,9 +58,6 @@ struct HttpResult
 };
 
 bool isHttpSuccess(int status);
-
-/// To be called in the main thread before the first transfer.
-void startHttpLibrary();
 
 /// One attempt to carry out a request, on a handle of libcurl. Lives in the thread of the transfers.
 class HttpTransfer

@@ -112,13 +112,13 @@ Attempt attemptTo(const Waiter &waiter, const HttpSettings &settings)
 {
     const HttpTransfer transfer({.url = settings.baseUrl}, settings);
     CURL *const handle = transfer.handle();
-    curl_easy_setopt(handle, CURLOPT_CONNECT_ONLY, 1L);
-    curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
-    curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, endsEarly);
-    curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &waiter);
-    const CURLcode code = curl_easy_perform(handle);
+    curl().easy_setopt(handle, CURLOPT_CONNECT_ONLY, 1L);
+    curl().easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
+    curl().easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, endsEarly);
+    curl().easy_setopt(handle, CURLOPT_XFERINFODATA, &waiter);
+    const CURLcode code = curl().easy_perform(handle);
     curl_off_t connectTime = 0;
-    curl_easy_getinfo(handle, CURLINFO_CONNECT_TIME_T, &connectTime);
+    curl().easy_getinfo(handle, CURLINFO_CONNECT_TIME_T, &connectTime);
     return {transfer.resultOf(code), connectTime > 0};
 }
 
@@ -254,7 +254,10 @@ void SecureConnection::tryConnection(Waiter &waiter, const QUrl &url)
 {
     const QString host = url.host();
     logDebug("Try to connect to host with HTTPS/SSL (%1:%2)", host, url.port(httpsPort));
-    startHttpLibrary();
+    if (!curl().fault.isEmpty()) {
+        logError("Could not encrypt connection to '%1' (%2)", host, curl().fault);
+        return;
+    }
     Attempt attempt;
     waiter.runBeside([&, settings = HttpSettings{.baseUrl = url.toEncoded(),
                                                  .identity = loaded,

@@ -1,5 +1,7 @@
 #include "catalogue/ItemNames.h"
 
+#include <QDir>
+#include <QFile>
 #include <QStringList>
 
 #include <algorithm>
@@ -44,6 +46,18 @@ QString normalizedItemPath(const QString &path)
     QStringList parts = path.split('/', Qt::SkipEmptyParts);
     parts.removeAll(".");
     return parts.contains("..") || isOwn(path) ? QString() : parts.join('/');
+}
+
+bool fitsLine(const QByteArray &name)
+{
+    const bool breaksLine = name.contains('\t') || name.contains('\n') || name.contains('\r');
+    return !breaksLine && QFile::encodeName(QFile::decodeName(name)) == name;
+}
+
+bool leadsOut(const QByteArray &target, const QString &parent, const QString &directory)
+{
+    const QString reached = QDir::cleanPath(QDir(parent).filePath(QFile::decodeName(target)));
+    return reached != directory && !reached.startsWith(directory + "/");
 }
 
 QString flattened(const QString &path)

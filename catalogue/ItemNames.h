@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 /// Names of modules, of items and of the repository's entries.
@@ -19,6 +20,13 @@ bool isOwn(const QString &path);
 /// The path of an item without doubled and trailing slashes, or empty when it does not stay inside its
 /// module's data directory, holds a TAB or a line break, or a component with the service's own prefix.
 QString normalizedItemPath(const QString &path);
+
+/// True for the name of a file that a line can hold and that comes back as the same bytes.
+bool fitsLine(const QByteArray &name);
+
+/// True for a link in the directory `parent`, at or below `directory`, whose target lies outside of that. By
+/// its text alone, as a restore sees it: what it leads to may be a link again.
+bool leadsOut(const QByteArray &target, const QString &parent, const QString &directory);
 
 /// The path as one component: "++" for every "/".
 QString flattened(const QString &path);

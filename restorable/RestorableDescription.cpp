@@ -2,64 +2,37 @@
 
 #include "catalogue/ItemNames.h"
 #include "platform/DevicePaths.h"
-#include "platform/logger/VYXLogger.h"
 
-#include <QDomDocument>
-#include <QFile>
 #include <QFileInfo>
-#include <QXmlStreamReader>
+#include <QSet>
 
 #include <algorithm>
 
+using Kind = DescriptionFault::Kind;
+using Weight = DescriptionFault::Weight;
+
 namespace {
 
-constexpr qint64 largestDescription = qint64{1024} * 1024;
-constexpr int mostElements = 5000;
-constexpr int deepestElement = 20;
 /// A key of a checksum file holds it with the module's name and an ending.
 constexpr qsizetype longestPath = 3800;
 
-RestorableObject::RestorablePriority priorityOf(const QDomElement &element)
+bool selectsRows(const QString &sql)
 {
-    const QString text = element.attribute("priority");
-    if (text == "normal") {
-        return RestorableObject::normal;
-    }
-    return text == "low" ? RestorableObject::low : RestorableObject::high;
+    const QString start = sql.trimmed();
+    const auto begins = [&](const char *word) { return start.startsWith(word, Qt::CaseInsensitive); };
+    return begins("SELECT") || begins("WITH") || begins("VALUES") || begins("--") || begins("/*");
 }
 
-template <typename Handler>
-void forEachChild(const QDomElement &parent, const QString &name, const Handler &handle)
+/// The listed directory with which the path is saved, too; empty when there is none.
+QString directoryThatHas(const QHash<QString, const RestorableFile *> &directories, const QString &path)
 {
-    for (QDomElement child = parent.firstChildElement(name); !child.isNull();
-         child = child.nextSiblingElement(name)) {
-        handle(child);
-    }
-}
-
-void readResetCommands(const QDomElement &section, SqlCommands &commands)
-{
-    forEachChild(section, "sql-command", [&](const QDomElement &command) {
-        commands.append({command.attribute("db-name"), command.text()});
-    });
-}
-
-/// The bound that a description goes beyond; empty when there is none. Looked at before a tree is made of it.
-QString boundBroken(const QByteArray &text)
-{
-    if (text.size() > largestDescription) {
-        return QString("%1 bytes").arg(largestDescription);
-    }
-    int elements = 0;
-    int depth = 0;
-    for (QXmlStreamReader xml(text); !xml.atEnd(); xml.readNext()) {
-        elements += xml.isStartElement() ? 1 : 0;
-        depth += xml.isStartElement() ? 1 : (xml.isEndElement() ? -1 : 0);
-        if (elements > mostElements) {
-            return QString("%1 elements").arg(mostElements);
-        }
-        if (depth > deepestElement) {
-            return QString("%1 levels").arg(deepestElement);
+    for (qsizetype end = directories.isEmpty() ? 0 : path.lastIndexOf('/'); end > 0;
+         end = path.lastIndexOf('/', end - 1)) {
+        const RestorableFile *directory = directories.value(path.left(end));
+        const QString rest = path.mid(end + 1);
+        if (directory != nullptr &&
+            (directory->isZipped() || !(rest.contains('/') || rest.startsWith('.')))) {
+            return directory->getPath();
         }
     }
     return {};
@@ -67,38 +40,69 @@ QString boundBroken(const QByteArray &text)
 
 } // namespace
 
-void RestorableDescription::read(const QString &path)
+/// Hands over the children of that name; what else is there is passed over.
+template <typename Handler>
+void RestorableDescription::forEachChild(const QDomElement &parent, const QString &name,
+                                         const Handler &handle)
 {
-    QFile file(path);
-    QDomDocument document;
-    if (!file.open(QIODevice::ReadOnly)) {
-        logError("The description '%1' cannot be read: %2", path, file.errorString());
-        return;
-    }
-    const QByteArray text = file.read(largestDescription + 1);
-    if (const QString fault = boundBroken(text); !fault.isEmpty()) {
-        logError("The description '%1' is refused: it has more than %2", path, fault);
-        return;
-    }
-    QString error;
-    int line = 0;
-    if (!document.setContent(text, &error, &line)) {
-        logError("The description '%1' is broken in line %2: %3", path, line, error);
-        return;
-    }
-    const QDomElement root = document.documentElement();
-    for (QDomElement section = root.firstChildElement(); !section.isNull();
-         section = section.nextSiblingElement()) {
-        const QString name = section.tagName();
-        if (name == "databases") {
-            forEachChild(section, "database", [this](const QDomElement &element) { readDatabase(element); });
-        } else if (name == "files") {
-            forEachChild(section, "file", [this](const QDomElement &element) { readFile(element); });
-        } else if (name == "reset-to-factory") {
-            readResetCommands(section, object.resetToFactoryCommands);
-        } else if (name == "reset-to-default") {
-            readResetCommands(section, object.resetToDefaultCommands);
+    notes.attributes(parent, {});
+    for (QDomNode child = parent.firstChild(); !child.isNull(); child = child.nextSibling()) {
+        if (child.toElement().tagName() == name) {
+            handle(child.toElement());
+        } else {
+            notes.stray(child);
         }
+    }
+}
+
+RestorableObject::RestorablePriority RestorableDescription::priorityOf(const QDomElement &element)
+{
+    const QString text = element.attribute("priority", "high");
+    if (text == "normal") {
+        return RestorableObject::normal;
+    }
+    if (text == "low") {
+        return RestorableObject::low;
+    }
+    if (text != "high") {
+        notes.tolerate(Kind::UnknownPriority, element, QString("Priority '%1' is not known").arg(text));
+    }
+    return RestorableObject::high;
+}
+
+DescriptionFaults RestorableDescription::read(const QString &path)
+{
+    const QDomElement root = notes.open(path);
+    for (QDomNode section = root.firstChild(); !section.isNull(); section = section.nextSibling()) {
+        if (section.isElement()) {
+            readSection(section.toElement());
+        } else {
+            notes.stray(section);
+        }
+    }
+    lookForOverlaps();
+    const bool described = object.hasItems() || !object.resetToFactoryCommands.isEmpty() ||
+                           !object.resetToDefaultCommands.isEmpty();
+    if (!root.isNull() && !described) {
+        notes.tolerate(Kind::NothingDescribed, root, "Nothing is described that counts");
+    }
+    return notes.list();
+}
+
+void RestorableDescription::readSection(const QDomElement &section)
+{
+    const QString name = section.tagName();
+    if (name == "databases") {
+        forEachChild(section, "database", [this](const QDomElement &element) { readDatabase(element); });
+    } else if (name == "files") {
+        forEachChild(section, "file", [this](const QDomElement &element) { readFile(element); });
+    } else if (name == "reset-to-factory" || name == "reset-to-default") {
+        SqlCommands &commands =
+            name == "reset-to-factory" ? object.resetToFactoryCommands : object.resetToDefaultCommands;
+        forEachChild(section, "sql-command",
+                     [&](const QDomElement &element) { readResetCommand(element, commands); });
+    } else {
+        notes.stray(section);
     }
 }
 
@@ -107,77 +111,154 @@ QString RestorableDescription::dataPath(const QString &item) const
     return DevicePaths::moduleData(object.name) + "/" + item;
 }
 
-bool RestorableDescription::acceptDatabaseName(const QString &name) const
+void RestorableDescription::readResetCommand(const QDomElement &element, SqlCommands &commands)
 {
-    if (name.isEmpty() || name.contains('/') || ItemNames::normalizedItemPath(name + ".data").isEmpty()) {
-        logError("Database name '%1' of module '%2' is refused: it is no plain name", name, object.name);
-        return false;
+    notes.attributes(element, {"db-name"});
+    const QString database = element.attribute("db-name");
+    const QString sql = element.text();
+    notes.children(element);
+    if (database.isEmpty() || database.contains('/')) {
+        notes.tolerate(Kind::ResetDatabase, element,
+                       QString("Database name '%1' is no plain name").arg(database));
+    } else if (!object.missingDatabases.contains(database) &&
+               !QFileInfo(dataPath(database + ".data")).isFile()) {
+        notes.tolerate(Kind::ResetDatabase, element,
+                       QString("There is no database '%1' to reset").arg(database));
     }
-    return true;
+    if (sql.trimmed().isEmpty()) {
+        notes.tolerate(Kind::SqlEmpty, element, "The SQL command is empty");
+    }
+    commands.append({database, sql});
 }
 
-void RestorableDescription::readDatabase(const QDomElement &element)
+bool RestorableDescription::acceptDatabase(const QDomElement &element, const QString &name)
 {
-    const QString name = element.attribute("name");
-    if (!acceptDatabaseName(name)) {
-        return;
+    if (name.isEmpty() || name.contains('/') || ItemNames::normalizedItemPath(name + ".data").isEmpty()) {
+        notes.report(Weight::Error, Kind::DatabaseName, element,
+                     QString("Database name '%1' of module '%2' is refused: it is no plain name")
+                         .arg(name, object.name));
+        return false;
     }
     if (!QFileInfo(dataPath(name + ".data")).isFile()) {
-        const char *const text = "Database '%1' of module '%2' does not exist";
-        if (missing == MissingData::Expected) {
-            logDebug(text, name, object.name);
-        } else {
-            logError(text, name, object.name);
-        }
+        notes.report(Weight::Error, Kind::DatabaseMissing, element,
+                     QString("Database '%1' of module '%2' does not exist").arg(name, object.name));
         object.missingDatabases << name;
-        return;
+        return false;
     }
     const bool known =
         std::any_of(object.databases.cbegin(), object.databases.cend(),
                     [&](const RestorableDatabase &database) { return database.getName() == name; });
     if (known) {
-        logWarning("Database '%1' of module '%2' is listed twice: only the first counts", name, object.name);
-        return;
+        notes.report(Weight::Warning, Kind::DatabaseTwice, element,
+                     QString("Database '%1' of module '%2' is listed twice: only the first counts")
+                         .arg(name, object.name));
     }
-    RestorableDatabase database(name);
-    database.setPriority(priorityOf(element));
-    readDatabaseChildren(element, database);
-    object.databases << database;
+    return !known;
 }
 
-void RestorableDescription::readDatabaseChildren(const QDomElement &element, RestorableDatabase &database)
+/// What is in a database that is left out is looked at, too.
+void RestorableDescription::readDatabase(const QDomElement &element)
 {
-    for (QDomElement child = element.firstChildElement(); !child.isNull();
-         child = child.nextSiblingElement()) {
-        if (child.tagName() == "sql-command") {
-            database.addSqlCommand(child.attribute("table-name"), child.text());
-        } else if (child.tagName() == "dependency" && ItemNames::isModuleName(child.text())) {
-            object.dependencies << child.text();
-        } else if (child.tagName() == "dependency") {
-            logError("Dependency '%1' of module '%2' is refused: it is no module name", child.text(),
-                     object.name);
+    notes.attributes(element, {"name", "priority"});
+    const QString name = element.attribute("name");
+    notes.outerSpace(element, name);
+    const bool accepted = acceptDatabase(element, name);
+    RestorableDatabase database(name);
+    database.setLine(notes.lineOf(element));
+    database.setPriority(priorityOf(element));
+    if (database.getPriority() != RestorableObject::high) {
+        notes.tolerate(
+            Kind::DatabasePriority, element,
+            QString("Database '%1' has the priority '%2'").arg(name, element.attribute("priority")));
+    }
+    QStringList dependencies;
+    readDatabaseChildren(element, database, dependencies);
+    if (accepted) {
+        object.databases << database;
+        object.dependencies << dependencies;
+    }
+}
+
+void RestorableDescription::readDatabaseChildren(const QDomElement &element, RestorableDatabase &database,
+                                                 QStringList &dependencies)
+{
+    for (QDomNode child = element.firstChild(); !child.isNull(); child = child.nextSibling()) {
+        if (child.toElement().tagName() == "sql-command") {
+            readSelection(child.toElement(), database);
+        } else if (child.toElement().tagName() == "dependency") {
+            readDependency(child.toElement(), dependencies);
+        } else {
+            notes.stray(child);
         }
     }
 }
 
-QString RestorableDescription::acceptItemPath(const QString &text) const
+void RestorableDescription::readSelection(const QDomElement &element, RestorableDatabase &database)
 {
-    QString path = ItemNames::normalizedItemPath(text);
+    notes.attributes(element, {"table-name"});
+    notes.children(element);
+    const QString table = element.attribute("table-name");
+    const QString sql = element.text();
+    if (table.isEmpty()) {
+        notes.tolerate(Kind::SqlWithoutTable, element, "The SQL command has no 'table-name'");
+    }
+    if (sql.trimmed().isEmpty()) {
+        notes.tolerate(Kind::SqlEmpty, element, "The SQL command is empty");
+    } else if (!selectsRows(sql)) {
+        notes.tolerate(Kind::SqlNoSelect, element,
+                       QString("The SQL command is no SELECT: '%1'").arg(sql.simplified().left(40)));
+    }
+    database.addSqlCommand(table, sql);
+}
+
+void RestorableDescription::readDependency(const QDomElement &element, QStringList &dependencies)
+{
+    const QString module = element.text();
+    notes.attributes(element, {});
+    notes.children(element);
+    notes.outerSpace(element, module);
+    if (!ItemNames::isModuleName(module)) {
+        notes.report(Weight::Error, Kind::DependencyName, element,
+                     QString("Dependency '%1' of module '%2' is refused: it is no module name")
+                         .arg(module, object.name));
+        return;
+    }
+    if (module == object.name) {
+        notes.tolerate(Kind::DependencyOnItself, element,
+                       QString("Module '%1' depends on itself").arg(module));
+    } else if (dependencies.contains(module)) {
+        notes.tolerate(Kind::DependencyTwice, element,
+                       QString("Dependency '%1' is listed twice").arg(module));
+    } else if (!QFileInfo::exists(DevicePaths::moduleData(module)) &&
+               !QFileInfo::exists(DevicePaths::restorableDescription(module))) {
+        notes.tolerate(Kind::UnknownModule, element,
+                       QString("Dependency '%1' has neither data nor a description").arg(module));
+    }
+    dependencies << module;
+}
+
+QString RestorableDescription::acceptItemPath(const QDomElement &element)
+{
+    QString path = ItemNames::normalizedItemPath(element.text());
     if (path.isEmpty()) {
-        logError("File/directory '%1' of module '%2' is refused: it does not lie below the module's data",
-                 text, object.name);
+        notes.report(
+            Weight::Error, Kind::PathOutside, element,
+            QString("File/directory '%1' of module '%2' is refused: it does not lie below the module's data")
+                .arg(element.text(), object.name));
         return {};
     }
     if (path.toUtf8().size() > longestPath) {
-        logError("File/directory of module '%1' is refused: its path has more than %2 bytes", object.name,
-                 longestPath);
+        notes.report(Weight::Error, Kind::PathTooLong, element,
+                     QString("File/directory of module '%1' is refused: its path has more than %2 bytes")
+                         .arg(object.name, QString::number(longestPath)));
         return {};
     }
     const bool known = std::any_of(object.files.cbegin(), object.files.cend(),
                                    [&](const RestorableFile &file) { return file.getPath() == path; });
     if (known) {
-        logWarning("File/directory '%1' of module '%2' is listed twice: only the first counts", path,
-                   object.name);
+        notes.report(Weight::Warning, Kind::PathTwice, element,
+                     QString("File/directory '%1' of module '%2' is listed twice: only the first counts")
+                         .arg(path, object.name));
         return {};
     }
     return path;
@@ -185,25 +266,52 @@ QString RestorableDescription::acceptItemPath(const QString &text) const
 
 void RestorableDescription::readFile(const QDomElement &element)
 {
-    const QString path = acceptItemPath(element.text());
+    notes.attributes(element, {"priority", "zip"});
+    const auto priority = priorityOf(element);
+    const QString zipText = element.attribute("zip", "false");
+    const bool zip = zipText == "true";
+    if (!zip && zipText != "false") {
+        notes.tolerate(Kind::UnknownZip, element,
+                       QString("'zip' is neither true nor false: '%1'").arg(zipText));
+    }
+    const QString path = acceptItemPath(element);
+    notes.children(element);
     if (path.isEmpty()) {
         return;
     }
+    notes.outerSpace(element, element.text());
     const QFileInfo info(dataPath(path));
     if (!info.exists()) {
-        const char *const text = "File/directory '%1' of module '%2' does not exist";
-        if (missing == MissingData::Expected) {
-            logDebug(text, info.absoluteFilePath(), object.name);
-        } else {
-            logWarning(text, info.absoluteFilePath(), object.name);
+        notes.report(Weight::Warning, Kind::PathMissing, element,
+                     QString("File/directory '%1' of module '%2' does not exist")
+                         .arg(info.absoluteFilePath(), object.name));
+    } else if (zip && !info.isDir()) {
+        notes.tolerate(Kind::ZipWithoutUse, element, QString("'%1' is no directory").arg(path));
+    }
+    RestorableFile file(path, info.isDir() ? DirectoryItem : FileItem, zip, priority);
+    file.setLine(notes.lineOf(element));
+    object.files << file;
+}
+
+void RestorableDescription::lookForOverlaps()
+{
+    QHash<QString, const RestorableFile *> directories;
+    for (const RestorableFile &file : std::as_const(object.files)) {
+        if (file.getKind() == DirectoryItem) {
+            directories.insert(file.getPath(), &file);
         }
     }
-    const bool zip = element.attribute("zip") == "true";
-    const RestorableItemKind kind = info.isDir() ? DirectoryItem : FileItem;
-    if (kind == DirectoryItem) {
-        logDebug("Add dir %1 for module %2", path, object.name);
-    } else {
-        logDebug("Add file %1 for module %2", path, object.name);
+    QSet<QString> databases;
+    for (const RestorableDatabase &database : std::as_const(object.databases)) {
+        databases.insert(database.getName() + ".data");
     }
-    object.files << RestorableFile(path, kind, zip, priorityOf(element));
+    for (const RestorableFile &file : std::as_const(object.files)) {
+        const QString other = databases.contains(file.getPath())
+                                  ? "the databases"
+                                  : directoryThatHas(directories, file.getPath());
+        if (!other.isEmpty()) {
+            notes.tolerate(Kind::SavedTwice, file.getLine(),
+                           QString("'%1' is also saved with '%2'").arg(file.getPath(), other));
+        }
+    }
 }

@@ -21,6 +21,9 @@ public:
     RestorableItemKind getKind() const { return kind; }
     RestorablePriority getPriority() const { return priority; }
     void setPriority(RestorablePriority newPriority) { priority = newPriority; }
+    /// The line of the description in which it begins.
+    int getLine() const { return line; }
+    void setLine(int newLine) { line = newLine; }
 
 protected:
     RestorableItem(RestorableItemKind kind, RestorablePriority priority) : kind(kind), priority(priority) {}
@@ -28,6 +31,7 @@ protected:
 private:
     RestorableItemKind kind;
     RestorablePriority priority;
+    int line = 0;
 };
 
 /// A file or directory of a module.

@@ -1,13 +1,11 @@
 #pragma once
 
+#include "restorable/DescriptionFault.h"
 #include "restorable/RestorableItem.h"
 
 #include <QList>
 #include <QString>
 #include <QStringList>
-
-/// Whether it is worth a warning that data which a description lists are not there.
-enum class MissingData { Reported, Expected };
 
 /// What one running module has saved, restored and reset, as its restorable.xml describes it. A plain value.
 class RestorableObject
@@ -17,6 +15,9 @@ public:
     static constexpr RestorablePriority high = RestorableOrder::high;
     static constexpr RestorablePriority normal = RestorableOrder::normal;
     static constexpr RestorablePriority low = RestorableOrder::low;
+
+    /// A module without items.
+    explicit RestorableObject(QString name, QString release = {}, QString version = {}, QString pid = {});
 
     /// Reads and parses the file at once. A file that cannot be read or is no XML gives an object without
     /// items; what the description asks for and cannot have is logged and left out.

@@ -7,7 +7,6 @@
 
 #include <QCryptographicHash>
 #include <QDeadlineTimer>
-#include <QDir>
 #include <QFile>
 
 #include <algorithm>
@@ -24,13 +23,6 @@ namespace {
 constexpr qsizetype mostEntries = 1000000;
 constexpr qsizetype mostLeftOut = 1000;
 constexpr qsizetype portionSize = qsizetype{256} * 1024;
-
-/// By its text alone, as a restore sees it: what it leads to may be a link again.
-bool leadsOut(const QByteArray &target, const QString &parent, const QString &directory)
-{
-    const QString reached = QDir::cleanPath(QDir(parent).filePath(QFile::decodeName(target)));
-    return reached != directory && !reached.startsWith(directory + "/");
-}
 
 /// What becomes of the members that are met. Each says false when the walk need not go on.
 class Visitor
@@ -238,8 +230,8 @@ bool Walk::addLink(const Descriptor &found, const QByteArray &below)
     }
     target.truncate(size);
     const QString parent = QFile::decodeName("/" + memberOf(below)).section('/', 0, -2);
-    return leadsOut(target, parent, path) ? leaveOut(result.outward, below)
-                                          : visitor.link(memberOf(below), found.status(), target);
+    return ItemNames::leadsOut(target, parent, path) ? leaveOut(result.outward, below)
+                                                     : visitor.link(memberOf(below), found.status(), target);
 }
 
 bool Walk::leaveOut(QByteArrayList &list, const QByteArray &below)

@@ -19,13 +19,6 @@ QString priorityOf(const RestorableFile &item)
     return priorityName(item.getPriority());
 }
 
-/// True for a name that a line can hold and that comes back as the same bytes.
-bool fitsChecksumLine(const QByteArray &name)
-{
-    const bool breaksLine = name.contains('\t') || name.contains('\n') || name.contains('\r');
-    return !breaksLine && QFile::encodeName(QFile::decodeName(name)) == name;
-}
-
 } // namespace
 
 FileStaging::FileStaging(QString moduleName, const Artefacts &artefacts, RememberedDigests &remembered,
@@ -164,7 +157,7 @@ void FileStaging::stageDirectoryEntry(const RestorableFile &item, const QByteArr
         reportStagingError(QString("the digest of '%1'").arg(data.pathOf(path)));
         return;
     }
-    if (!fitsChecksumLine(name)) {
+    if (!ItemNames::fitsLine(name)) {
         logWarning("'%1' in directory '%2' of module '%3' is left out: its name has a TAB, a line break or "
                    "bytes that are no UTF-8",
                    QString::fromLatin1(name.toPercentEncoding()), item.getPath(), module);

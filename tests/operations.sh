@@ -13,7 +13,7 @@ fail() {
 
 # All sources of the service, each as one line without comments, literals that follow each other joined.
 sources() {
-    find . -regex '\./\(device\|examples\|tests\|build\|packaging\|bench\)' -prune -o -name '*.cpp' -print -o -name '*.h' -print |
+    find . -regex '\./\(device\|examples\|saverestorectl\|tests\|build\|packaging\|bench\)' -prune -o -name '*.cpp' -print -o -name '*.h' -print |
         while IFS= read -r file; do
             sed -E 's#^[[:space:]]*//.*##' "$file" | tr '\n' ' ' | sed -E 's/" +"//g; s/$/\n/'
         done
@@ -21,7 +21,7 @@ sources() {
 
 # What is written or shown, as opposed to SQL, printed listings and parts of other texts.
 messages() {
-    local call='(log(Warning|Error)|(show|report)Failure|refuse|fail|createWorkingDirectory)\('
+    local call='(log(Warning|Error)|(show|report)Failure|report|refuse|fail|createWorkingDirectory)\('
     grep -oE "($call|\b(failure|text|errorText) = |return (QString\()?\"[A-Z])[^;]*;" | grep -oE '"([^"\\]|\\.)*"' |
         tr -d '"' | grep -E '[^ ] [^ ]' | grep '[a-z]' | grep -vE '\\n|^Reset to '
 }

@@ -8,7 +8,7 @@ cd "$1" && export LC_ALL=C && exec </dev/null || exit 1
 house='service: dbus save verify reset
 verify: restore
 save restore: staging
-reset: restorable
+reset saverestorectl: restorable
 staging: pause repository restorable outcome
 pause repository restorable: catalogue commands
 dbus: outcome

@@ -71,12 +71,6 @@ bool checkFile(const QString &file, const CommandLine &commandLine, Output &outp
     for (const ItemOnDevice &item : check.items()) {
         bytes += item.bytes;
     }
-    output.object("checked", {{"file", file},
-                              {"module", module},
-                              {"errors", errors},
-                              {"warnings", warnings},
-                              {"items", check.items().size()},
-                              {"bytes", static_cast<qint64>(bytes)}});
     output.line(
         {{file, Span::Style::Bold},
          {": " + Text::count(quint64(errors), "error") + ", " + Text::count(quint64(warnings), "warning") +
@@ -84,6 +78,12 @@ bool checkFile(const QString &file, const CommandLine &commandLine, Output &outp
          {module.isEmpty() ? QString(" of a module that the place does not tell: see --module")
                            : QString(" of %1, %2 on this device").arg(module, Text::bytes(bytes))}});
     print(check.items(), file, module, output);
+    output.object("checked", {{"file", file},
+                              {"module", module},
+                              {"errors", errors},
+                              {"warnings", warnings},
+                              {"items", check.items().size()},
+                              {"bytes", static_cast<qint64>(bytes)}});
     return errors == 0 && !(commandLine.strict && warnings > 0);
 }
 

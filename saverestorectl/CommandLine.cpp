@@ -1,5 +1,7 @@
 #include "saverestorectl/CommandLine.h"
 
+#include "catalogue/ItemNames.h"
+
 #include <QCommandLineParser>
 #include <QCoreApplication>
 
@@ -149,6 +151,11 @@ QString faultOf(const CommandLine &line, const Command &command)
     for (const QString &priority : line.priorities) {
         if (!QStringList({"high", "normal", "low"}).contains(priority)) {
             return QString("'%1' is no priority: they are high, normal and low").arg(priority);
+        }
+    }
+    for (const QString &module : line.modules) {
+        if (!ItemNames::isModuleName(module)) {
+            return QString("'%1' is no name of a module").arg(module);
         }
     }
     return takesFiles && line.modules.size() > 1 ? QString("Files belong to one module") : QString();

@@ -35,6 +35,7 @@ void Command::interrupt(int signal)
 
 void Command::leave(int status)
 {
+    output.endStatus();
     disconnect(&service, nullptr, this, nullptr);
     QCoreApplication::exit(status);
 }

@@ -12,8 +12,9 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr qsizetype mostJobs = 50;
-/// The service may be busy with the next operation, or with a look of somebody else.
-constexpr auto lookPeriod = 500ms;
+/// A list keeps others from beginning an operation meanwhile: whoever is about to begin the next one comes
+/// first.
+constexpr auto lookPeriod = 2s;
 constexpr int mostLooks = 20;
 
 } // namespace

@@ -59,7 +59,7 @@ void Output::line(const QList<Span> &spans)
     if (json) {
         return;
     }
-    clearStatus();
+    endStatus();
     QByteArray bytes;
     for (const Span &span : spans) {
         bytes += styled(span, colour);
@@ -95,7 +95,7 @@ void Output::status(const QString &text)
     }
 }
 
-void Output::clearStatus()
+void Output::endStatus()
 {
     if (statusShown) {
         write(STDOUT_FILENO, "\r\x1b[K");
@@ -119,7 +119,7 @@ void Output::problem(const QString &code, const QString &text, int exitStatus)
     if (json) {
         return;
     }
-    clearStatus();
+    endStatus();
     const bool inColour = isatty(STDERR_FILENO) == 1 && wantsColour();
     write(STDERR_FILENO,
           styled({"saverestorectl: "}, inColour) + styled({text, Span::Style::Bad}, inColour) + "\n");

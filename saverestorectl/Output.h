@@ -38,6 +38,8 @@ public:
     void table(const QList<QStringList> &rows);
     /// The line that stands below all others, in place of what it was.
     void status(const QString &text);
+    /// There is no such line any more.
+    void endStatus();
     /// An object with this type; nothing but in JSON.
     void object(const char *type, QJsonObject fields);
     /// Why something cannot be done.
@@ -45,7 +47,6 @@ public:
 
 private:
     QByteArray styled(const Span &span, bool colour) const;
-    void clearStatus();
     void write(int descriptor, const QByteArray &bytes);
 
     bool json;

@@ -33,10 +33,10 @@ th, td { text-align: left; padding: 0.25rem 0.6rem; border-bottom: 1px solid var
 td { overflow-wrap: anywhere; font-variant-numeric: tabular-nums; } th { color: var(--faint); font-weight: 600; white-space: nowrap; }
 td.digest, code { font-family: ui-monospace, monospace; font-size: 0.8rem; }
 @media (max-width: 40rem) { body { padding: 0.5rem; } section { padding: 0.75rem; border-radius: 0.3rem; }
-  .group { grid-template-columns: 1fr; gap: 0; margin: 0.5rem 0; } th, td { padding: 0.2rem 0.35rem; } }
+  .group { grid-template-columns: 1fr; gap: 0; margin: 0.5rem 0; } table { min-width: 34rem; } th, td { padding: 0.2rem 0.35rem; } }
 @media print { :root { color-scheme: light; --page: #fff; --card: #fff; --text: #000; --faint: #444; --edge: #bbb; }
   body { max-width: none; padding: 0; font-size: 10pt; } section { border: 0; padding: 0; } .wide { overflow: visible; }
   details::details-content { content-visibility: visible; display: block; block-size: auto; }
-  tr, .group { break-inside: avoid; } svg { print-color-adjust: exact; -webkit-print-color-adjust: exact; } }
+  table { min-width: 0; } tr, .group { break-inside: avoid; } svg { print-color-adjust: exact; -webkit-print-color-adjust: exact; } }
 )";
 }

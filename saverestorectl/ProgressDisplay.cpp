@@ -112,7 +112,7 @@ void ProgressDisplay::drawBar()
 {
     const int width = output.width() - 1;
     const QString elapsed = Text::duration(static_cast<double>(sinceBegin.elapsed()) / 1000);
-    QStringList parts = {percent(service.progress()), elapsed, timeLeft(), stage(),
+    QStringList parts = {percent(service.progress()), stage(), elapsed, timeLeft(),
                          Text::printable(service.module())};
     parts.removeAll(QString());
     const QString text = parts.join("  ");

@@ -25,6 +25,18 @@ QString total(const char *title, const QString &value, const QString &detail)
         .arg(title, escaped(value), escaped(detail));
 }
 
+/// The longest time for which a module did nothing.
+double longestPause(const JobSummary &summary)
+{
+    double longest = 0;
+    for (const JobSummary::Group &group : summary.groups) {
+        if (group.steps.contains("paused") && group.steps.contains("resumed")) {
+            longest = std::max(longest, group.steps["resumed"] - group.steps["paused"]);
+        }
+    }
+    return longest;
+}
+
 QString totals(const ReportPage::Job &job)
 {
     const JobSummary &summary = job.summary;
@@ -34,6 +46,10 @@ QString totals(const ReportPage::Job &job)
     QString html = total("took", Text::seconds(summary.seconds), Text::moment(summary.started)) +
                    count("items done", summary.done) + count("items skipped", summary.skipped) +
                    count("items failed", summary.failed);
+    if (const double pause = longestPause(summary); pause > 0) {
+        html += total("longest pause", Text::seconds(pause),
+                      Text::count(quint64(summary.groups.size()), "group"));
+    }
     if (job.repository) {
         html += total("digests in the repository", QString("%1 same").arg(job.repository->same),
                       QString("%1 changed").arg(job.repository->changed.size()));

@@ -120,8 +120,12 @@ QString duration(double seconds)
 QString seconds(double seconds)
 {
     constexpr double fine = 10;
-    return seconds >= minute ? duration(seconds)
-                             : QString::number(seconds, 'f', seconds < fine ? 2 : 1) + " s";
+    constexpr double brief = 0.1;
+    if (seconds >= minute) {
+        return duration(seconds);
+    }
+    return seconds > 0 && seconds < brief ? QString::number(seconds * 1000, 'f', 1) + " ms"
+                                          : QString::number(seconds, 'f', seconds < fine ? 2 : 1) + " s";
 }
 
 QString moment(quint64 secondsSinceEpoch)

@@ -22,7 +22,7 @@ QString padded(const QString &text, int width);
 QString bytes(quint64 count);
 /// "0:05", "1:02:03".
 QString duration(double seconds);
-/// "0.12 s", "3.4 s", "5:04".
+/// "4.2 ms", "0.12 s", "13.4 s", "5:04".
 QString seconds(double seconds);
 /// In local time; "never" for 0.
 QString moment(quint64 secondsSinceEpoch);

@@ -116,7 +116,7 @@ QString times(const JobSummary &summary)
         QStringList row = {escaped(group.modules.join(", "))};
         for (const QString &step : JobSummary::stepNames()) {
             const auto time = timeOf(group, step);
-            row << (time ? escaped(Text::seconds(*time)) : QString("–"));
+            row << (time ? QString::number(*time, 'f', 3) : QString("–"));
         }
         rows << row;
     }

@@ -62,9 +62,12 @@ run "the package cannot be installed" dpkg_in_root --install "$package"
 find "$root/usr" -type f -printf './%P\n' | sort >"$work/installed"
 sort >"$work/expected" <<FILES
 ./sbin/VYXSaveRestore
+./bin/saverestorectl
 ./lib/systemd/system/vyxsaverestore.service
 ./lib/sysusers.d/vyxsaverestore.conf
 ./share/dbus-1/system.d/com.corvane.Pelorin.VYXSaveRestore.conf
+./share/bash-completion/completions/saverestorectl
+./share/man/man1/saverestorectl.1
 ./share/man/man8/VYXSaveRestore.8
 $(cd "$sources" && printf './share/doc/vyxsaverestore/%s\n' README.md docs/*.md)
 FILES
@@ -74,7 +77,7 @@ run "the unit was not enabled" test -L "$root/etc/systemd/system/multi-user.targ
 sed "s|=/usr/sbin/|=$root/usr/sbin/|" "$root/usr/lib/systemd/system/$unit" >"$work/$unit"
 quiet "the unit is not sound" systemd-analyze verify --man=no --recursive-errors=no "$work/$unit"
 if command -v groff >/dev/null; then
-    quiet "the man page has warnings" groff -man -ww -Tutf8 -z "$root/usr/share/man/man8/VYXSaveRestore.8"
+    quiet "a man page has warnings" groff -man -ww -Tutf8 -z "$root"/usr/share/man/man?/*
 else
     echo "packaging: the man page is not tried: no groff"
 fi
@@ -98,6 +101,8 @@ run "the save wrote no modules list" test -s "$root/media/repository/modules-lis
 use_policy "$nobody" "$nobody"
 call VYXSaveRestore getCapabilities "" >"$work/output" 2>&1 && fail "a stranger may call the service"
 [[ $(<"$work/output") == *"Access denied"* ]] || fail "a stranger's call is refused for another reason"
+"$root/usr/bin/saverestorectl" status >"$work/output" 2>&1
+[ $? -eq 6 ] || fail "saverestorectl does not say that a stranger may not call the service"
 broadcast stranger >"$work/output" 2>&1
 use_policy "$nobody" "$(id -g)"
 run "a member of the group may not call the service" call VYXSaveRestore getCapabilities ""

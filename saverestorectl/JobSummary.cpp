@@ -124,6 +124,7 @@ JobSummary JobSummary::of(const QVariantMap &map)
     summary.groups = groupsOf(map.value("groups"));
     summary.leftOver = map.value("leftOver").toStringList();
     summary.leftOverKnown = map.value("leftOverKnown", true).toBool();
+    summary.lastSuccess = number("lastSuccess");
     return summary;
 }
 

@@ -46,6 +46,8 @@ struct JobSummary
     QList<Group> groups;
     QStringList leftOver;
     bool leftOverKnown = true;
+    /// Of the last operation of its kind: when one has begun that succeeded; 0 when none is known.
+    quint64 lastSuccess = 0;
 
     bool succeeded() const { return code == "Success"; }
 

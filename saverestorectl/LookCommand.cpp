@@ -50,7 +50,9 @@ void LookCommand::showStatus()
         {"repository", service.repository()}, {"nextSave", static_cast<qint64>(service.nextSave())}};
     for (const char *operation : {"Save", "Restore", "Verify"}) {
         const auto last = service.last(operation);
-        object.insert(QString("last") + operation, last ? QJsonValue(last->toJson()) : QJsonValue());
+        QJsonObject summary = last ? last->toJson() : QJsonObject();
+        summary.insert("lastSuccess", last ? static_cast<qint64>(last->lastSuccess) : 0);
+        object.insert(QString("last") + operation, last ? QJsonValue(summary) : QJsonValue());
     }
     output.object("status", object);
     QStringList running = {service.operation(), service.phase(), service.module()};
@@ -78,6 +80,9 @@ void LookCommand::showLast(const QString &operation)
     output.line({{name + Text::moment(last->started) + (last->dryRun ? " (nothing was changed) " : " ")},
                  {last->code, last->succeeded() ? Span::Style::Good : Span::Style::Bad},
                  {"; " + summaryLine(*last)}});
+    if (!last->succeeded()) {
+        output.line("              the last success: " + Text::moment(last->lastSuccess));
+    }
 }
 
 void LookCommand::showList(const QVariant &answer)

@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <wchar.h>
+#include <cwchar>
 
 namespace Text {
 

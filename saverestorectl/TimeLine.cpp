@@ -65,7 +65,7 @@ QString percent(double part)
 QString bar(const JobSummary::Group &group, double end)
 {
     constexpr double thinnest = 0.002;
-    QString rectangles = "<rect class=\"ground\" x=\"0\" y=\"8\" width=\"100%\" height=\"2\"/>";
+    QString rectangles = R"(<rect class="ground" x="0" y="8" width="100%" height="2"/>)";
     for (const Span &span : spans) {
         const auto from = beginOf(group, span.from);
         const auto to = timeOf(group, span.to);

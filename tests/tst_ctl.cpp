@@ -1,8 +1,15 @@
+#include "saverestorectl/ExitStatus.h"
 #include "tests/support/DataTable.h"
-#include "tests/support/TestDevice.h"
+#include "tests/support/Terminal.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QUrl>
+
+#include <csignal>
 
 /// The command of the integrator and the service technician.
 class tst_ctl : public QObject
@@ -42,6 +49,9 @@ class tst_ctl : public QObject
         QProcessEnvironment values = QProcessEnvironment::systemEnvironment();
         values.insert("VYX_DEVICE_ROOT", device->path({}));
         values.insert("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + device->path("bus"));
+        values.insert("LC_ALL", "C.UTF-8");
+        values.insert("TERM", "xterm");
+        values.remove("NO_COLOR");
         return values;
     }
 
@@ -145,6 +155,226 @@ private Q_SLOTS:
         }
         QCOMPARE(found.join(", "), faults);
         QCOMPARE(output.left(1), refused ? "8" : "0");
+    }
+
+    /// In a terminal: the bar goes to its end, fits when the terminal becomes narrow, and no name steers it.
+    void terminal()
+    {
+        device->addModule("Deep",
+                          "<databases><database name='d'/></databases><files><file>dir</file></files>",
+                          "--pause-delay 1500");
+        device->sql("Deep", "d", "CREATE TABLE t(a)");
+        device->writeData("Deep", "dir/Größe\x1b]0;owned\x07.txt", "content");
+        QVERIFY(device->start());
+        Terminal terminal(environment(), 100);
+        terminal.start({"save"});
+        QVERIFY(terminal.shows("save: copying") && terminal.shows("Deep"));
+        const QByteArray wide = terminal.shown();
+        terminal.resize(30);
+        QCOMPARE(terminal.end(), 0);
+        const QByteArray all = terminal.shown();
+        QVERIFY(wide.contains("\u2591") && all.contains("\x1b[32mSuccess\x1b[0m") && all.contains("2 done"));
+        QVERIFY2(all.contains("dir/Größe\\x1b]0;owned\\x07.txt") && !all.contains("\x1b]"), all);
+        int narrow = 0;
+        for (const QByteArray &drawn : all.mid(wide.size()).split('\r')) {
+            narrow += drawn.contains(" %") ? 1 : 0;
+            QVERIFY2(!drawn.contains(" %") || QString::fromUtf8(drawn).remove("\x1b[K").size() < 30, drawn);
+        }
+        QVERIFY(narrow > 0);
+
+        QProcessEnvironment plain = environment();
+        plain.insert("NO_COLOR", "1");
+        Terminal second(plain);
+        second.start({"restore", "--dry-run"});
+        QCOMPARE(second.end(), 0);
+        QVERIFY2(second.shown().contains("Success") && !second.shown().contains("\x1b[3"), second.shown());
+    }
+
+    /// How a save that would wait for long ends, with which status, and the last thing that is said.
+    void endsOfAJob_data()
+    {
+        columns<int, QByteArray>("status", "said");
+        row("Ctrl-C", 23, QByteArray("Save: Cancelled"));
+        row("SIGTERM", 23, QByteArray("Save: Cancelled"));
+        row("cancel", 23, QByteArray("Save: Cancelled"));
+        row("Ctrl-C twice", 130, QByteArray("once more to leave at once"));
+        row("service asked to end", 24, QByteArray("Save: Stopped"));
+        row("service killed", 5, QByteArray("The service has gone"));
+        row("bus killed", 5, QByteArray("The bus has gone"));
+    }
+    void endsOfAJob()
+    {
+        QFETCH(int, status);
+        QFETCH(QByteArray, said);
+        const QByteArray how = QTest::currentDataTag();
+        device->addModule("Deaf", "<databases><database name='d'/></databases>", "--ignore-pause");
+        device->sql("Deaf", "d", "CREATE TABLE t(a)");
+        QVERIFY(device->start("VYXSaveRestore"));
+        const auto service = pid_t(device->service().processId());
+        Terminal terminal(environment());
+        terminal.start({"save"});
+        QVERIFY(device->waitForLog("Wait for modules to be paused") && terminal.shows("copying"));
+        if (how.startsWith("Ctrl-C")) {
+            kill(service, how.endsWith("twice") ? SIGSTOP : SIGCONT);
+            terminal.type("\x03");
+            QVERIFY(terminal.shows("once more to leave at once"));
+            terminal.type(how.endsWith("twice") ? "\x03" : "");
+        } else if (how == "SIGTERM") {
+            terminal.process.terminate();
+        } else if (how == "cancel") {
+            QCOMPARE(run({"save"}).left(2), "11");
+            Terminal watcher(environment());
+            watcher.start({"monitor"});
+            QVERIFY(watcher.shows("copying"));
+            watcher.type("\x03");
+            QCOMPARE(watcher.end(), 0);
+            QVERIFY(run({"status"}).contains("Running       save, copying"));
+            QVERIFY(run({"cancel"}).startsWith("0\nCancelled"));
+        } else if (how == "bus killed") {
+            device->killBus();
+        } else {
+            kill(service, how.endsWith("killed") ? SIGKILL : SIGTERM);
+        }
+        QCOMPARE(terminal.end(), status);
+        QVERIFY2(
+            QString::fromUtf8(terminal.shown()).remove(QRegularExpression("\x1b\\[\\d*[mK]")).contains(said),
+            terminal.shown());
+        kill(service, SIGCONT);
+        if (how == "service killed" || how == "bus killed") {
+            device.reset();
+        }
+    }
+
+    void nobodyThere()
+    {
+        QCOMPARE(run({"status"}), "4\nsaverestorectl: The service does not run\n");
+        const QJsonObject error = objects(run({"monitor", "--json"}).mid(2)).value(0);
+        QCOMPARE(error["type"].toString() + error["code"].toString(), "errorNoService");
+        device->killBus();
+        QVERIFY(run({"save"}).startsWith("3\nsaverestorectl: There is no system bus"));
+        for (const char *wrong : {"", "sav", "save x", "save --priority most", "check", "save --full",
+                                  "check --module a/b f", "verify --html x"}) {
+            QVERIFY2(run(QString(wrong).split(' ', Qt::SkipEmptyParts)).startsWith("2\nsaverestorectl: "),
+                     wrong);
+        }
+        QVERIFY(run({"check", "--help"}).startsWith("0\nUsage: saverestorectl check"));
+        QVERIFY(run({"--version"}).startsWith("0\nsaverestorectl "));
+    }
+
+    /// Each code that the interface has, with its own status, which the guide and the man page tell.
+    void statusOfEachCode()
+    {
+        const QString codes = QString(readFile(SOURCES "/docs/control.md")).section("\n## Codes", 1);
+        const QString guide = readFile(SOURCES "/docs/saverestorectl.md");
+        const QString page = readFile(SOURCES "/packaging/saverestorectl.1");
+        static const QRegularExpression entry("^\\| ([A-Z]\\w+) \\|", QRegularExpression::MultilineOption);
+        QSet<int> seen;
+        for (auto each = entry.globalMatch(codes); each.hasNext();) {
+            const QString code = each.next().captured(1);
+            const int status = ExitStatus::ofCode(code);
+            QVERIFY2(!seen.contains(status) && (status != ExitStatus::Failed || code == "Failed"),
+                     qPrintable(code));
+            seen << status;
+            QVERIFY2(guide.contains(QString("| %1 | `%2` |").arg(QString::number(status), code)),
+                     qPrintable(code));
+            QVERIFY2(status < 10 || page.contains(QString("%1  %2").arg(QString::number(status), code)),
+                     qPrintable(code));
+        }
+        QCOMPARE(seen.size(), 20);
+        QCOMPARE(ExitStatus::ofCode("New"), int(ExitStatus::Failed));
+    }
+
+    /// Everything as JSON, each line an object; what belongs to an operation agrees.
+    void json()
+    {
+        device->addModule("A", "<files><file>a.txt</file><file priority='low'>b.txt</file></files>");
+        device->writeData("A", "a.txt", "a");
+        device->writeData("A", "b.txt", "b");
+        QVERIFY(device->start());
+        const auto ask = [this](const QStringList &arguments) {
+            const QByteArray output = run(arguments + QStringList("--json"));
+            QList<QJsonObject> list = objects(output.mid(output.indexOf('\n') + 1));
+            list.prepend({{"exit", output.left(output.indexOf('\n')).toInt()}});
+            return list;
+        };
+        const auto names = [](const QList<QJsonObject> &list, const char *type, const char *field) {
+            QStringList values;
+            for (const QJsonObject &object : list) {
+                values << (object["type"] == type ? QStringList(object[field].toString()) : QStringList());
+            }
+            return values.join(' ');
+        };
+        const auto code = [&](const QStringList &arguments) {
+            return ask(arguments).last()["code"].toString();
+        };
+        QCOMPARE(code({"restore"}), "NothingSaved");
+        QCOMPARE(code({"save", "--module", "None"}), "ModulesUnknown");
+        const QList<QJsonObject> save = ask({"save", "--priority", "high"});
+        const QJsonObject end = save.last();
+        QCOMPARE(end["job"].toInt(), save.value(1)["job"].toInt());
+        QCOMPARE(names(save, "started", "operation") + " " + end["code"].toString(), "save Success");
+        QCOMPARE(end["changes"].toArray().at(0).toObject()["item"].toString(), "a.txt");
+        QVERIFY(names(save, "progress", "phase").startsWith("connecting"));
+        QCOMPARE(code({"save"}), "Success");
+        QCOMPARE(names(ask({"list"}), "item", "item"), "a.txt b.txt");
+        QCOMPARE(run({"list", "--modules"}), "0\nA\n");
+        device->writeData("A", "a.txt", "changed");
+        QCOMPARE(names(ask({"preview"}), "preview", "action"), "replace same");
+        QCOMPARE(code({"restore", "--dry-run"}), "Success");
+        QCOMPARE(device->readData("A", "a.txt"), "changed");
+        QCOMPARE(code({"restore", "--module", "A"}), "Success");
+        QCOMPARE(device->readData("A", "a.txt"), "a");
+        QCOMPARE(code({"verify", "--full"}), "Success");
+        device->write("media/repository/a.txt", "b");
+        const QList<QJsonObject> damaged = ask({"verify", "--full"});
+        QCOMPARE(damaged.first()["exit"].toInt(), 25);
+        QCOMPARE(damaged.last()["failures"].toArray().at(0).toObject()["item"].toString(), "a.txt");
+        QCOMPARE(code({"save", "--repair"}), "Success");
+        QCOMPARE(device->entry("a.txt"), "a");
+        const QJsonObject status = ask({"status"}).last();
+        QCOMPARE(status["lastVerify"].toObject()["code"].toString(), "Damaged");
+        QVERIFY(status["lastSave"].toObject()["job"].toInt() > end["job"].toInt());
+        QCOMPARE(ask({"settings"}).last()["values"].toObject()["Schedule hour"].toString(), "3");
+    }
+
+    /// The page of a save, in a browser: no error, nothing fetched, its groups and times on it, names
+    /// harmless.
+    void page()
+    {
+        device->addModule("A", "<databases><database name='d'/></databases><files><file>dir</file></files>");
+        device->sql("A", "d", "CREATE TABLE t(a)");
+        for (int number = 0; number < 20; ++number) {
+            device->writeData("A", QString("dir/%1<b><script>alert(1)").arg(number), "x");
+        }
+        QVERIFY(device->start());
+        const QString file = device->path("page of saves.html");
+        QCOMPARE(run({"monitor", "--html", device->path("none/page.html")}).left(1), "9");
+        Terminal monitor(environment());
+        monitor.start({"monitor", "--once", "--html", file});
+        QVERIFY(monitor.shows("Watching"));
+        QCOMPARE(run({"save"}).left(1), "0");
+        QCOMPARE(monitor.end(), 0);
+        QCOMPARE(QDir(device->path({})).entryList({"page*"}, QDir::Files | QDir::Hidden).size(), 1);
+        const QString html = readFile(file);
+        QVERIFY(!html.contains("<script") && !html.contains("<b>") && !html.contains("http"));
+        const QString browser = QStandardPaths::findExecutable("chromium");
+        if (browser.isEmpty()) {
+            QSKIP("no chromium is installed");
+        }
+        QProcess process;
+        process.start(browser,
+                      {"--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+                       "--disable-background-networking", "--disable-component-update", "--disable-sync",
+                       "--user-data-dir=" + device->path("browser"), "--enable-logging=stderr", "--dump-dom",
+                       QUrl::fromLocalFile(file).toString()});
+        QVERIFY(process.waitForFinished(60000));
+        const QString page = process.readAllStandardOutput();
+        QVERIFY(!process.readAllStandardError().contains("CONSOLE"));
+        QVERIFY(page.contains("<span>A</span>") && page.contains("Save, job 1"));
+        static const QRegularExpression times("(<td>\\d\\.\\d{3}</td>){6}");
+        QVERIFY2(times.match(page).hasMatch() && page.contains("<rect class=\"stage\""), qPrintable(page));
+        QVERIFY(page.contains("0 same") && page.contains("21 changed") &&
+                page.contains("0&lt;b&gt;&lt;script&gt;alert(1)"));
     }
 };
 

@@ -1,4 +1,5 @@
 #include "bench/Distant.h"
+#include "bench/LargeEntry.h"
 #include "bench/Load.h"
 #include "bench/Report.h"
 #include "tests/support/TestDevice.h"
@@ -153,7 +154,11 @@ int main(int argc, char **argv)
     parser.addHelpOption();
     parser.process(application);
     if (parser.isSet(https)) {
-        const auto figures = measureDistant(std::max(parser.value(rounds).toInt(), 1), parser.value(line));
+        const int times = std::max(parser.value(rounds).toInt(), 1);
+        auto figures = measureDistant(times, parser.value(line));
+        if (parser.value(line).isEmpty() || parser.value(line) == "1 GB") {
+            figures += measureLargeEntry(std::min(times, 3));
+        }
         (parser.isSet(json) ? printDistantJson : printDistantTable)(figures);
         return figures.isEmpty() ? 1 : 0;
     }

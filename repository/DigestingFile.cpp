@@ -7,9 +7,7 @@
 bool DigestingFile::openRegular(const QString &path, const QString &within)
 {
     setFileName(path);
-    hash.reset();
-    hashed = 0;
-    inOrder = true;
+    restart();
     constexpr auto mode = QIODevice::ReadOnly | QIODevice::Unbuffered;
     if (within.isEmpty()) {
         return QFileInfo(path).isFile() && open(mode);
@@ -21,9 +19,16 @@ bool DigestingFile::openRegular(const QString &path, const QString &within)
     return file.isOpen() && open(file.release(), mode, QFileDevice::AutoCloseHandle);
 }
 
-QString DigestingFile::digest() const
+void DigestingFile::restart()
 {
-    return inOrder ? QString::fromLatin1(hash.result().toHex()) : QString();
+    stream.reset(isOpen() ? size() : 0);
+    hashed = 0;
+    inOrder = true;
+}
+
+QString DigestingFile::digest()
+{
+    return inOrder ? stream.result() : QString();
 }
 
 qint64 DigestingFile::readData(char *data, qint64 size)
@@ -34,12 +39,10 @@ qint64 DigestingFile::readData(char *data, qint64 size)
         return count;
     }
     if (position == 0) {
-        hash.reset();
-        hashed = 0;
-        inOrder = true;
+        restart();
     }
     inOrder = inOrder && position == hashed;
-    hash.addData(QByteArrayView(data, count));
+    stream.add(QByteArrayView(data, count));
     hashed += count;
     return count;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QCryptographicHash>
+#include "commands/StreamDigest.h"
+
 #include <QFile>
 
 /// A file that is read to be stored elsewhere, and the digest of the bytes that were read. It can be read
@@ -18,13 +19,15 @@ public:
 
     /// MD5 of the bytes read since the beginning, 32 lower-case hexadecimal digits; empty when they were not
     /// read in their order.
-    QString digest() const;
+    QString digest();
 
 protected:
     qint64 readData(char *data, qint64 size) override;
 
 private:
-    QCryptographicHash hash = QCryptographicHash(QCryptographicHash::Md5);
+    void restart();
+
+    StreamDigest stream;
     qint64 hashed = 0;
     bool inOrder = true;
 };

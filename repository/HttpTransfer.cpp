@@ -16,6 +16,8 @@ namespace {
 constexpr qint64 leastBytesPerSecond = 1000;
 constexpr qint64 longestAnswer = qint64{1024} * 1024;
 constexpr long bufferSize = 16L * 1024;
+constexpr qint64 largeBody = qint64{16} * 1024 * 1024;
+constexpr long largeBufferSize = 128L * 1024;
 
 /// The library copies none of it: the text has to outlive the handle.
 curl_blob blobOf(const QByteArray &text)
@@ -44,7 +46,6 @@ HttpTransfer::HttpTransfer(HttpRequest request, const HttpSettings &settings)
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
     set(CURLOPT_PIPEWAIT, 1L);
     set(CURLOPT_BUFFERSIZE, bufferSize);
-    set(CURLOPT_UPLOAD_BUFFERSIZE, bufferSize);
     set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(settings.inactivityLimit.count()));
     set(CURLOPT_OPENSOCKETFUNCTION, openSocket);
     set(CURLOPT_OPENSOCKETDATA, this);
@@ -105,6 +106,7 @@ void HttpTransfer::setMethod()
         size = request.source->size();
         request.source->seek(0);
         set(CURLOPT_UPLOAD, 1L);
+        set(CURLOPT_UPLOAD_BUFFERSIZE, size >= largeBody ? largeBufferSize : bufferSize);
         set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(size));
         set(CURLOPT_READFUNCTION, readBody);
         set(CURLOPT_READDATA, this);

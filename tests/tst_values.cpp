@@ -3,6 +3,7 @@
 #include "catalogue/SavedEntries.h"
 #include "catalogue/SavedItem.h"
 #include "commands/Digest.h"
+#include "commands/StreamDigest.h"
 #include "pause/PauseState.h"
 #include "platform/Beneath.h"
 #include "platform/core/Waiter.h"
@@ -13,8 +14,10 @@
 #include "service/SaveSchedule.h"
 #include "tests/support/TestDevice.h"
 
+#include <QCryptographicHash>
 #include <QTest>
 
+#include <algorithm>
 #include <array>
 #include <unistd.h>
 
@@ -72,6 +75,30 @@ private Q_SLOTS:
                                     "a/.saverestore-x/b"}) {
             QCOMPARE(ItemNames::normalizedItemPath(refused), QString());
         }
+    }
+
+    /// More streams than have threads beside, some begun anew in the middle.
+    void digestsOfStreams()
+    {
+        QByteArray bytes(20'000'003, 'x');
+        for (qsizetype index = 0; index < bytes.size(); index += 4099) {
+            bytes[index] = static_cast<char>(index);
+        }
+        std::array<StreamDigest, 6> streams;
+        for (size_t number = 0; number < streams.size(); ++number) {
+            StreamDigest &stream = streams.at(number);
+            stream.reset(bytes.size());
+            stream.add(QByteArrayView(bytes).first(number % 2 == 0 ? 0 : 300'000));
+            stream.reset(number % 2 == 0 ? bytes.size() : 0);
+            for (qsizetype begin = 0; begin < bytes.size(); begin += 70'001) {
+                stream.add(
+                    QByteArrayView(bytes).sliced(begin, std::min<qsizetype>(70'001, bytes.size() - begin)));
+            }
+        }
+        const QString expected =
+            QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Md5).toHex());
+        QVERIFY(
+            std::ranges::all_of(streams, [&](StreamDigest &stream) { return stream.result() == expected; }));
     }
 
     void itemsAndTheirNames()

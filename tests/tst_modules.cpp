@@ -2,7 +2,10 @@
 #include "platform/records/Capability.h"
 #include "tests/support/OperationTest.h"
 
+#include <array>
 #include <csignal>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 /// What modules have to do for an operation: they pause and reset themselves, or not as they should, and the
 /// service may have to end meanwhile.
@@ -56,7 +59,66 @@ class tst_modules : public OperationTest
         return TestDevice::waitUntil([&] { return events.contains(event); });
     }
 
+    int systemd = -1;
+
+    /// Listen where the service says how it is; a name with "@" is an abstract one.
+    void listenAsSystemd(const QByteArray &name)
+    {
+        struct sockaddr_un address = {AF_UNIX, {}};
+        std::copy(name.begin(), name.end(), address.sun_path);
+        std::replace(address.sun_path, address.sun_path + 1, '@', '\0');
+        systemd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        const auto length = socklen_t(offsetof(struct sockaddr_un, sun_path) + size_t(name.size()));
+        QCOMPARE(bind(systemd, reinterpret_cast<const struct sockaddr *>(&address), length), 0);
+    }
+
+    /// What it has said since.
+    QByteArrayList heard() const
+    {
+        QByteArrayList messages;
+        std::array<char, 100> text = {};
+        for (ssize_t size = 0; (size = recv(systemd, text.data(), text.size(), 0)) >= 0;) {
+            messages << QByteArray(text.data(), size);
+        }
+        return messages;
+    }
+
 private Q_SLOTS:
+    void systemdHearsHowItIs_data()
+    {
+        columns<bool>("abstract");
+        row("a path", false);
+        row("an abstract name", true);
+    }
+    void systemdHearsHowItIs()
+    {
+        QFETCH(bool, abstract);
+        const QByteArray name = (abstract ? "@saverestore" : "") + device->path("notify").toLocal8Bit();
+        addDatabaseModule("A", "Slow");
+        device->addModule("Slow", "", "--pause-delay 700");
+        QVERIFY(device->startManagers());
+        listenAsSystemd(name);
+        qputenv("NOTIFY_SOCKET", name);
+        qputenv("WATCHDOG_USEC", "200000");
+        QVERIFY(device->startService("VYXSaveRestore"));
+        qunsetenv("NOTIFY_SOCKET");
+        qunsetenv("WATCHDOG_USEC");
+        const auto pid = static_cast<pid_t>(device->service().processId());
+        QVERIFY(device->save()); // the event loop of a wait
+        const QByteArrayList meanwhile = heard();
+        QCOMPARE(meanwhile.value(0), "READY=1");
+        QVERIFY(meanwhile.size() > 5 && meanwhile.count("WATCHDOG=1") == meanwhile.size() - 1);
+        kill(pid, SIGSTOP);
+        QVERIFY(TestDevice::waitUntil([&] { return TestDevice::processState(pid) == "T"; }));
+        heard();
+        QTest::qWait(500);
+        QCOMPARE(heard(), QByteArrayList());
+        kill(pid, SIGCONT);
+        QCOMPARE(device->stopService(), 0);
+        QCOMPARE(heard().last(), "STOPPING=1");
+        close(systemd);
+    }
+
     void pausedOnlyWhileCopied()
     {
         addDatabaseModule("A", "Plain");

@@ -84,9 +84,14 @@ void VYXModule::start()
         fail("module '" + moduleName + "' could not start");
         return;
     }
-    if (!VYXApplication::isEnding() && !takeBusName()) {
-        fail("could not take the bus name " + busName(moduleName));
+    if (VYXApplication::isEnding()) {
+        return;
     }
+    if (!takeBusName()) {
+        fail("could not take the bus name " + busName(moduleName));
+        return;
+    }
+    notifier.ready();
 }
 
 bool VYXModule::isNameTaken() const
@@ -116,6 +121,7 @@ bool VYXModule::runLifeCycle()
 
 void VYXModule::stop()
 {
+    notifier.stopping();
     Stop();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/core/Middleware.h"
+#include "platform/core/SystemdNotifier.h"
 #include "platform/core/VYXEvent.h"
 #include "platform/core/VYXException.h"
 #include "platform/records/Capability.h"
@@ -21,7 +22,8 @@
 /// `Check`, `Deploy`, `Init` and `Run`, then takes the name: who owns the name is ready. Without a bus, with
 /// a name that is taken (seen before `Check`), or when one of the four returns false, one line on standard
 /// error says so and the process ends with status 1. When the process is asked to end, `Stop` is called; so
-/// it is when the bus goes away, and the status is 1.
+/// it is when the bus goes away, and the status is 1. systemd hears that the module is ready, that its event
+/// loop runs, and that it ends.
 class VYXModule : public QObject, public QDBusContext, public Middleware
 {
     Q_OBJECT
@@ -113,6 +115,7 @@ private:
     static void fail(const QString &reason);
 
     QString moduleName;
+    SystemdNotifier notifier;
     MapQStringCapability capabilities;
     QDBusAbstractAdaptor *adaptor = nullptr;
 };

@@ -211,6 +211,22 @@ private Q_SLOTS:
         QCOMPARE(device->entry("a.txt") + device->readData("A", "a.txt"), "savedchanged");
     }
 
+    void arguments()
+    {
+        const auto answer = [this](const QStringList &arguments) {
+            QProcess second;
+            second.setProcessChannelMode(QProcess::MergedChannels);
+            second.start(device->service().program(), arguments);
+            second.waitForFinished(20000);
+            return QString::number(second.exitCode()) + " " + second.readAll();
+        };
+        QVERIFY(QRegularExpression("^0 VYXSaveRestore [0-9.]+\n$").match(answer({"--version"})).hasMatch());
+        QVERIFY(answer({"--help"}).startsWith("0 Usage: "));
+        for (const char *unknown : {"--versions", "-x", "save", ""}) {
+            QVERIFY(answer({"--help", unknown}).startsWith("2 VYXSaveRestore: "));
+        }
+    }
+
     void secondInstanceEnds()
     {
         set("ScheduleType", "2");

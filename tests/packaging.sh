@@ -51,11 +51,35 @@ broadcast() {
 
 run "the package cannot be made" cpack --config "$2/CPackConfig.cmake" -B "$work/pack"
 package=$(find "$work/pack" -maxdepth 1 -name 'vyxsaverestore_*.deb')
-run "the package cannot be read" dpkg-deb --info "$package"
-depends=", $(dpkg-deb --field "$package" Depends),"
-for needed in libc6 libarchive13 libdeflate0 libqt6core6 sqlite3 zlib1g dbus; do
+field() { dpkg-deb --field "$package" "$1"; }
+run "the package cannot be read" field Package
+run "the package cannot be unpacked" dpkg-deb --extract "$package" "$work/unpacked"
+program=$work/unpacked/usr/sbin/VYXSaveRestore bill=$work/unpacked/usr/share/doc/vyxsaverestore/vyxsaverestore.spdx.json
+# What the control fields and the bill of materials say is held against the program.
+declare -A machine=([amd64]="Advanced Micro Devices X86-64" [arm64]=AArch64 [armhf]=ARM)
+[[ $(readelf -h "$program") =~ Machine:\ *"${machine[$(field Architecture)]}" ]] ||
+    fail "the program is of another architecture than $(field Architecture)"
+[ "VYXSaveRestore $(field Version)" = "$("$program" --version)" ] || fail "the program is of another version"
+[[ $(field Maintainer) =~ ^[^\<\>@]+\ \<[^@]+@[^@]+\>$ ]] || fail "the maintainer cannot be written to"
+[ "$(field Installed-Size)" -ge "$(($(stat -c %s "$program") / 1024))" ] || fail "the package is larger than it says"
+depends=", $(field Depends),"
+needed=$(readelf -d "$program" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+for library in $needed; do
+    owner=$(dpkg-query -S "*/$library" | sed -n '1s/:.*//p')
+    [[ $depends =~ ", $owner"[\ ,] ]] || fail "the package does not depend on $owner, which has $library"
+    grep -q "\"name\": \"$library\", \"versionInfo\": \"[0-9][0-9.]*\"" "$bill" ||
+        fail "the bill of materials lacks $library or its version"
+done
+[[ $(wc -w <<<"$needed") -ge 10 && $(grep -c DYNAMIC_LINK "$bill") -eq $(wc -w <<<"$needed") ]] ||
+    fail "the bill of materials names other libraries than the program needs"
+for needed in sqlite3 dbus; do
     [[ $depends =~ ", $needed"[\ ,] ]] || fail "the package does not depend on $needed"
 done
+if command -v lintian >/dev/null; then
+    quiet "lintian has something to say" lintian --allow-root --fail-on error,warning "$package"
+else
+    echo "packaging: the package is not judged: no lintian"
+fi
 
 mkdir -p "$root"/{etc,log,var/lib/dpkg/info,var/lib/dpkg/updates} && touch "$root/var/lib/dpkg/status"
 run "the package cannot be installed" dpkg_in_root --install "$package"
@@ -64,20 +88,33 @@ sort >"$work/expected" <<FILES
 ./sbin/VYXSaveRestore
 ./bin/saverestorectl
 ./lib/systemd/system/vyxsaverestore.service
+./lib/systemd/system/vyxsaverestore-retry.service
 ./lib/sysusers.d/vyxsaverestore.conf
+./lib/tmpfiles.d/vyxsaverestore.conf
+./share/lintian/overrides/vyxsaverestore
 ./share/dbus-1/system.d/com.corvane.Pelorin.VYXSaveRestore.conf
 ./share/bash-completion/completions/saverestorectl
-./share/man/man1/saverestorectl.1
-./share/man/man8/VYXSaveRestore.8
-$(cd "$sources" && printf './share/doc/vyxsaverestore/%s\n' README.md docs/*.md)
+./share/man/man1/saverestorectl.1.gz
+./share/man/man8/VYXSaveRestore.8.gz
+$(cd "$sources" && printf './share/doc/vyxsaverestore/%s\n' README.md SECURITY.md \
+    changelog.gz copyright vyxsaverestore.spdx.json docs/*.md)
 FILES
 quiet "other files than expected are installed" diff "$work/expected" "$work/installed"
 run "the group was not made" grep '^vyxapplication:' "$root/etc/group"
 run "the unit was not enabled" test -L "$root/etc/systemd/system/multi-user.target.wants/$unit"
-sed "s|=/usr/sbin/|=$root/usr/sbin/|" "$root/usr/lib/systemd/system/$unit" >"$work/$unit"
+run "the working directory was not made" test -d "$root/tmp/VYXApplication/SaveRestore"
+[ "$(stat -c %a "$root"/tmp/VYXApplication{,/SaveRestore} | xargs)" = "755 700" ] || fail "others may use the directory"
+for file in "$unit" vyxsaverestore-retry.service; do
+    sed "s|=/usr/sbin/|=$root/usr/sbin/|" "$root/usr/lib/systemd/system/$file" >"$work/$file"
+done
 quiet "the unit is not sound" systemd-analyze verify --man=no --recursive-errors=no "$work/$unit"
+# In tenths: 2.5, of 10.
+run "the unit leaves the service too much" systemd-analyze security --offline=true --threshold=25 "$work/$unit"
 if command -v groff >/dev/null; then
-    quiet "a man page has warnings" groff -man -ww -Tutf8 -z "$root"/usr/share/man/man?/*
+    for page in "$root"/usr/share/man/man?/*.gz; do
+        gzip -dc "$page" >"$work/page"
+        quiet "a man page has warnings" groff -man -ww -Tutf8 -z "$work/page"
+    done
 else
     echo "packaging: the man page is not tried: no groff"
 fi

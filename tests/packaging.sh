@@ -60,6 +60,7 @@ declare -A machine=([amd64]="Advanced Micro Devices X86-64" [arm64]=AArch64 [arm
 [[ $(readelf -h "$program") =~ Machine:\ *"${machine[$(field Architecture)]}" ]] ||
     fail "the program is of another architecture than $(field Architecture)"
 [ "VYXSaveRestore $(field Version)" = "$("$program" --version)" ] || fail "the program is of another version"
+[ -e "$sources/packaging/yocto/vyxsaverestore_$(field Version).bb" ] || fail "the recipe is of another version"
 [[ $(field Maintainer) =~ ^[^\<\>@]+\ \<[^@]+@[^@]+\>$ ]] || fail "the maintainer cannot be written to"
 [ "$(field Installed-Size)" -ge "$(($(stat -c %s "$program") / 1024))" ] || fail "the package is larger than it says"
 depends=", $(field Depends),"

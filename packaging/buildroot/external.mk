@@ -1,0 +1,1 @@
+include $(BR2_EXTERNAL_VYXSAVERESTORE_PATH)/vyxsaverestore.mk

@@ -93,7 +93,7 @@ BoundedLines linesOf(QIODevice &text, const ChecksumSize &before = {})
     bool goesOn = true;
     while (goesOn) {
         const qint64 size = text.readLine(buffer.data(), buffer.size());
-        QByteArrayView line(buffer.constData(), std::max(size, qint64{0}));
+        QByteArrayView line(buffer.constData(), static_cast<qsizetype>(std::max(size, qint64{0})));
         for (const char end : {'\n', '\r'}) {
             line = line.endsWith(end) ? line.chopped(1) : line;
         }

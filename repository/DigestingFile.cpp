@@ -42,7 +42,7 @@ qint64 DigestingFile::readData(char *data, qint64 size)
         restart();
     }
     inOrder = inOrder && position == hashed;
-    stream.add(QByteArrayView(data, count));
+    stream.add(QByteArrayView(data, static_cast<qsizetype>(count)));
     hashed += count;
     return count;
 }

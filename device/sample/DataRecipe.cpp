@@ -38,7 +38,7 @@ bool writeFile(const QString &path, const QByteArray &content)
 
 QByteArray noise(const QString &path, qint64 size)
 {
-    QByteArray content(size, '\0');
+    QByteArray content(static_cast<qsizetype>(size), '\0');
     QRandomGenerator generator(qChecksum(path.toUtf8()));
     for (char &byte : content) {
         byte = static_cast<char>(generator.bounded(256));

@@ -160,7 +160,7 @@ Descriptor FreshTree::makeFile(const QByteArray &path)
 void FreshTree::write(int file, const char *bytes, quint64 size, quint64 offset)
 {
     while (size > 0) {
-        const ssize_t count = pwrite(file, bytes, size, static_cast<off_t>(offset));
+        const ssize_t count = pwrite(file, bytes, static_cast<size_t>(size), static_cast<off_t>(offset));
         require(count > 0);
         bytes += count;
         size -= static_cast<quint64>(count);

@@ -150,8 +150,8 @@ qsizetype ItemRestorer::batchSize() const
 {
     return filesEver == 0
                ? fewest
-               : std::clamp<qsizetype>(mostFetchedBytes / std::max<qint64>(bytesEver / filesEver, 1), fewest,
-                                       mostFetched);
+               : static_cast<qsizetype>(std::clamp<qint64>(
+                     mostFetchedBytes / std::max<qint64>(bytesEver / filesEver, 1), fewest, mostFetched));
 }
 
 void ItemRestorer::restoreFiles(const QList<PlannedItem> &files, const Told &told)

@@ -199,8 +199,8 @@ void Replacement::takeOwnership() const
         logWarning("Owner or mode of '%1' could not be kept", livePath);
     }
     if (attributes) {
-        const timespec modified = {attributes->modified / nanosecondsOfSecond,
-                                   attributes->modified % nanosecondsOfSecond};
+        const timespec modified = {static_cast<time_t>(attributes->modified / nanosecondsOfSecond),
+                                   static_cast<long>(attributes->modified % nanosecondsOfSecond)};
         const std::array times = {timespec{0, UTIME_OMIT}, modified};
         utimensat(AT_FDCWD, made.constData(), times.data(), AT_SYMLINK_NOFOLLOW);
     }

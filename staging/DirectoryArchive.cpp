@@ -67,8 +67,8 @@ bool Archiver::file(const QByteArray &member, const Descriptor &found)
     off_t left = status.st_size;
     ssize_t count = 1;
     while (left > 0 && count > 0) {
-        count =
-            TEMP_FAILURE_RETRY(read(file.number(), portion.data(), std::min<off_t>(left, portion.size())));
+        const auto wanted = static_cast<size_t>(std::min<off_t>(left, portion.size()));
+        count = TEMP_FAILURE_RETRY(read(file.number(), portion.data(), wanted));
         if (count < 0 || !tar.write(QByteArrayView(portion.constData(), count))) {
             return false;
         }

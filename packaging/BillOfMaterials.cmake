@@ -48,6 +48,8 @@ execute_process(COMMAND ${READELF} -d ${PROGRAM} OUTPUT_VARIABLE dynamic COMMAND
 # A list does not take brackets for what they are.
 string(REPLACE "[" "<" dynamic "${dynamic}")
 string(REGEX MATCHALL "\\(NEEDED\\)[^<\n]*<[^]\n]*" needed "${dynamic}")
+# Loaded when a server is the repository.
+list(APPEND needed "(NEEDED) <libcurl.so.4")
 
 # add_package(ID NAME VERSION LICENCE): an empty version is left out.
 function(add_package id name version licence)

@@ -3,6 +3,7 @@
 #include "platform/core/Middleware.h"
 #include "platform/logger/VYXLogger.h"
 
+#include <exception>
 #include <utility>
 
 bool OperationSlot::run(Operation operation, const Work &work)
@@ -22,9 +23,23 @@ quint32 OperationSlot::start(Operation operation, const Work &work)
 {
     refuseWhenTaken();
     begin(operation, ++lastJob);
-    QMetaObject::invokeMethod(
-        this, [this, work] { finish(work); }, Qt::QueuedConnection);
+    queued = work;
+    QMetaObject::invokeMethod(this, &OperationSlot::runQueued, Qt::QueuedConnection);
     return lastJob;
+}
+
+void OperationSlot::runQueued()
+{
+    if (const Work work = std::exchange(queued, {})) {
+        finish(work);
+    }
+}
+
+void OperationSlot::dropQueued()
+{
+    if (std::exchange(queued, {})) {
+        finish([](Waiter &, OperationReport &report) { report.end(Outcome::Code::Stopped); });
+    }
 }
 
 void OperationSlot::look(Operation operation, const Work &work)
@@ -53,9 +68,25 @@ void OperationSlot::begin(Operation operation, quint32 job)
     }
 }
 
+/// Whatever is thrown, the slot is free afterwards.
+void OperationSlot::carryOut(const Work &work)
+{
+    const auto fail = [this](const QString &why) {
+        logError("The operation was given up: %1", why);
+        running->report.end(Outcome::Code::Failed, why);
+    };
+    try {
+        work(running->waiter, running->report);
+    } catch (const std::exception &exception) {
+        fail(exception.what());
+    } catch (...) {
+        fail("an unknown exception");
+    }
+}
+
 OperationSummary OperationSlot::finish(const Work &work)
 {
-    work(running->waiter, running->report);
+    carryOut(work);
     const bool usedRepository = usesRepository();
     const OperationSummary summary = running->report.finish();
     const bool wasJob = running->isJob;

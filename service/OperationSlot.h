@@ -32,6 +32,9 @@ public:
     /// running.
     quint32 start(Operation operation, const Work &work);
 
+    /// The event loop has ended: a job that was promised and has not begun ends as stopped.
+    void dropQueued();
+
     /// The same, at once, for what only looks and is no job. Throws a ControlError when another one is
     /// running, and when it neither succeeded nor did so in part.
     void look(Operation operation, const Work &work);
@@ -41,6 +44,9 @@ public:
 
     /// True while an operation runs that uses the repository: neither saving nor restoring is possible.
     bool usesRepository() const { return running && running->operation != Operation::Reset; }
+
+    /// True while something runs that leaves everything as it is, and lets others wait.
+    bool isLooking() const { return running && (!running->isJob || running->operation == Operation::Verify); }
 
     /// End the operation that uses the repository, if one runs; it ends when its waits have ended.
     void repositoryChanged() { end(Waiter::End::RepositoryChanged); }
@@ -71,12 +77,15 @@ private:
     };
 
     void begin(Operation operation, quint32 job);
+    void runQueued();
+    void carryOut(const Work &work);
     OperationSummary finish(const Work &work);
     void end(Waiter::End reason);
     void refuseWhenTaken() const;
 
     Middleware &middleware;
     std::unique_ptr<Running> running;
+    Work queued; ///< of the running job, until it begins
     quint32 lastJob = 0;
     QList<std::function<void()>> postponed;
 };

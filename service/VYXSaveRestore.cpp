@@ -76,8 +76,10 @@ bool VYXSaveRestore::Init()
         }
     });
     // Nothing is on the stack any more when the event loop has ended.
-    connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
-            [this] { repository.reset(); });
+    connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this, [this] {
+        operations.dropQueued();
+        repository.reset();
+    });
 
     MapQStringCapability capabilities = getCapabilities();
     const Capability capability = computedCapability();
@@ -134,8 +136,13 @@ bool VYXSaveRestore::startSaveOnRepository()
     return saved;
 }
 
-void VYXSaveRestore::startSaveOnRepository(int)
+void VYXSaveRestore::startSaveOnRepository(int taskId)
 {
+    if (operations.isLooking()) {
+        // The next occasion is a day away.
+        operations.whenFree([=, this] { startSaveOnRepository(taskId); });
+        return;
+    }
     if (!settings.enabled) {
         logDebug("Save/Restore is disabled: abort");
     } else if (repository == nullptr) {

@@ -55,7 +55,7 @@ public:
 public Q_SLOTS:
     /// Run a save. False when it was refused or broken off; a failed upload shows a pop-up and is still true.
     bool startSaveOnRepository();
-    /// The Scheduler's entry; the task id is not looked at.
+    /// The Scheduler's entry; the task id is not looked at. It waits for the end of what only looks.
     void startSaveOnRepository(int taskId);
     /// Run a restore; what came of it is told by the log, pop-ups and the event "restore_finished".
     void startRestoreFromRepository();

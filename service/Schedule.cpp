@@ -39,11 +39,10 @@ void Schedule::apply(const Wish &wish)
 {
     if (wish.hours.isEmpty()) {
         cancelTask();
+        scheduled = {};
     } else if (!replaceTask(wish)) {
         logError("Could not schedule save operation!");
-        return;
     }
-    scheduled = wish;
 }
 
 std::optional<QDateTime> Schedule::due(const QDateTime &now) const
@@ -51,9 +50,11 @@ std::optional<QDateTime> Schedule::due(const QDateTime &now) const
     constexpr int hoursOfDay = 24;
     std::optional<QDateTime> first;
     for (const int hour : scheduled.hours) {
+        const QTime time(hour == hoursOfDay ? 0 : hour, scheduled.minute);
         for (const int days : {0, 1}) {
-            const QDateTime at(now.date().addDays(days), QTime(hour % hoursOfDay, scheduled.minute));
-            if (at > now && (!first || at < *first)) {
+            const QDateTime at(now.date().addDays(days), time);
+            // There is no task at an hour that no day has.
+            if (time.isValid() && at > now && (!first || at < *first)) {
                 first = at;
             }
         }
@@ -91,6 +92,7 @@ bool Schedule::replaceTask(const Wish &wish)
         if (removeTask().outcome == RemoteCallResult::Unreachable) {
             return false;
         }
+        scheduled = {};
     }
     const RemoteCallResult added = middleware.callModule("Scheduler", "addRemoteCallTask",
                                                          {middleware.getModuleName(), "startSaveOnRepository",
@@ -101,5 +103,6 @@ bool Schedule::replaceTask(const Wish &wish)
         return false;
     }
     scheduledTaskId = added.value.typeId() == QMetaType::Int ? added.value.toInt() : unknownTask;
+    scheduled = added.outcome == RemoteCallResult::Answered ? wish : Wish();
     return true;
 }

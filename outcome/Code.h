@@ -32,6 +32,12 @@ enum class Code {
 };
 Q_ENUM_NS(Code)
 
+/// True when the operation went through to its end, whatever it has found.
+constexpr bool wentThrough(Code code)
+{
+    return code == Code::Success || code == Code::Partial || code == Code::Damaged;
+}
+
 /// The code as it is written: "Success".
 QString name(Code code);
 /// The code of a name; Failed for an unknown one.

@@ -162,9 +162,6 @@ OperationSummary OperationReport::finish()
     if (made.failed.items > 0) {
         end(Outcome::Code::Partial);
     }
-    if (made.code == Outcome::Code::Success || made.code == Outcome::Code::Partial) {
-        shown = 1;
-    }
     made.seconds = seconds();
     return made;
 }

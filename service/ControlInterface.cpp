@@ -70,7 +70,11 @@ uint VYXSaveRestore::Verify(const QVariantMap &options)
         const OperationContext context = jobContext(operationWaiter, report, job);
         VerifyOperation operation(context, job.full);
         if (operation.run()) {
-            control.lastOperations().setDamaged(context.repository->getRepositoryUrl(), operation.damaged());
+            LastOperations &last = control.lastOperations();
+            const QString url = context.repository->getRepositoryUrl();
+            // Who has not looked at the content knows no better of it.
+            const QSet<ItemIdentity> known = job.full ? QSet<ItemIdentity>() : last.damaged(url);
+            last.setDamaged(url, operation.damaged() + known);
         }
     });
 }

@@ -100,7 +100,7 @@ void ControlStatus::showEnded(const std::optional<OperationSummary> &summary)
     publish("Job", 0U);
     publish("Phase", QString());
     publish("CurrentModule", QString());
-    if (summary && (summary->code == Outcome::Code::Success || summary->code == Outcome::Code::Partial)) {
+    if (summary && Outcome::wentThrough(summary->code)) {
         publish("Progress", 1.0);
     }
     if (summary && !summary->dryRun) {

@@ -190,8 +190,7 @@ void Upload::sendVersionFiles()
 {
     context.report.enter(OperationReport::Phase::Finishing);
     logDebug("Send version files to repository");
-    // Names of what is not known depend on the list: it stays as it is then.
-    QStringList names = previous.unknown.isEmpty() ? previous.listed : previous.listed + previous.gone;
+    QStringList names = leavesGone() ? previous.listed : previous.listed + previous.gone;
     for (const RestorableObject &object : context.modules.objects()) {
         if (unfinished.contains(object.getName()) || !context.options.concerns(object.getName())) {
             continue;

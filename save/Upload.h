@@ -94,7 +94,9 @@ private:
     void sendFile(const QString &path, const QString &entry, const std::function<void(SendResult)> &done);
     void failEntry(const QString &entry, const QString &text, RequestOutcome::Cause cause = {});
     void failItem(const PlannedSend &send, const QString &text, RequestOutcome::Cause cause = {});
+    bool leavesGone() const;
     void reportUnchanged() const;
+    void reportUnread(const QString &module, const ChecksumLine &line) const;
     void reportRemoved(const QSet<ItemIdentity> &items) const;
     void beginSending(const QList<ReadySend> &ready) const;
 

@@ -68,6 +68,26 @@ CompletedLines Upload::completedLines(const QString &module, ChecksumSize &size)
     return allTakenOver(before);
 }
 
+/// True when modules that are no longer installed leave the repository. Names of what is not known depend on
+/// the list, which stays as it is then; and a save of some modules is about these alone.
+bool Upload::leavesGone() const
+{
+    return previous.unknown.isEmpty() && context.options.modules.isEmpty();
+}
+
+/// What is not there has been neither saved nor lost.
+void Upload::reportUnread(const QString &module, const ChecksumLine &line) const
+{
+    struct stat status = {};
+    const auto item = SavedItem::parse(module, line);
+    if (item && lstat(QFile::encodeName(item->livePath()).constData(), &status) != 0) {
+        context.report.noteSkipped();
+    } else {
+        context.report.noteFailed({module, item ? item->getPath() : line.key(),
+                                   "It cannot be read: what was saved of it before stays"});
+    }
+}
+
 void Upload::makePlan()
 {
     LinesByModule current;
@@ -77,10 +97,11 @@ void Upload::makePlan()
     }
     QSet<QString> entering;
     for (const QString &module : previous.lines.keys()) {
-        if (previous.gone.contains(module)) {
+        const bool isGone = previous.gone.contains(module);
+        if (isGone && context.options.modules.isEmpty()) {
             continue;
         }
-        if (!previous.listed.contains(module)) {
+        if (!isGone && !previous.listed.contains(module)) {
             entering << module;
         }
         const CompletedLines completed = completedLines(module, size);
@@ -88,6 +109,7 @@ void Upload::makePlan()
             if (line.digest().isEmpty()) {
                 logWarning("'%1' of module '%2' cannot be read: what was saved of it before stays",
                            line.key(), module);
+                reportUnread(module, line);
             }
         }
         takenOver.insert(module, completed.takenOver);

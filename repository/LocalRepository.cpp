@@ -34,6 +34,14 @@ bool isMissing(const QString &path)
            (errno == ENOENT || errno == ENAMETOOLONG);
 }
 
+/// Where there is room for a part only, nothing but the next attempt tells why.
+bool writeWhole(QFile &file, const QByteArray &bytes)
+{
+    const qint64 taken = file.write(bytes);
+    const qint64 rest = bytes.size() - taken;
+    return rest == 0 || (taken > 0 && file.write(bytes.mid(taken)) == rest);
+}
+
 RequestOutcome failure(const QString &text)
 {
     return {RequestOutcome::Failed, text, true};
@@ -206,7 +214,7 @@ void LocalRepository::copyPortion()
 {
     const bool puts = underWay.method == RepositoryRequest::Put;
     const QByteArray bytes = source.read(portion);
-    const bool written = puts ? incoming.write(bytes) == bytes.size() : download.append(bytes);
+    const bool written = puts ? writeWhole(incoming, bytes) : download.append(bytes);
     const bool healthy = written && source.error() == QFile::NoError;
     if (healthy && !bytes.isEmpty()) {
         noteProgress();

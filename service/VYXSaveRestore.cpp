@@ -16,6 +16,8 @@
 #include <QCoreApplication>
 #include <QRandomGenerator>
 
+#include <utility>
+
 namespace {
 
 using Operation = OperationReport::Operation;
@@ -139,8 +141,13 @@ bool VYXSaveRestore::startSaveOnRepository()
 void VYXSaveRestore::startSaveOnRepository(int taskId)
 {
     if (operations.isLooking()) {
-        // The next occasion is a day away.
-        operations.whenFree([=, this] { startSaveOnRepository(taskId); });
+        // The next occasion may be a day away.
+        if (!std::exchange(scheduledSaveWaits, true)) {
+            operations.whenFree([=, this] {
+                scheduledSaveWaits = false;
+                startSaveOnRepository(taskId);
+            });
+        }
         return;
     }
     if (!settings.enabled) {

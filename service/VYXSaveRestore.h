@@ -128,4 +128,5 @@ private:
     Schedule schedule;
     OperationSlot operations;
     ControlStatus control;
+    bool scheduledSaveWaits = false; ///< for the end of what only looks
 };

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Holds docs/operations.md against the service: each text that is logged as an error or a warning or shown, each method,
-# event and setting has its place there, and each example call works on a stand-in device.
+# event and setting has its place there, as each method, property and key of the control interface has in
+# docs/control.md; and each example call of both works on a stand-in device.
 set -uo pipefail
 shopt -s lastpipe
 cd "$1" || exit 1
@@ -45,6 +46,16 @@ awk -F '"' '/<method/ { name = $2; list = "" } /<arg name/ { list = list (list =
     /<\/method|<method.*\/>/ { print name "(" list ")" }' <<<"$interface" | expect method 24 '| `' '` |'
 grep -oE '<method name="\w+' <<<"$interface" | cut -d '"' -f 2 | expect "example of" 21 'vyx VYXSaveRestore ' ''
 
+guide=docs/control.md
+control=$(<dbus/com.corvane.Pelorin.SaveRestoreControl1.xml)
+grep -oP '<(method|signal) name="\K\w+' <<<"$control" | expect "control method or signal" 7 '`' ''
+grep -oP '<property name="\K\w+" type="[a-z{}]+' <<<"$control" | sed 's/" type="/ /' |
+    while read -r name type; do
+        grep -qE "^\|.*\`$name\`.*\| $type \|" "$guide" || fail "$guide has no property $name of type $type"
+    done
+sed -nE 's/^    (\w+) +[a-z(){}]+( .*)?$/\1/p' <<<"${control%%<node>*}" | expect "key of a summary" 18 '`' '`'
+grep -oP '"\K\w+(?=" \()' <<<"$control" | expect option 9 '`' '`'
+
 root=$(mktemp -d /tmp/saverestore-guide.XXXXXX) || exit 1
 . scripts/lib/device.sh
 trap 'stop_device; rm -rf "$root"' EXIT
@@ -57,15 +68,24 @@ is_idle() {
     [[ $(call VYXSaveRestore getCapability s SAVE_RESTORE_ENABLE 2>&1) == *[01] ]]
 }
 
-# Each example as it stands in the guide; what follows "#" is its answer. What stops all modules comes last.
-definitions=$(awk '/^```sh/ { inside = 1; next } /^```/ && inside { exit } inside' "$guide")
-awk '/^```/ { inside = /^```sh/; next } inside && /^vyx [A-Z]/ { print /resetToFactory/ ? 2 : 1, $0 }' "$guide" |
-    sort -s -n -k 1,1 | cut -d ' ' -f 2- | mapfile -t examples
-[ ${#examples[@]} -ge 40 ] || fail "the guide has too few examples"
-for example in "${examples[@]}"; do
-    wait_until 30 is_idle || { fail "the service does not become idle before: $example" && exit 1; }
-    answer=$(timeout 180 bash -o pipefail -c "$definitions
-        repository=$root/media/repository
-        $example" 2>&1) && [[ $example != *' # '* || $answer == "${example#* # }" ]] || fail "$example: $answer"
-done
-[ "$failures" -eq 0 ] && echo "operations: all ${#examples[@]} examples and every entry passed"
+# run_examples GUIDE LEAST : each example as it stands in the guide; what follows "#" is its answer. What stops all modules
+# comes last.
+run_examples() {
+    local definitions example answer examples
+    definitions=$(awk '/^```sh/ { inside = 1; next } /^```/ && inside { exit } inside' "$1")
+    awk '/^```/ { inside = /^```sh/; next } inside && /^(vyx [A-Z]|control |show )/ { print /resetToFactory/ ? 2 : 1, $0 }' "$1" |
+        sort -s -n -k 1,1 | cut -d ' ' -f 2- | mapfile -t examples
+    [ ${#examples[@]} -ge "$2" ] || fail "$1 has too few examples"
+    for example in "${examples[@]}"; do
+        wait_until 30 is_idle || { fail "the service does not become idle before: $example" && exit 1; }
+        answer=$(timeout 180 bash -o pipefail -c "$definitions
+            repository=$root/media/repository
+            $example" 2>&1) && [[ $example != *' # '* || $answer == "${example#* # }" ]] || fail "$example: $answer"
+    done
+    ran=$((ran + ${#examples[@]}))
+}
+
+ran=0
+run_examples docs/control.md 11
+run_examples docs/operations.md 40
+[ "$failures" -eq 0 ] && echo "operations: all $ran examples and every entry passed"

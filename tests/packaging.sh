@@ -39,9 +39,19 @@ dpkg_in_root() {
 use_policy() {
     sed "s/user=\"root\"/user=\"$1\"/; s/group=\"vyxapplication\"/group=\"$2\"/" \
         "$root/usr/share/dbus-1/system.d/com.corvane.Pelorin.VYXSaveRestore.conf" >"$work/policy.conf"
-    [ -z "${process[bus]:-}" ] || run "the bus refuses the policy" busctl \
+    [ -z "${process[bus]:-}" ] || reload_policy
+}
+
+reload_policy() {
+    run "the bus refuses the policy" busctl \
         "--address=$DBUS_SYSTEM_BUS_ADDRESS" --timeout=5 call org.freedesktop.DBus /org/freedesktop/DBus \
         org.freedesktop.DBus ReloadConfig
+}
+
+# control VERB ARGUMENT... : as somebody with busctl uses the control interface.
+control() {
+    busctl "--address=$DBUS_SYSTEM_BUS_ADDRESS" --timeout=60 "$1" "$bus_prefix.VYXSaveRestore" \
+        /com/corvane/Pelorin/VYXSaveRestore "$bus_prefix.SaveRestoreControl1" "${@:2}"
 }
 
 broadcast() {
@@ -142,7 +152,22 @@ call VYXSaveRestore getCapabilities "" >"$work/output" 2>&1 && fail "a stranger 
 "$root/usr/bin/saverestorectl" status >"$work/output" 2>&1
 [ $? -eq 6 ] || fail "saverestorectl does not say that a stranger may not call the service"
 broadcast stranger >"$work/output" 2>&1
+[[ $(control call List 2>&1) == *"Access denied"* ]] || fail "a stranger may look"
+
+# The group for those who only look, as the guide makes it.
+sed '/^```xml/,/^```$/!d; /^```/d' "$sources/docs/control.md" | sed "s/watchers/$(id -g)/" >"$work/watchers.conf"
+sed -i 's|</busconfig>|<include>watchers.conf</include>&|' "$work/policy.conf"
+reload_policy
+for look in "call List" "call Preview" "get-property LastSave" "introspect"; do
+    run "a watcher may not $look" control $look
+done
+for deed in "Save a{sv} 0" "Restore a{sv} 0" "Verify a{sv} 0" Cancel; do
+    [[ $(control call $deed 2>&1) == *"Access denied"* ]] || fail "a watcher may $deed"
+done
+[[ $(call VYXSaveRestore printSettings 2>&1) == *"Access denied"* ]] || fail "a watcher may call the other interface"
+
 use_policy "$nobody" "$(id -g)"
+run "a member of the group may not save" control call Save 'a{sv}' 0
 run "a member of the group may not call the service" call VYXSaveRestore getCapabilities ""
 run "a member of the group may not broadcast" broadcast member
 # What was broadcast before would have been heard before.

@@ -16,7 +16,7 @@ struct DavEntry
     /// The last component of its path, as it is without escapes; empty for a collection.
     QString name() const
     {
-        const QByteArray path = href.left(href.indexOf('?'));
+        const QByteArray path = href.split('?').constFirst();
         return isCollection
                    ? QString()
                    : QString::fromUtf8(QByteArray::fromPercentEncoding(path.mid(path.lastIndexOf('/') + 1)));

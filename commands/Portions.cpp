@@ -11,7 +11,8 @@ bool runInPortions(Waiter &waiter, std::chrono::milliseconds limit, const std::f
     Portion last = Portion::More;
     while (last == Portion::More && !waiter.mustEnd() && !deadline.hasExpired()) {
         waiter.runBeside([&] {
-            for (int left = atOnce; left > 0 && last == Portion::More && !deadline.hasExpired(); --left) {
+            int left = atOnce;
+            while (left-- > 0 && last == Portion::More && !waiter.mustEnd() && !deadline.hasExpired()) {
                 last = work();
             }
         });

@@ -287,7 +287,11 @@ void SaveOperation::postOnRepository(const SavedState &previous)
         upload.postOnRepository();
     }
     const QList<EntryFailure> &failures = upload.failures();
-    if (failures.isEmpty() || context.waiter.mustEnd()) {
+    if (context.waiter.mustEnd()) {
+        return;
+    }
+    if (failures.isEmpty()) {
+        repairedItems = context.options.dryRun ? QSet<ItemIdentity>() : damaged;
         return;
     }
     reportFailures(failures, previous.isUsable);

@@ -29,6 +29,8 @@ public:
 
     /// Send again what is damaged in the repository.
     void repair(const QSet<ItemIdentity> &items) { damaged = items; }
+    /// What was damaged and is no more.
+    const QSet<ItemIdentity> &repaired() const { return repairedItems; }
 
     /// Run the save. False when it was refused or broken off; when items could not be stored a pop-up says
     /// so, and it is still true.
@@ -53,5 +55,6 @@ private:
     std::unique_ptr<RepositorySession> session;
     StagingArea staging;
     QSet<ItemIdentity> damaged;
+    QSet<ItemIdentity> repairedItems;
     QStringList migrationPrograms; ///< modules whose migration program the repository is to receive
 };

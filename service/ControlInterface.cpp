@@ -45,11 +45,13 @@ uint VYXSaveRestore::Save(const QVariantMap &options)
     refuseWithout(settings.enabled, hasRepositoryUrl());
     return operations.start(Operation::Save, [=, this](Waiter &operationWaiter, OperationReport &report) {
         const OperationContext context = jobContext(operationWaiter, report, job);
+        const QString place = context.repository ? context.repository->getRepositoryUrl() : QString();
         SaveOperation operation(context);
         if (job.repair) {
-            operation.repair(control.lastOperations().damaged(context.repository->getRepositoryUrl()));
+            operation.repair(control.lastOperations().damaged(place));
         }
         operation.startSaveOnRepository();
+        control.lastOperations().noteRepaired(place, operation.repaired());
     });
 }
 
@@ -70,11 +72,8 @@ uint VYXSaveRestore::Verify(const QVariantMap &options)
         const OperationContext context = jobContext(operationWaiter, report, job);
         VerifyOperation operation(context, job.full);
         if (operation.run()) {
-            LastOperations &last = control.lastOperations();
-            const QString url = context.repository->getRepositoryUrl();
-            // Who has not looked at the content knows no better of it.
-            const QSet<ItemIdentity> known = job.full ? QSet<ItemIdentity>() : last.damaged(url);
-            last.setDamaged(url, operation.damaged() + known);
+            const auto keep = job.full ? &LastOperations::setDamaged : &LastOperations::addDamaged;
+            (control.lastOperations().*keep)(context.repository->getRepositoryUrl(), operation.damaged());
         }
     });
 }

@@ -69,6 +69,16 @@ void LastOperations::setDamaged(const QString &repository, const QSet<ItemIdenti
     damagedItems = items;
 }
 
+void LastOperations::addDamaged(const QString &repository, const QSet<ItemIdentity> &items)
+{
+    setDamaged(repository, damaged(repository) + items);
+}
+
+void LastOperations::noteRepaired(const QString &repository, const QSet<ItemIdentity> &items)
+{
+    setDamaged(repository, damaged(repository) - items);
+}
+
 QSet<ItemIdentity> LastOperations::damaged(const QString &repository) const
 {
     return fingerprint(repository) == damagedRepository ? damagedItems : QSet<ItemIdentity>();

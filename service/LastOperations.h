@@ -25,8 +25,12 @@ public:
     /// Keep the summary of an operation that has ended.
     void keep(const OperationSummary &summary);
 
-    /// Keep what a verify of that repository found damaged, for `keep` to write.
+    /// Keep what a full verify of that repository found damaged, for `keep` to write, here and below.
     void setDamaged(const QString &repository, const QSet<ItemIdentity> &items);
+    /// What another verify has found besides.
+    void addDamaged(const QString &repository, const QSet<ItemIdentity> &items);
+    /// These are damaged no more.
+    void noteRepaired(const QString &repository, const QSet<ItemIdentity> &items);
     /// What is damaged in that repository, as far as it is known.
     QSet<ItemIdentity> damaged(const QString &repository) const;
 

@@ -58,6 +58,9 @@ CompletedLines Upload::completedLines(const QString &module, ChecksumSize &size)
     }
     const ChecksumLines sound = withoutDigests({{module, before}}, staged.damaged).value(module);
     CompletedLines completed = completeLines(module, lines.value(), sound, context.priorities.names());
+    completed.lines.removeIf([&](const ChecksumLine &line) {
+        return line.digest().isEmpty() && staged.damaged.contains(ItemIdentity(module, line.identity()));
+    });
     const ChecksumSize with = size - ChecksumSize::of(before) + ChecksumSize::of(completed.lines);
     if (with.isAllowed()) {
         size = with;

@@ -48,6 +48,7 @@ void FetchAhead::submit(const PlannedItem &item, bool urgent)
         } else if (!urgent) {
             failedAhead << item;
         } else {
+            faults.insert(path, outcome.text.isEmpty() ? "the repository does not hold it" : outcome.text);
             lastFailure = QString("Could not fetch '%1' from the repository").arg(entry);
             logError("%1", lastFailure);
         }

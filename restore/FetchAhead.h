@@ -2,6 +2,7 @@
 
 #include "restore/RestorePlanner.h"
 
+#include <QHash>
 #include <QList>
 #include <QSet>
 #include <QString>
@@ -27,6 +28,9 @@ public:
     /// True when it lies at its place on the disk.
     bool isFetched(const PlannedItem &item) const { return fetched.contains(item.source); }
 
+    /// Why it does not; empty when it was not required.
+    QString fault(const PlannedItem &item) const { return faults.value(item.source); }
+
     /// It has been put back, or cannot be: there is room for others.
     void release(const PlannedItem &item);
 
@@ -42,6 +46,7 @@ private:
     QList<PlannedItem> failedAhead; ///< for want of room, say: they are tried again in their turn
     QSet<QString> underWay;
     std::map<QString, qint64> fetched; ///< sizes of those on the disk, by their paths
+    QHash<QString, QString> faults;    ///< by path
     qint64 bytesOnDisk = 0;
     qint64 bytesEver = 0;
     qint64 countEver = 0;

@@ -91,6 +91,7 @@ void SavedState::takeLines(const ControlFiles &files, const QString &module, Che
     if (!ofModule) {
         logDebug("Could not open repository checksum file (%1): all data are new!", path);
         ofModule.emplace();
+        without << module;
     }
     const RequestOutcome ofAttributes = files.outcome(ItemNames::attributesFileName(module));
     if (!takeAttributes(ofAttributes, module, *ofModule)) {

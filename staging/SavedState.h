@@ -31,6 +31,7 @@ struct SavedState
     QStringList listed;    ///< modules on the repository's list that the device still has
     QStringList gone;      ///< modules on that list that the device has no more
     QSet<QString> unknown; ///< modules whose saved lines or attributes are not known
+    QSet<QString> without; ///< modules without a checksum file: they have no lines
     LinesByModule lines;   ///< of all others that are listed, gone or have items
     QMap<QString, AttributesByKey> attributes;
     QMap<QString, RequestOutcome> versions; ///< of the modules' version files, which are fetched

@@ -1,6 +1,7 @@
 #include "verify/StoredItems.h"
 
 #include "catalogue/ItemNames.h"
+#include "catalogue/ModulesList.h"
 #include "outcome/OperationReport.h"
 #include "platform/DevicePaths.h"
 #include "repository/RepositorySession.h"
@@ -56,6 +57,10 @@ std::optional<StoredItems> StoredItems::fetch(const OperationContext &context, R
     if (!stored.state.isUsable) {
         reportUnusable(stored.state, report);
         return std::nullopt;
+    }
+    for (const QString &name : readModulesList(DevicePaths::fetched(ItemNames::modulesListName())).refused) {
+        stored.refused << FailedItem{
+            {}, ItemNames::modulesListName(), QString("'%1' is no name of a module").arg(name)};
     }
     if (listing.stored()) {
         stored.entries = listing.entries;

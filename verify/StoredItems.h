@@ -29,7 +29,7 @@ struct StoredItems
 {
     SavedState state;
     QList<StoredItem> items;
-    QList<FailedItem> refused;    ///< lines that name no item of their module
+    QList<FailedItem> refused;    ///< lines that name no item of their module, or no module
     QSet<QString> withoutPromise; ///< entries whose lines have no digest
     /// The entries that are there, with their sizes; nothing when the repository cannot list them.
     std::optional<QMap<QString, qint64>> entries;

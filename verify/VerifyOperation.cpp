@@ -1,11 +1,14 @@
 #include "verify/VerifyOperation.h"
 
 #include "catalogue/ItemNames.h"
+#include "catalogue/SavedVersion.h"
 #include "outcome/OperationReport.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
+#include "repository/ControlFiles.h"
 #include "repository/RepositorySession.h"
+#include "restorable/KnownModules.h"
 #include "restore/FetchAhead.h"
 #include "verify/EntryCheck.h"
 
@@ -16,6 +19,25 @@
 #include <algorithm>
 
 using Outcome::Code;
+
+namespace {
+
+QString absent(const QString &entry)
+{
+    return QString("Missing: the repository does not hold '%1'").arg(entry);
+}
+
+bool isVersionFile(const QString &path)
+{
+    QFile file(path);
+    const QString line =
+        file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readLine()).trimmed() : QString();
+    const SavedVersion version = SavedVersion::parse(line);
+    return line.contains("::") && !version.release.isEmpty() && !version.version.isEmpty() &&
+           std::ranges::all_of(line, [](QChar one) { return one.isPrint(); });
+}
+
+} // namespace
 
 VerifyOperation::VerifyOperation(const OperationContext &context, bool full) : context(context), full(full)
 {
@@ -37,10 +59,11 @@ bool VerifyOperation::run()
         return false;
     }
     reportState(*stored);
+    dropUncertain(*stored);
     if (!stored->entries) {
         lookForEntries(stored->items);
     }
-    lookForVersions(*stored);
+    lookForControlFiles(*stored);
     dropMissing(stored->items);
     quint64 bytes = 0;
     for (const StoredItem &item : std::as_const(stored->items)) {
@@ -79,9 +102,37 @@ void VerifyOperation::reportState(const StoredItems &stored)
     }
     for (const StoredItem &item : stored.items) {
         if (stored.entries && !stored.entries->contains(item.entry)) {
-            missing << item.entry;
+            missing.insert(item.entry, absent(item.entry));
         }
     }
+}
+
+/// True when what the module has saved is not known; one without items needs no checksum file.
+bool VerifyOperation::lacksLines(const StoredItems &stored, const QString &module) const
+{
+    const RestorableObject *const object = context.modules.findObject(module);
+    const bool hasItems = object != nullptr ? object->hasItems() : KnownModules::isInstalled(module);
+    return hasItems && stored.state.without.contains(module);
+}
+
+/// Which entry a plain file has follows from the lines of all modules.
+void VerifyOperation::dropUncertain(StoredItems &stored) const
+{
+    const QStringList modules = stored.state.listed + stored.state.gone;
+    if (stored.state.unknown.isEmpty() &&
+        std::ranges::none_of(modules, [&](const QString &module) { return lacksLines(stored, module); })) {
+        return;
+    }
+    stored.items.removeIf([this](const StoredItem &item) {
+        const bool uncertain = item.item.getKind() == FileItem;
+        if (uncertain) {
+            logWarning("'%1' of module '%2' is not checked: where the repository holds it is not known",
+                       item.item.getPath(), item.item.getModule());
+            context.report.noteSkipped();
+        }
+        return uncertain;
+    });
+    stored.entries.reset();
 }
 
 void VerifyOperation::lookForEntries(QList<StoredItem> &items)
@@ -90,35 +141,50 @@ void VerifyOperation::lookForEntries(QList<StoredItem> &items)
         session->submit({RepositoryRequest::Look, item.entry, {}}, [&](const RequestOutcome &outcome) {
             item.size = outcome.size;
             if (outcome.kind == RequestOutcome::Absent) {
-                missing << item.entry;
+                missing.insert(item.entry, absent(item.entry));
+            } else if (!outcome.stored()) {
+                missing.insert(item.entry, outcome.text);
             }
         });
     }
     session->waitForRequests();
 }
 
-/// Without its version file nothing of a module is restored.
-void VerifyOperation::lookForVersions(const StoredItems &stored)
+/// Without its version and checksum files nothing of a module is restored.
+void VerifyOperation::lookForControlFiles(const StoredItems &stored)
 {
-    for (const QString &module : stored.state.listed + stored.state.gone) {
-        const QString entry = ItemNames::versionFileName(module);
-        session->submit({RepositoryRequest::Look, entry, {}}, [=, this](const RequestOutcome &outcome) {
-            if (outcome.kind == RequestOutcome::Absent) {
-                context.report.noteFailed({module, entry, "Missing: the repository does not hold it"});
-            }
-        });
+    ControlFiles files(*session);
+    const QStringList modules = stored.state.listed + stored.state.gone;
+    for (const QString &module : modules) {
+        files.askForVersion(module);
     }
-    session->waitForRequests();
+    files.fetch();
+    for (const QString &module : modules) {
+        const QString entry = ItemNames::versionFileName(module);
+        const RequestOutcome outcome = files.outcome(entry);
+        const QString fault = outcome.kind == RequestOutcome::Absent ? absent(entry)
+                              : !outcome.stored()                    ? outcome.text
+                              : isVersionFile(DevicePaths::fetched(entry))
+                                  ? QString()
+                                  : QString("It does not tell a release and a version");
+        if (!fault.isEmpty() && !context.waiter.mustEnd()) {
+            context.report.noteFailed({module, entry, fault});
+        }
+        if (lacksLines(stored, module)) {
+            const QString checksums = ItemNames::checksumFileName(module);
+            context.report.noteFailed({module, checksums, absent(checksums)});
+        }
+    }
 }
 
 void VerifyOperation::dropMissing(QList<StoredItem> &items)
 {
     items.removeIf([this](const StoredItem &item) {
-        const bool isMissing = missing.contains(item.entry);
-        if (isMissing) {
-            noteDamaged(item, QString("Missing: the repository does not hold '%1'").arg(item.entry));
+        const QString why = missing.value(item.entry);
+        if (!why.isEmpty() && !context.waiter.mustEnd()) {
+            noteDamaged(item, why);
         }
-        return isMissing;
+        return !why.isEmpty();
     });
 }
 
@@ -144,7 +210,8 @@ void VerifyOperation::checkContents(const QList<StoredItem> &items)
     FetchAhead fetcher(*session);
     fetcher.begin(planned);
     const qsizetype atOnce = std::max(QThread::idealThreadCount(), 1);
-    for (qsizetype begun = 0; begun < items.size() && !context.waiter.mustEnd(); begun += atOnce) {
+    for (qsizetype begun = 0; begun < items.size() && !context.waiter.mustEnd() && !session->lacksAnswers();
+         begun += atOnce) {
         const QList<PlannedItem> batch = planned.mid(begun, atOnce);
         context.report.setModules({items.at(begun).item.getModule()});
         fetcher.require(batch);
@@ -153,8 +220,8 @@ void VerifyOperation::checkContents(const QList<StoredItem> &items)
             const StoredItem &item = items.at(begun + number);
             if (fetcher.isFetched(batch.at(number))) {
                 checks << EntryCheck{item, batch.at(number).source};
-            } else if (!context.waiter.mustEnd()) {
-                noteDamaged(item, "It could not be fetched");
+            } else if (!context.waiter.mustEnd() && !session->lacksAnswers()) {
+                noteDamaged(item, "It could not be fetched: " + fetcher.fault(batch.at(number)));
             }
         }
         checkEntries(checks, context.waiter);

@@ -3,6 +3,7 @@
 #include "staging/OperationContext.h"
 #include "verify/StoredItems.h"
 
+#include <QHash>
 #include <QSet>
 #include <QString>
 
@@ -33,7 +34,9 @@ public:
 private:
     void reportState(const StoredItems &stored);
     void lookForEntries(QList<StoredItem> &items);
-    void lookForVersions(const StoredItems &stored);
+    void lookForControlFiles(const StoredItems &stored);
+    bool lacksLines(const StoredItems &stored, const QString &module) const;
+    void dropUncertain(StoredItems &stored) const;
     void dropMissing(QList<StoredItem> &items);
     void checkContents(const QList<StoredItem> &items);
     void take(const EntryCheck &check);
@@ -43,6 +46,6 @@ private:
     OperationContext context;
     bool full;
     std::unique_ptr<RepositorySession> session;
-    QSet<QString> missing; ///< entries
+    QHash<QString, QString> missing; ///< why, by the entry
     QSet<ItemIdentity> damagedItems;
 };

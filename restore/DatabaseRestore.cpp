@@ -167,8 +167,7 @@ QString DatabaseRestore::apply(Waiter &waiter)
     return fault;
 }
 
-/// Look at the dump's first line, and make room for what will be made of it.
-QString DatabaseRestore::begin(const Waiter &waiter)
+QString DatabaseRestore::look(const Waiter &waiter)
 {
     const QByteArray label = gzipLabel(dump);
     if (!promised.isEmpty() && !label.isEmpty() && label != promised.toLatin1()) {
@@ -179,10 +178,14 @@ QString DatabaseRestore::begin(const Waiter &waiter)
     while (reader.kind() == DumpText::Kind::Unknown && !reader.next().isEmpty()) {
     }
     partial = reader.kind() == DumpText::Kind::Rows;
-    if (partial) {
-        return {};
-    }
-    return reader.kind() == DumpText::Kind::Database ? takePlace() : faultOfDump();
+    return partial || reader.kind() == DumpText::Kind::Database ? QString() : faultOfDump();
+}
+
+/// Look at the dump's first line, and make room for what will be made of it.
+QString DatabaseRestore::begin(const Waiter &waiter)
+{
+    const QString fault = look(waiter);
+    return fault.isEmpty() && !partial ? takePlace() : fault;
 }
 
 QString DatabaseRestore::checkRows(const Waiter &waiter) const

@@ -40,6 +40,9 @@ public:
     /// The digest that the saved database had. A dump that is labelled with another one is refused.
     void setPromised(const QString &digest) { promised = digest; }
 
+    /// Look at the dump's label and first line alone. Empty, or what is wrong.
+    QString look(const Waiter &waiter);
+
     /// Check the dump, and load that of a whole database; the live one is not touched, and its users may run.
     /// Empty, or what is wrong.
     QString prepare(Waiter &waiter);
@@ -54,7 +57,7 @@ public:
     /// True when the dump needs more room than it may take.
     bool lacksRoom() const { return noRoom; }
 
-    /// True after `prepare` has found that the dump is one of a whole database.
+    /// True after `look` or `prepare` has found that the dump is one of a whole database.
     bool isWhole() const { return !partial; }
 
 private:

@@ -40,6 +40,7 @@ private:
     bool prepare();
     void takePlan(const RestorePlanner &planner);
     void checkEntries();
+    void checkDump(const PlannedItem &planned, PreviewedItem &item);
     void reportPreview() const;
     void beginRestoring() const;
     void reportDone(const PlannedItem &planned, const std::optional<QString> &why);

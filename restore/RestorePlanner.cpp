@@ -12,8 +12,31 @@
 #include "staging/StagingArea.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <sys/stat.h>
+
+namespace {
+
+/// What keeps an item from being put back; empty for nothing.
+QString obstacleOf(const SavedItem &item)
+{
+    const QFileInfo live(item.livePath());
+    if (!LiveData::belongsToModule(item.livePath(), item.getModule())) {
+        return "Refused: it does not lie below the module's data";
+    }
+    QFileInfo above(live.path());
+    while (!above.exists() && !above.isSymLink() && !above.isRoot()) {
+        above = QFileInfo(above.path());
+    }
+    if (!above.isDir()) {
+        return QString("'%1' is in the way: it is no directory").arg(above.filePath());
+    }
+    const bool blocked = item.getKind() == DatabaseItem && live.isDir() && !live.isSymLink();
+    return blocked ? "There is a directory in its place" : QString();
+}
+
+} // namespace
 
 const char *const RestorePlanner::lowerPriority = "Its priority is not restored";
 
@@ -237,7 +260,7 @@ void RestorePlanner::planModule(const QString &module)
 void RestorePlanner::planLine(const QString &module, const ChecksumLine &line, const ChecksumEntry &entry)
 {
     const auto item = SavedItem::parse(module, line);
-    const auto note = [&](const char *action, const char *why = "") {
+    const auto note = [&](const char *action, const QString &why = {}) {
         previewed << PreviewedItem{module, item ? item->getPath() : line.key(), action, why};
     };
     if (!item) {
@@ -252,10 +275,9 @@ void RestorePlanner::planLine(const QString &module, const ChecksumLine &line, c
         modulePlans[module].items << *planned;
         if (!context.priorities.names().contains(entry.priority)) {
             note("keep", lowerPriority);
-        } else if (!LiveData::belongsToModule(planned->item.livePath(), module)) {
-            note("keep", "Refused: it does not lie below the module's data");
         } else {
-            note(planned->isNew ? "create" : "replace");
+            const QString obstacle = obstacleOf(planned->item);
+            note(!obstacle.isEmpty() ? "keep" : planned->isNew ? "create" : "replace", obstacle);
         }
     } else {
         modulePlans[module].complete = false;

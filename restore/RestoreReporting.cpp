@@ -7,6 +7,7 @@
 
 #include <QFileInfo>
 #include <QHash>
+#include <QSet>
 
 #include <algorithm>
 
@@ -59,7 +60,7 @@ void RestoreOperation::takePlan(const RestorePlanner &planner)
     reportPreview();
 }
 
-/// What is promised may be gone.
+/// What is promised may be gone, and rows alone make no database.
 void RestoreOperation::checkEntries()
 {
     QHash<std::pair<QString, QString>, PreviewedItem *> changing;
@@ -68,12 +69,16 @@ void RestoreOperation::checkEntries()
             changing.insert({one.module, one.item}, &one);
         }
     }
+    QList<PlannedItem> newDatabases;
     for (const ModulePlan &module : std::as_const(plan)) {
         for (const PlannedItem &planned : module.items) {
             PreviewedItem *const item = changing.value({planned.item.getModule(), planned.item.getPath()});
             const QString entry = planned.entry;
             if (item == nullptr) {
                 continue;
+            }
+            if (planned.isNew && planned.item.getKind() == DatabaseItem) {
+                newDatabases << planned;
             }
             session->submit({RepositoryRequest::Look, entry, {}}, [=](const RequestOutcome &outcome) {
                 if (!outcome.stored()) {
@@ -86,14 +91,41 @@ void RestoreOperation::checkEntries()
         }
     }
     session->waitForRequests();
+    for (const PlannedItem &planned : std::as_const(newDatabases)) {
+        checkDump(planned, *changing.value({planned.item.getModule(), planned.item.getPath()}));
+    }
 }
 
+void RestoreOperation::checkDump(const PlannedItem &planned, PreviewedItem &item)
+{
+    if (item.action == "keep" || context.waiter.mustEnd()) {
+        return;
+    }
+    fetcher->begin({planned});
+    fetcher->require({planned});
+    DatabaseRestore dump(planned.source, planned.item.livePath());
+    dump.setPromised(planned.digest);
+    const QString fault = fetcher->isFetched(planned) ? dump.look(context.waiter) : fetcher->fault(planned);
+    if (!fault.isEmpty() || !dump.isWhole()) {
+        item.action = "keep";
+        item.why = fault.isEmpty() ? "It does not exist: there is nothing to put the saved rows into" : fault;
+    }
+    fetcher->release(planned);
+}
+
+/// What is in the plan is told of when it has been dealt with.
 void RestoreOperation::reportPreview() const
 {
+    QSet<std::pair<QString, QString>> dealtWith;
+    for (const ModulePlan &module : context.options.dryRun ? RestorePlan() : plan) {
+        for (const PlannedItem &planned : module.items) {
+            dealtWith.insert({planned.item.getModule(), planned.item.getPath()});
+        }
+    }
     for (const PreviewedItem &one : previewed) {
         if (one.action == "same" || one.why == RestorePlanner::lowerPriority) {
             context.report.noteSkipped();
-        } else if (one.action == "keep") {
+        } else if (one.action == "keep" && !dealtWith.contains({one.module, one.item})) {
             context.report.noteFailed({one.module, one.item, one.why});
         } else if (context.options.dryRun) {
             context.report.noteDone(

@@ -17,7 +17,8 @@ QString NginxServer::pki(const QString &name)
     return authorities.filePath(name);
 }
 
-NginxServer::NginxServer(const QString &certificate, const QString &protocol, const QByteArray &directives)
+NginxServer::NginxServer(const QString &certificate, const QString &protocol, const QByteArray &directives,
+                         bool lists)
     : secure(!certificate.isEmpty())
 {
     QTcpServer free;
@@ -30,6 +31,7 @@ NginxServer::NginxServer(const QString &certificate, const QString &protocol, co
                   << (protocol.isEmpty() ? "http2" : protocol);
     }
     qputenv("SERVER_DIRECTIVES", directives);
+    qputenv("SERVER_LISTING", lists ? "yes" : "");
     process.setProcessChannelMode(QProcess::ForwardedChannels);
     process.start(QString(SOURCES) + "/device/server/start-server", arguments);
     running = TestDevice::waitUntil([this] {

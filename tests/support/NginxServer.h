@@ -9,9 +9,10 @@ class NginxServer
 {
 public:
     /// `certificate` is the name of the server's certificate in the PKI; empty for plain HTTP. `protocol` is
-    /// "http2", "http1", or "tls1.1"; `directives` stand among those of the whole configuration.
+    /// "http2", "http1", or "tls1.1"; `directives` stand among those of the whole configuration; one that
+    /// `lists` tells which entries it has.
     explicit NginxServer(const QString &certificate = {}, const QString &protocol = "http2",
-                         const QByteArray &directives = {});
+                         const QByteArray &directives = {}, bool lists = false);
     ~NginxServer() { TestDevice::end(process); }
 
     NginxServer(const NginxServer &) = delete;

@@ -58,6 +58,7 @@ private Q_SLOTS:
     void init()
     {
         startAfresh();
+        previewed = Previewed::Exactly;
         addModule("A");
     }
 
@@ -168,6 +169,7 @@ private Q_SLOTS:
         device->sql("A", "whole", "CREATE TABLE t(v); INSERT INTO t VALUES('damaged')");
         TestDevice::shell("cd '" + device->repositoryPath() +
                           "'; d=A++whole.dump.gz a=A++a++zipped.d.tar.gz; " + fault);
+        previewed = fault.startsWith("rm") ? Previewed::Exactly : Previewed::ButForDamage;
         restore();
         QCOMPARE(device->sql("A", "whole", "SELECT v FROM t"), "damaged\n");
         device->sql("A", "whole",

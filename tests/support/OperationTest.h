@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/DataTable.h"
+#include "tests/support/PreviewCheck.h"
 #include "tests/support/StoreServer.h"
 #include "tests/support/TestDevice.h"
 
@@ -26,6 +27,7 @@ protected:
     void startAfresh()
     {
         device = std::make_unique<TestDevice>();
+        previewed = Previewed::No;
         store = std::make_unique<StoreServer>();
         treated.clear();
         store->behaviour = [this](int, const QString &method, const QString &entry) {
@@ -81,7 +83,24 @@ protected:
         return end(device->callLater(method));
     }
     bool save() { return run("startSaveOnRepository").toBool(); }
-    void restore() { run("startRestoreFromRepository"); }
+
+    enum class Previewed {
+        No,
+        Exactly,
+        ButForDamage, ///< contents are damaged on the way
+    };
+    Previewed previewed = Previewed::No; ///< whether restores are held against their previews
+
+    void restore()
+    {
+        if (previewed == Previewed::No) {
+            run("startRestoreFromRepository");
+            return;
+        }
+        PreviewCheck check(*device);
+        run("startRestoreFromRepository");
+        QCOMPARE(check.fault(previewed == Previewed::ButForDamage), QString());
+    }
 
     /// Call a method and wait until the server holds that request of it.
     QDBusPendingCall beginAndHold(const QString &request, const QString &method = "startSaveOnRepository")

@@ -21,8 +21,30 @@ void Waiter::end(End reason)
     }
 }
 
+Waiter::Grace::Grace(Waiter &waiter, std::chrono::milliseconds limit) : waiter(waiter)
+{
+    waiter.graceEnd = Clock::now() + limit;
+}
+
+Waiter::Grace::~Grace()
+{
+    waiter.graceEnd = Clock::time_point();
+}
+
+/// Zero when there is none.
+std::chrono::milliseconds Waiter::graceLeft() const
+{
+    const Clock::time_point end = graceEnd;
+    return end == Clock::time_point()
+               ? 0ms
+               : std::max(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()), 0ms);
+}
+
 Waiter::End Waiter::endReason() const
 {
+    if (graceLeft() > 0ms) {
+        return End::None;
+    }
     return VYXApplication::isEnding() ? End::ProcessEnds : latched.load();
 }
 
@@ -46,8 +68,10 @@ WaitOutcome Waiter::waitUntil(const std::function<bool()> &condition, std::chron
         if (deadline.hasExpired()) {
             return WaitOutcome::TimedOut;
         }
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline.remainingTimeAsDuration());
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline.remainingTimeAsDuration());
+        if (const auto grace = graceLeft(); grace > 0ms) {
+            left = std::min(left, grace);
+        }
         wake.start(std::max<std::chrono::milliseconds>(left, 1ms));
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }

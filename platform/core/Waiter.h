@@ -24,6 +24,20 @@ public:
         Cancelled,         ///< somebody no longer wants the operation
     };
 
+    /// While it lives, and no longer than that, waits go on although they have to end: so that what was begun
+    /// can be left in order. Main thread only.
+    class Grace
+    {
+    public:
+        Grace(Waiter &waiter, std::chrono::milliseconds limit);
+        ~Grace();
+        Grace(const Grace &) = delete;
+        Grace &operator=(const Grace &) = delete;
+
+    private:
+        Waiter &waiter;
+    };
+
     Waiter() = default;
     Waiter(const Waiter &) = delete;
     Waiter &operator=(const Waiter &) = delete;
@@ -52,5 +66,10 @@ public:
     void runAllBeside(const QList<std::function<void()>> &works);
 
 private:
+    using Clock = std::chrono::steady_clock;
+
+    std::chrono::milliseconds graceLeft() const;
+
     std::atomic<End> latched = End::None;
+    std::atomic<Clock::time_point> graceEnd = Clock::time_point(); ///< the epoch when there is none
 };

@@ -119,10 +119,17 @@ EntryChanges::EntryChanges(QString directory, QList<EntryChange> changes, QObjec
 
 EntryChanges::~EntryChanges()
 {
+    giveUp();
+}
+
+QList<EntryChanges::Result> EntryChanges::giveUp()
+{
     if (shared->advance(Shared::Stage::Writing, Shared::Stage::GivenUp)) {
         shared->dropWritten(shared->open());
     }
     std::unique_lock lock(shared->mutex);
     shared->receiver = nullptr;
     shared->over.wait(lock, [this] { return shared->stage >= Shared::Stage::Over; });
+    return shared->stage == Shared::Stage::Over ? shared->results
+                                                : QList<Result>(shared->changes.size(), Result::Untouched);
 }

@@ -33,11 +33,15 @@ public:
 
     /// Begin. `done` is not called any more when this object is gone.
     EntryChanges(QString directory, QList<EntryChange> changes, QObject *receiver, Done done);
-    /// Changes that have not begun are given up; those that have are waited for.
+    /// As `giveUp`.
     ~EntryChanges();
 
     EntryChanges(const EntryChanges &) = delete;
     EntryChanges &operator=(const EntryChanges &) = delete;
+
+    /// Changes that have not begun are given up; those that have are waited for. What has become of them;
+    /// `done` is not called any more.
+    QList<Result> giveUp();
 
 private:
     struct Shared;

@@ -303,7 +303,7 @@ void LocalRepository::carryOutParked()
         for (qsizetype number = 0; number < results.size(); ++number) {
             outcomes << outcomeOf(number, results.at(number));
         }
-        abortParked();
+        forgetParked();
         finishParked(outcomes);
     };
     waited = {};
@@ -326,16 +326,28 @@ RequestOutcome LocalRepository::outcomeOf(qsizetype number, EntryChanges::Result
     return outcome;
 }
 
-void LocalRepository::abortParked()
+QList<RequestOutcome> LocalRepository::abortParked(const QString &why)
 {
-    if (!underWayTogether) {
-        // Nothing of it has begun.
-        for (const Change &change : std::as_const(parkedChanges)) {
-            if (!change.change.written.isEmpty()) {
-                QFile::remove(QDir(directory).filePath(QFile::decodeName(change.change.written)));
-            }
+    const QList<EntryChanges::Result> results =
+        underWayTogether ? underWayTogether->giveUp()
+                         : QList<EntryChanges::Result>(parkedChanges.size(), EntryChanges::Result::Untouched);
+    QList<RequestOutcome> outcomes;
+    for (qsizetype number = 0; number < results.size(); ++number) {
+        const Change &change = parkedChanges.at(number);
+        if (!underWayTogether && !change.change.written.isEmpty()) {
+            QFile::remove(QDir(directory).filePath(QFile::decodeName(change.change.written)));
         }
+        outcomes << (results.at(number) == EntryChanges::Result::Done
+                         ? change.success
+                         : RequestOutcome{RequestOutcome::Failed, why,
+                                          results.at(number) == EntryChanges::Result::Untouched});
     }
+    forgetParked();
+    return outcomes;
+}
+
+void LocalRepository::forgetParked()
+{
     patience.stop();
     underWayTogether.reset();
     parkedChanges.clear();

@@ -38,7 +38,7 @@ protected:
     bool abortKeepsEntry() const override { return true; }
     bool isFull() const override;
     void carryOutParked() override;
-    void abortParked() override;
+    QList<RequestOutcome> abortParked(const QString &why) override;
 
 private:
     bool isInitialised() const;
@@ -57,6 +57,7 @@ private:
     RequestOutcome list() const;
     void parkChange(const QByteArray &written, const RequestOutcome &success, const QString &failureText);
     RequestOutcome outcomeOf(qsizetype number, EntryChanges::Result result) const;
+    void forgetParked();
 
     const QString directory;
     RepositoryRequest underWay;

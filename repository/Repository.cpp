@@ -14,6 +14,11 @@ bool namesAnEntry(const QString &name)
     return !name.isEmpty() && name != "." && name != ".." && !name.contains('/');
 }
 
+bool changes(const RepositoryRequest &request)
+{
+    return request.method == RepositoryRequest::Put || request.method == RepositoryRequest::Remove;
+}
+
 } // namespace
 
 Repository::~Repository()
@@ -54,16 +59,14 @@ void Repository::cancelRequests(const QString &why)
     const QList<Pending> queued = std::exchange(queue, {});
     const QList<Pending> together = std::exchange(parked, {});
     const auto underWay = std::exchange(running, {});
-    const bool begun = std::exchange(carryingOut, false);
-    if (!together.isEmpty()) {
-        abortParked();
-    }
+    carryingOut = false;
+    const QList<RequestOutcome> ends = together.isEmpty() ? QList<RequestOutcome>() : abortParked(why);
     if (!underWay.empty()) {
         abort();
     }
     // From here on this object may be gone.
-    for (const Pending &pending : together) {
-        tell(pending, {RequestOutcome::Failed, why, !begun});
+    for (qsizetype number = 0; number < together.size(); ++number) {
+        tell(together.at(number), ends.at(number));
     }
     for (const auto &[number, pending] : underWay) {
         tell(pending, {RequestOutcome::Failed, why, kept});
@@ -71,6 +74,19 @@ void Repository::cancelRequests(const QString &why)
     for (const Pending &pending : queued) {
         tell(pending, {RequestOutcome::Failed, why, true});
     }
+}
+
+void Repository::cancelQueued(const QString &why)
+{
+    for (const Pending &pending : std::exchange(queue, {})) {
+        tell(pending, {RequestOutcome::Failed, why, true});
+    }
+}
+
+bool Repository::hasChangesUnderWay() const
+{
+    return !abortKeepsEntry() &&
+           std::ranges::any_of(running, [](const auto &one) { return changes(one.second.request); });
 }
 
 void Repository::finish(RequestNumber number, const RequestOutcome &outcome)
@@ -130,11 +146,7 @@ void Repository::startNext()
     if (carryingOut || !mayBegin(queue.isEmpty() ? RepositoryRequest() : queue.first().request)) {
         return;
     }
-    const auto changes = [](const Pending &pending) {
-        return pending.request.method == RepositoryRequest::Put ||
-               pending.request.method == RepositoryRequest::Remove;
-    };
-    if (!parked.isEmpty() && (queue.isEmpty() || !changes(queue.first()) || isFull())) {
+    if (!parked.isEmpty() && (queue.isEmpty() || !changes(queue.first().request) || isFull())) {
         carryingOut = true;
         carryOutParked();
         return;

@@ -104,6 +104,12 @@ public:
     /// returns. What they submit is carried out.
     void cancelRequests(const QString &why);
 
+    /// End what has not begun in the same way; its entries are as they were.
+    void cancelQueued(const QString &why);
+
+    /// True when a change is under way, and it would not be known what its entry holds if it were given up.
+    bool hasChangesUnderWay() const;
+
     bool hasPendingRequests() const { return !running.empty() || !parked.isEmpty() || !queue.isEmpty(); }
     /// A number that changes whenever a transfer advances, so that a wait can tell slow from dead.
     virtual quint64 transferProgress() const { return progress; }
@@ -144,8 +150,9 @@ protected:
     virtual bool isFull() const { return false; }
     /// Carry out what is parked; ends in one call of `finishParked`, from the event loop.
     virtual void carryOutParked() {}
-    /// Forget what is parked, and what was begun of it; `finishParked` must not be called for it any more.
-    virtual void abortParked() {}
+    /// Forget what is parked, and give up what was begun of it; `finishParked` must not be called for it any
+    /// more. What has become of each, of what was given up for that reason.
+    virtual QList<RequestOutcome> abortParked(const QString & /*why*/) { return {}; }
     /// What is parked has these outcomes, in its order.
     void finishParked(const QList<RequestOutcome> &outcomes);
 

@@ -15,6 +15,8 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto inactivityLimit = 60s;
+constexpr auto lastChance = 500ms;
+constexpr auto hasToEnd = "The operation has to end";
 
 } // namespace
 
@@ -113,7 +115,19 @@ bool RepositorySession::waitUntil(const std::function<bool()> &condition)
     if (outcome == WaitOutcome::Met) {
         return true;
     }
-    repository->cancelRequests(outcome == WaitOutcome::Ended ? "The operation has to end"
-                                                             : "Nothing has moved for a minute");
+    if (outcome == WaitOutcome::Ended) {
+        awaitChanges();
+    }
+    repository->cancelRequests(outcome == WaitOutcome::Ended ? hasToEnd : "Nothing has moved for a minute");
     return false;
+}
+
+/// What an entry holds is not known any more when its change is given up.
+void RepositorySession::awaitChanges()
+{
+    repository->cancelQueued(hasToEnd);
+    if (!std::exchange(changesAwaited, true) && repository->hasChangesUnderWay()) {
+        const Waiter::Grace grace(waiter, lastChance);
+        waiter.waitUntil([this] { return !repository->hasChangesUnderWay(); }, lastChance);
+    }
 }

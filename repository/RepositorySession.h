@@ -22,7 +22,8 @@ struct RepositoryState
 /// meanwhile, and its requests are waited for with events served.
 ///
 /// When the waiter has to end, or nothing moves for 60 s, what is pending is given up and fails; so it is
-/// when the session ends, then without a word to anybody. That concerns every request of the repository, so
+/// when the session ends, then without a word to anybody. Changes that a server carries out get half a second
+/// to come to their end before. That concerns every request of the repository, so
 /// one session uses it at a time.
 class RepositorySession
 {
@@ -66,10 +67,12 @@ public:
 private:
     /// Wait for something that the end of all requests brings about; false when all were given up for it.
     bool waitUntil(const std::function<bool()> &condition);
+    void awaitChanges();
 
     std::shared_ptr<Repository> repository;
     Waiter &waiter;
     /// Number of requests without an outcome; its `done`s hold it weakly.
     std::shared_ptr<int> pending = std::make_shared<int>(0);
     bool unanswered = false;
+    bool changesAwaited = false; ///< after the waiter had to end
 };

@@ -32,16 +32,17 @@ Upload::Upload(RepositorySession &session, const OperationContext &context, cons
 
 void Upload::postOnRepository()
 {
-    if (!previous.isUsable) {
+    if (!previous.isUsable || waiter.mustEnd()) {
         return;
     }
     for (const auto phase :
          {&Upload::makePlan, &Upload::sendHeldChecksumFiles, &Upload::sendData, &Upload::removeDeletedFiles,
           &Upload::sendUnchangedChecksumFiles, &Upload::sendFinalChecksumFiles, &Upload::sendVersionFiles}) {
+        (this->*phase)();
         if (waiter.mustEnd()) {
+            endEarly();
             return;
         }
-        (this->*phase)();
     }
 }
 

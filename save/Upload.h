@@ -42,7 +42,8 @@ LinesByModule withoutDigests(LinesByModule lines, const QSet<ItemIdentity> &item
 /// Requests of a phase are submitted together. It is over when the outcome of each is known, and the next one
 /// goes on only for the modules for which it has succeeded. An item that fails keeps the line of what the
 /// repository holds of it; everything else is completed. Wherever it is cut off, no checksum file promises
-/// what the repository does not hold.
+/// what the repository does not hold. When the waiter has to end, half a second is spent on promising again
+/// what the repository holds of items that were not sent.
 class Upload
 {
 public:
@@ -71,11 +72,14 @@ private:
                                  const AttributesByKey &live) const;
     CompletedLines completedLines(const QString &module, ChecksumSize &size);
     void makePlan();
+    void endEarly();
+    QSet<QString> resendAttributes();
     void sendHeldChecksumFiles();
     void sendData();
     QList<ReadySend> readySends();
     QString readySource(const PlannedSend &send);
     QSet<QString> sendAttributes(const QList<ReadySend> &ready);
+    void sendAttributes(const QString &module, const AttributesByKey &attributes, QSet<QString> &failing);
     void sendItem(const ReadySend &ready);
     QString sourceOf(const PlannedSend &send);
     QString fetchHeld(const PlannedSend &send);
@@ -107,6 +111,11 @@ private:
     StagedData staged;
     QMap<QString, QSet<QString>> takenOver;
     std::optional<UploadPlan> plan;
-    QSet<QString> unfinished; ///< modules whose version file must not be stored
+    struct Sent
+    {
+        QSet<ItemIdentity> items;
+        QSet<QString> attributes; ///< of these modules, perhaps
+    } sent;
+    QSet<QString> unfinished;     ///< modules whose version file must not be stored
     QList<EntryFailure> failed;
 };

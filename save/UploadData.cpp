@@ -67,31 +67,38 @@ QList<Upload::ReadySend> Upload::readySends()
 /// it. The modules whose attributes could not be stored.
 QSet<QString> Upload::sendAttributes(const QList<ReadySend> &ready)
 {
-    QMap<QString, QSet<QString>> sent;
+    QMap<QString, QSet<QString>> sending;
     for (const ReadySend &item : ready) {
-        sent[item.send.item.getModule()] << item.send.line.identity();
+        sending[item.send.item.getModule()] << item.send.line.identity();
     }
     const QMap<QString, AttributesByKey> live = readLiveAttributes();
     QSet<QString> failing;
     for (const QString &module : previous.lines.keys()) {
-        const AttributesByKey now = attributesOf(module, sent.value(module), live.value(module));
-        const QString entry = ItemNames::attributesFileName(module);
+        const AttributesByKey now = attributesOf(module, sending.value(module), live.value(module));
         const bool same = previous.gone.contains(module) || now == previous.attributes.value(module);
         if (waiter.mustEnd() || plan->isBlocked(module) || same) {
             continue;
         }
-        failing << module;
-        if (stageFile(entry, attributesText(now))) {
-            sendFile(DevicePaths::staged(entry), entry, [&failing, module](SendResult result) {
-                if (result == SendResult::Stored) {
-                    failing.remove(module);
-                }
-            });
-        }
+        sendAttributes(module, now, failing);
     }
     session.waitForRequests();
     unfinished += failing;
     return failing;
+}
+
+/// The module is among those that fail until they are stored.
+void Upload::sendAttributes(const QString &module, const AttributesByKey &attributes, QSet<QString> &failing)
+{
+    const QString entry = ItemNames::attributesFileName(module);
+    sent.attributes << module;
+    failing << module;
+    if (stageFile(entry, attributesText(attributes))) {
+        sendFile(DevicePaths::staged(entry), entry, [&failing, module](SendResult result) {
+            if (result == SendResult::Stored) {
+                failing.remove(module);
+            }
+        });
+    }
 }
 
 QMap<QString, AttributesByKey> Upload::readLiveAttributes() const
@@ -163,6 +170,7 @@ void Upload::sendItem(const ReadySend &ready)
             plan->note(send, resultOf(outcome), outcome.digest);
             context.report.advance(ready.bytes);
             if (outcome.stored()) {
+                sent.items << ItemIdentity(send.item.getModule(), send.line.identity());
                 context.report.noteDone({send.item.getModule(), send.item.getPath(), "sent", ready.bytes});
                 context.report.noteModule(send.item.getModule(), OperationReport::Step::Sent);
             } else {

@@ -88,6 +88,10 @@ public:
     /// `digest` is that of what was stored: the item may have changed since its line was made.
     void note(const PlannedSend &send, SendResult result, const QString &digest = {});
 
+    /// All other items that were to be sent stay as they were saved.
+    void postpone(const QSet<ItemIdentity> &allBut);
+    bool isSettled() const { return !settled.isEmpty(); }
+
     /// Decide what the checksum files may say after all sends. False when that cannot be told for certain:
     /// then the held lines have to stay.
     bool settle();

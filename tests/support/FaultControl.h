@@ -14,8 +14,9 @@ struct FaultControl
     std::atomic<int> at;                    ///< number of the call that is struck; 0 none
     int kind;                               ///< its class
     int error; ///< that it fails with, negated: and all after it; 0: the service is killed at it
-    std::atomic<int> service;      ///< process ID
-    std::array<char, 256> journal; ///< file that changes are recorded in; may be empty
+    static constexpr int stops = 1000; ///< as error: nothing fails, and the service is stopped at it
+    std::atomic<int> service;          ///< process ID
+    std::array<char, 256> journal;     ///< file that changes are recorded in; may be empty
 };
 
 /// The head of a recorded change; two texts of these lengths follow.

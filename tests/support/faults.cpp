@@ -82,6 +82,10 @@ bool strikes(FaultControl::Class kind)
     if (!reached || kind != shared()->kind) {
         return false;
     }
+    if (shared()->error == FaultControl::stops) {
+        raw(SYS_kill, shared()->service.load(), SIGSTOP);
+        return false;
+    }
     if (shared()->error == 0) {
         raw(SYS_kill, shared()->service.load(), SIGKILL);
     }

@@ -8,7 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-bool writeWholeFile(const QString &path, const QByteArray &content)
+bool writeWholeFile(const QString &path, const QByteArray &content, WholeFile lasting)
 {
     const QByteArray name = QFile::encodeName(path);
     const QByteArray fresh = name + ".new";
@@ -17,7 +17,8 @@ bool writeWholeFile(const QString &path, const QByteArray &content)
     if (!file.isOpen()) {
         return false;
     }
-    const bool written = writeAll(file, content);
+    const bool written =
+        writeAll(file, content) && (lasting == WholeFile::Passing || fdatasync(file.number()) == 0);
     const bool closed = close(file.release()) == 0;
     const bool replaced = written && closed && std::rename(fresh.constData(), name.constData()) == 0;
     if (!replaced) {

@@ -104,7 +104,7 @@ void LastOperations::store() const
                                 {"damaged", damagedList}};
     const QString path = DevicePaths::lastOperations();
     QDir().mkpath(QFileInfo(path).path());
-    if (!writeWholeFile(path, QJsonDocument(object).toJson(QJsonDocument::Compact))) {
+    if (!writeWholeFile(path, QJsonDocument(object).toJson(QJsonDocument::Compact), WholeFile::Lasting)) {
         logWarning("How the last operations ended could not be written to '%1'", path);
     }
 }

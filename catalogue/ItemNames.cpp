@@ -75,6 +75,16 @@ QString modulesListName()
     return "modules-list.sav";
 }
 
+QString formatName()
+{
+    return ownPrefix() + "format";
+}
+
+bool canBeEntry(const QString &name)
+{
+    return !isOwn(name) || name == formatName();
+}
+
 QString versionFileName(const QString &module)
 {
     return module + ".version";

@@ -37,6 +37,11 @@ QString escaped(const QString &path);
 
 /// Names that the repository uses for itself and for a module's own files.
 QString modulesListName();
+/// A name that no item's entry can have, nor could in any service before: those begin with a component of the
+/// item's path or with its module's name, and neither may begin with the service's own prefix.
+QString formatName();
+/// True when the repository may have an entry of that name: none has the service's own prefix but the format.
+bool canBeEntry(const QString &name);
 QString versionFileName(const QString &module);
 QString checksumFileName(const QString &module);
 QString attributesFileName(const QString &module);

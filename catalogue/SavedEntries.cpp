@@ -91,7 +91,7 @@ private:
 
 SavedEntries::SavedEntries(LinesByModule lines) : linesByModule(std::move(lines))
 {
-    QSet<QString> controlFiles = {ItemNames::modulesListName()};
+    QSet<QString> controlFiles = {ItemNames::modulesListName(), ItemNames::formatName()};
     for (const QString &module : linesByModule.keys()) {
         controlFiles << ItemNames::versionFileName(module) << ItemNames::checksumFileName(module)
                      << ItemNames::attributesFileName(module) << ItemNames::migrationProgramName(module);

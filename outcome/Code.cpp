@@ -27,6 +27,7 @@ constexpr std::array texts = {
     "What the repository holds is damaged",
     "A reset cannot be cancelled",
     "An option is not known, or of another type",
+    "The repository is of a newer format than this service knows",
     "The operation failed",
 };
 static_assert(texts.size() == static_cast<size_t>(Outcome::Code::Failed) + 1);

@@ -28,6 +28,7 @@ enum class Code {
     Damaged,
     NotCancellable,
     InvalidOption,
+    NewerFormat, ///< the repository is of a format that this service does not know
     Failed,
 };
 Q_ENUM_NS(Code)

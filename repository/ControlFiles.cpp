@@ -4,6 +4,7 @@
 #include "catalogue/FileAttributes.h"
 #include "catalogue/ItemNames.h"
 #include "catalogue/ModulesList.h"
+#include "catalogue/RepositoryFormat.h"
 #include "catalogue/SavedVersion.h"
 #include "platform/DevicePaths.h"
 #include "repository/RepositorySession.h"
@@ -20,7 +21,14 @@ void ControlFiles::ask(const QString &entry, qint64 largest)
 
 void ControlFiles::askForList()
 {
+    ask(ItemNames::formatName(), largestFormatFile);
     ask(ItemNames::modulesListName(), largestModulesList);
+}
+
+bool ControlFiles::hasNewerFormat() const
+{
+    const QString entry = ItemNames::formatName();
+    return outcome(entry).stored() && !isKnownFormat(DevicePaths::fetched(entry));
 }
 
 void ControlFiles::askForVersion(const QString &module)

@@ -17,7 +17,7 @@ public:
     explicit ControlFiles(RepositorySession &session) : session(session) {}
 
     /// Have these fetched by the next `fetch`; one that was asked for before is not fetched again.
-    void askForList();
+    void askForList(); ///< with the repository's format
     void askForVersion(const QString &module);
     void askForChecksums(const QString &module);
     void askForAttributes(const QString &module);
@@ -27,6 +27,8 @@ public:
 
     /// What became of an entry that was asked for.
     RequestOutcome outcome(const QString &entry) const { return outcomes.value(entry); }
+    /// True when the repository has been fetched to be of a format that this service does not know.
+    bool hasNewerFormat() const;
 
 private:
     void ask(const QString &entry, qint64 largest);

@@ -31,7 +31,7 @@ RequestOutcome LocalRepository::list() const
             return {RequestOutcome::Failed,
                     QString("The repository has more than %1 entries").arg(mostListed), true};
         }
-        if (!ItemNames::isOwn(entry.fileName())) {
+        if (ItemNames::canBeEntry(entry.fileName())) {
             outcome.entries.insert(entry.fileName(), entry.size());
         }
     }

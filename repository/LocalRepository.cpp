@@ -104,7 +104,7 @@ void LocalRepository::start(RequestNumber number, const RepositoryRequest &reque
         finish(underWayNumber, outcome);
         return;
     }
-    if (ItemNames::isOwn(request.entry)) {
+    if (!ItemNames::canBeEntry(request.entry)) {
         finish(underWayNumber,
                loggedFailure(QString("'%1' names no file of the repository").arg(request.entry)));
         return;

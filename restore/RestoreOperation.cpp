@@ -55,6 +55,9 @@ void RestoreOperation::startRestoreFromRepository()
     if (context.isBrokenOff("restore")) {
         return;
     }
+    if (context.report.code() == Code::NewerFormat) {
+        return;
+    }
     if (!planned) {
         logError("Error when downloading data from repository: Aborting restore operations");
         return;

@@ -53,6 +53,10 @@ bool RestorePlanner::getFromRepository()
         askFor(object.getName());
     }
     files.fetch();
+    if (files.hasNewerFormat()) {
+        context.refuseFormat("restore");
+        return false;
+    }
     const auto modules = takeModulesList();
     if (!modules) {
         return false;
@@ -101,7 +105,9 @@ void RestorePlanner::askFor(const QString &module)
 std::optional<QStringList> RestorePlanner::takeModulesList()
 {
     const QString path = DevicePaths::fetched(ItemNames::modulesListName());
-    const RequestOutcome outcome = files.outcome(ItemNames::modulesListName());
+    const RequestOutcome format = files.outcome(ItemNames::formatName());
+    const bool formatKnown = format.kind != RequestOutcome::Failed;
+    const RequestOutcome outcome = formatKnown ? files.outcome(ItemNames::modulesListName()) : format;
     const ModulesList list = outcome.stored() ? readModulesList(path) : ModulesList();
     for (const QString &name : list.refused) {
         logError("Module '%1' of the repository is refused: it has no usable name", name);

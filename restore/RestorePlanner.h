@@ -51,7 +51,8 @@ public:
     /// All must outlive the planner.
     RestorePlanner(const OperationContext &context, RepositorySession &session, StagingArea &staging);
 
-    /// False when there is no list of saved modules; the user has been told.
+    /// False when there is no list of saved modules, or the repository's format is not known; the user has
+    /// been told.
     bool getFromRepository();
 
     const RestorePlan &plan() const { return modulePlans; }

@@ -46,6 +46,10 @@ bool SaveOperation::startSaveOnRepository()
     }
     context.report.enter(Phase::Reading);
     const SavedState previous = SavedState::fetch(*session, context.modules);
+    if (previous.isNewer) {
+        context.refuseFormat("backup");
+        return false;
+    }
     if (context.isBrokenOff("backup") || !stage(previous) || context.isBrokenOff("backup")) {
         return false;
     }

@@ -1,6 +1,7 @@
 #include "save/Upload.h"
 
 #include "catalogue/ItemNames.h"
+#include "catalogue/RepositoryFormat.h"
 #include "commands/Digest.h"
 #include "outcome/OperationReport.h"
 #include "platform/core/Waiter.h"
@@ -211,20 +212,31 @@ void Upload::sendVersionFiles()
     }
 }
 
+/// The outcome is waited for with that of the list.
+void Upload::sendFormat()
+{
+    const QString entry = ItemNames::formatName();
+    if (!isStored(entry, formatText()) && stageFile(entry, formatText())) {
+        sendFile(DevicePaths::staged(entry), entry, [](SendResult) {});
+    }
+}
+
 void Upload::sendModulesList(const QStringList &names)
 {
     logDebug("Send modules list file to repository");
     const QString entry = ItemNames::modulesListName();
     const QByteArray text = names.isEmpty() ? QByteArray() : (names.join('\n') + "\n").toUtf8();
     bool stored = isStored(entry, text);
+    sendFormat();
     if (!stored && !stageFile(entry, text)) {
+        session.waitForRequests();
         return;
     }
     if (!stored) {
         sendFile(DevicePaths::staged(entry), entry,
                  [&](SendResult result) { stored = result == SendResult::Stored; });
-        session.waitForRequests();
     }
+    session.waitForRequests();
     if (stored) {
         plan->noteListed(names);
         sendFinalChecksumFiles();

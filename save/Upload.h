@@ -37,7 +37,7 @@ LinesByModule withoutDigests(LinesByModule lines, const QSet<ItemIdentity> &item
 ///  3. entries that nobody uses any more are removed,
 ///  4. the whole checksum files are stored, digests of items whose entries have just changed their names
 ///     last,
-///  5. then version files and the modules list, and the digests that depended on who is on it.
+///  5. then version files, the format and the modules list, and the digests that depended on who is on it.
 ///
 /// Requests of a phase are submitted together. It is over when the outcome of each is known, and the next one
 /// goes on only for the modules for which it has succeeded. An item that fails keeps the line of what the
@@ -93,6 +93,7 @@ private:
     bool stageFile(const QString &entry, const QByteArray &text);
     void sendChecksumFiles(const QList<ChecksumSend> &files);
     void sendChecksumFile(const ChecksumSend &file);
+    void sendFormat();
     void sendModulesList(const QStringList &names);
     static SendResult resultOf(const RequestOutcome &outcome);
     void sendFile(const QString &path, const QString &entry, const std::function<void(SendResult)> &done);

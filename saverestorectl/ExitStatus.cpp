@@ -7,11 +7,11 @@ namespace ExitStatus {
 
 int ofCode(const QString &code)
 {
-    static constexpr std::array codes = {"Partial",           "Busy",         "Disabled",    "NoRepository",
-                                         "Insecure",          "NotTrusted",   "Unreachable", "NothingSaved",
-                                         "ModulesUnknown",    "PauseFailed",  "StagingFull", "RepositoryFull",
-                                         "RepositoryChanged", "Cancelled",    "Stopped",     "Damaged",
-                                         "NotCancellable",    "InvalidOption"};
+    static constexpr std::array codes = {
+        "Partial",     "Busy",           "Disabled",          "NoRepository",   "Insecure",
+        "NotTrusted",  "Unreachable",    "NothingSaved",      "ModulesUnknown", "PauseFailed",
+        "StagingFull", "RepositoryFull", "RepositoryChanged", "Cancelled",      "Stopped",
+        "Damaged",     "NotCancellable", "InvalidOption",     "NewerFormat"};
     if (code == "Success") {
         return Success;
     }

@@ -90,6 +90,13 @@ QStringList OperationContext::groupedModules() const
     return names;
 }
 
+void OperationContext::refuseFormat(const QString &operation) const
+{
+    reportFailure(QString("The repository is of a newer format than this service knows: abort %1 operations.")
+                      .arg(operation));
+    report.end(Code::NewerFormat);
+}
+
 void OperationContext::showFailure(const QString &text, const QString &detail) const
 {
     if (!options.quiet) {

@@ -55,6 +55,9 @@ struct OperationContext
     /// All modules of these groups, each once.
     QStringList groupedModules() const;
 
+    /// Tell that the repository's format is not known to this service, which leaves it alone then.
+    void refuseFormat(const QString &operation) const;
+
     /// Show a failure unless it is told to the caller alone.
     void showFailure(const QString &text, const QString &detail = {}) const;
     /// Log it, too.

@@ -33,7 +33,8 @@ SavedState SavedState::fetch(RepositorySession &session, const KnownModules &mod
         }
     }
     files.fetch();
-    state.isUsable = state.takeList(files.outcome(ItemNames::modulesListName()), modules);
+    state.isUsable =
+        state.takeFormat(files) && state.takeList(files.outcome(ItemNames::modulesListName()), modules);
     if (!state.isUsable) {
         return state;
     }
@@ -52,6 +53,17 @@ SavedState SavedState::fetch(RepositorySession &session, const KnownModules &mod
         state.versions.insert(object.getName(), files.outcome(entry));
     }
     return state;
+}
+
+bool SavedState::takeFormat(const ControlFiles &files)
+{
+    const RequestOutcome outcome = files.outcome(ItemNames::formatName());
+    isNewer = files.hasNewerFormat();
+    if (outcome.kind == RequestOutcome::Failed) {
+        fail(ItemNames::formatName(), outcome.text, outcome);
+        return false;
+    }
+    return !isNewer;
 }
 
 bool SavedState::takeList(const RequestOutcome &outcome, const KnownModules &modules)

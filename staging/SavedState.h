@@ -26,7 +26,8 @@ struct EntryFailure
 /// What the repository holds, as it says itself.
 struct SavedState
 {
-    bool isUsable = false; ///< false when the modules list is not known: nothing may be stored then
+    bool isUsable = false; ///< false when format or modules list are not known: nothing may be stored then
+    bool isNewer = false;  ///< it is of a format that this service does not know; then nothing else is known
     bool isFirst = false;  ///< there is no modules list yet
     QStringList listed;    ///< modules on the repository's list that the device still has
     QStringList gone;      ///< modules on that list that the device has no more
@@ -41,6 +42,7 @@ struct SavedState
     static SavedState fetch(RepositorySession &session, const KnownModules &modules);
 
 private:
+    bool takeFormat(const ControlFiles &files);
     bool takeList(const RequestOutcome &outcome, const KnownModules &modules);
     void takeLines(const ControlFiles &files, const QString &module, ChecksumSize &size);
     bool takeAttributes(const RequestOutcome &outcome, const QString &module, const ChecksumLines &ofModule);

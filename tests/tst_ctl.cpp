@@ -280,7 +280,7 @@ private Q_SLOTS:
             QVERIFY2(status < 10 || page.contains(QString("%1  %2").arg(QString::number(status), code)),
                      qPrintable(code));
         }
-        QCOMPARE(seen.size(), 20);
+        QCOMPARE(seen.size(), 21);
         QCOMPARE(ExitStatus::ofCode("New"), int(ExitStatus::Failed));
     }
 

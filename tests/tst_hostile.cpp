@@ -48,7 +48,8 @@ void controlFiles()
 {
     row("list: names that lead out", R"(printf '../../etc\n.\n..\na/b\n-rf\n' >>modules-list.sav)");
     row("list: 100,000 names", "seq 100000 >>modules-list.sav");
-    for (const QString file : {"modules-list.sav", "A.version", "A.cksum", "A.attributes"}) {
+    for (const QString file :
+         {"modules-list.sav", "A.version", "A.cksum", "A.attributes", ".saverestore-format"}) {
         row(qPrintable(file + ": noise"), "head -c 1000000 /dev/urandom >" + file);
         row(qPrintable(file + ": 70 MB"), "truncate -s 70M " + file);
         row(qPrintable(file + ": a pipe"), "rm " + file + "; mkfifo " + file);

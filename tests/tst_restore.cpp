@@ -54,6 +54,15 @@ class tst_restore : public OperationTest
         return TestDevice::shell("find '" + device->path("data") + "' -name '.saverestore*'").isEmpty();
     }
 
+    /// The exit status of the command.
+    int statusOfVerify() const
+    {
+        QProcess verify;
+        verify.start("/usr/bin/env", {"DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + device->path("bus"),
+                                      QString(PROGRAMS) + "/saverestorectl", "verify"});
+        return verify.waitForFinished() ? verify.exitCode() : -1;
+    }
+
 private Q_SLOTS:
     void init()
     {
@@ -151,6 +160,41 @@ private Q_SLOTS:
         restore();
         QVERIFY(TestDevice::waitUntil([&] { return readFile(device->path("migrated")) == "A 2026 2026\n"; }));
         QVERIFY(!QFile::exists(device->path("tmp/VYXApplication/SaveRestore/Restore/AMigration")));
+    }
+
+    /// A repository of a later service is left alone by all operations, and so are the data.
+    void format_data()
+    {
+        columns<QString, bool>("made", "known");
+        row("of an older service", "rm $f", true);
+        row("lost in a crash", ": >$f", true);
+        row("the same", ":", true);
+        row("of a later service", "echo 2 >$f", false);
+        row("not understood", "echo 1 and more >$f", false);
+    }
+    void format()
+    {
+        QFETCH(QString, made);
+        QFETCH(bool, known);
+        QVERIFY(start(false) && save());
+        TestDevice::shell("cd '" + device->repositoryPath() + "'; f=.saverestore-format; " + made);
+        write("A", {"f.txt"}, "changed");
+        const Entries before = repository();
+        const auto isRefused = [&](const QString &operation) {
+            return isShown("The repository is of a newer format than this service knows: abort " + operation +
+                           " operations.");
+        };
+        device->markLog();
+        restore();
+        QCOMPARE(isRefused("restore"), !known);
+        QCOMPARE(device->readData("A", "f.txt"), known ? "Af.txt" : "changed");
+        write("A", {"f.txt"}, "new");
+        QCOMPARE(save(), known);
+        QCOMPARE(isRefused("backup"), !known);
+        QCOMPARE(statusOfVerify(), known ? 0 : 28);
+        QCOMPARE(repository() == before, !known);
+        QVERIFY(!known || (holds("A", "f.txt", "new") && repository()[".saverestore-format"] == "1\n"));
+        QCOMPARE(device->wholeLog().count("error VYX"), known ? 0 : 3);
     }
 
     /// A dump, an archive and a file that cannot be used: they stay as they were, everything else comes back.

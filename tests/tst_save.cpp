@@ -13,7 +13,8 @@ class tst_save : public OperationTest
     /// The data that the server was sent since the last call.
     QStringList sent() const
     {
-        static const QRegularExpression data("^PUT (?!modules-list|.*\\.(version|cksum|attributes)$)");
+        static const QRegularExpression data(
+            "^PUT (?!modules-list|.saverestore-format|.*\\.(version|cksum|attributes)$)");
         QStringList requests = std::exchange(store->requests, {}).filter(data).replaceInStrings(data, "");
         requests.sort();
         return requests;
@@ -67,9 +68,9 @@ private Q_SLOTS:
         write("B", {"same.conf", "other.conf"}, "of B");
         QVERIFY(start() && save());
         QCOMPARE(repository().keys(),
-                 QStringList({"A++conf++logs.tar.gz", "A++d.dump.gz", "A.attributes", "A.cksum", "A.version",
-                              "B++d.dump.gz", "B.attributes", "B.cksum", "B.version", "deep++er++f",
-                              "modules-list.sav", "only a.txt", "other.conf", "same.conf"}));
+                 QStringList({".saverestore-format", "A++conf++logs.tar.gz", "A++d.dump.gz", "A.attributes",
+                              "A.cksum", "A.version", "B++d.dump.gz", "B.attributes", "B.cksum", "B.version",
+                              "deep++er++f", "modules-list.sav", "only a.txt", "other.conf", "same.conf"}));
         QVERIFY(holds("A", "same.conf", "of A") && holds("A", "only a.txt", "of A"));
         static const QRegularExpression digests("\t[0-9a-f]{32}\t");
         QCOMPARE(QString(repository()["A.cksum"]).replace(digests, "\t*\t"),
@@ -89,9 +90,9 @@ private Q_SLOTS:
         QVERIFY(save());
         QCOMPARE(sent(), QStringList({"A++d.dump.gz", "A++same.conf", "B++same.conf", "new.txt"}));
         QCOMPARE(repository().keys(),
-                 QStringList({"A++d.dump.gz", "A++same.conf", "A.attributes", "A.cksum", "A.version",
-                              "B++d.dump.gz", "B++same.conf", "B.attributes", "B.cksum", "B.version",
-                              "modules-list.sav", "new.txt", "other.conf"}));
+                 QStringList({".saverestore-format", "A++d.dump.gz", "A++same.conf", "A.attributes",
+                              "A.cksum", "A.version", "B++d.dump.gz", "B++same.conf", "B.attributes",
+                              "B.cksum", "B.version", "modules-list.sav", "new.txt", "other.conf"}));
         QCOMPARE(repository()["A++same.conf"] + repository()["B++same.conf"], "of Aof B");
 
         QVERIFY(device->allRun({"A", "B"}));
@@ -255,6 +256,8 @@ private Q_SLOTS:
         row("held lines", QStringList{"PUT A.cksum"}, 507, old, "'A.cksum'");
         row("modules list", QStringList{"PUT modules-list.sav"}, 503, "", "'modules-list.sav'");
         row("a module's state", QStringList{"GET A.cksum"}, 503, old, "'A.cksum'");
+        row("format", QStringList{"PUT .saverestore-format"}, 503, "", "'.saverestore-format'");
+        row("the format", QStringList{"GET .saverestore-format"}, 503, all, "'.saverestore-format'");
         row("the modules", QStringList{"GET modules-list.sav"}, 503, all, "'modules-list.sav'");
         row("the repository", QStringList{"GET "}, 503, all, "");
     }
@@ -275,13 +278,15 @@ private Q_SLOTS:
         // What promises is sent last.
         const QStringList sent = store->requests.filter("PUT ");
         const auto promises = [](const QString &request) {
-            return request.endsWith(".version") || request.endsWith("modules-list.sav");
+            return request.endsWith(".version") || request.endsWith("modules-list.sav") ||
+                   request.endsWith("-format");
         };
-        QCOMPARE(std::count_if(sent.cbegin(), sent.cend(), promises), 4);
+        QCOMPARE(std::count_if(sent.cbegin(), sent.cend(), promises), 5);
         QVERIFY2(std::is_partitioned(sent.cbegin(), sent.cend(), std::not_fn(promises)),
                  qPrintable(sent.join(", ")));
 
-        store->entries["modules-list.sav"].chop(1); // the same modules in other words, so that it is sent
+        store->entries.remove(".saverestore-format"); // as an older service leaves it
+        store->entries["modules-list.sav"].chop(1);   // the same modules in other words, so that it is sent
         device->call("setModuleRelease", {"A", "2027", "1.0"}, "ApplicationManager");
         device->write(program, "later program");
         describe("A", filesOfA + "<file>fresh</file>");

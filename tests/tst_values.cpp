@@ -126,7 +126,7 @@ private Q_SLOTS:
         for (const QByteArray &none :
              {"n/a.data" + database, "m/.data" + database, "m/a/b.data" + database, "m/a.tar" + database,
               "m/../a.tar" + directory, "m/.tar" + directory, "m/a/.tar" + directory, "/etc/x" + file,
-              "../x" + file, "m/a.tar\t1\tlink\thigh\n" + file}) {
+              "../x" + file, "m/a.tar\t1\tlink\thigh\n" + file, ".saverestore-format" + file}) {
             QVERIFY2(!SavedItem::parse("m", lines(none).first()), none);
         }
     }

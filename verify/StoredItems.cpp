@@ -50,6 +50,10 @@ std::optional<StoredItems> StoredItems::fetch(const OperationContext &context, R
     if (context.isBrokenOff("verify")) {
         return std::nullopt;
     }
+    if (stored.state.isNewer) {
+        context.refuseFormat("verify");
+        return std::nullopt;
+    }
     if (stored.state.isFirst) {
         report.end(Code::NothingSaved);
         return std::nullopt;
@@ -91,7 +95,7 @@ void StoredItems::takeLines()
 QSet<QString> StoredItems::knownEntries() const
 {
     QSet<QString> known(withoutPromise);
-    known << ItemNames::modulesListName();
+    known << ItemNames::modulesListName() << ItemNames::formatName();
     for (const StoredItem &one : items) {
         known << one.entry;
     }

@@ -16,6 +16,7 @@ from items import Description, Item, entry_names
 from report import Check, difference
 
 MODULES_LIST = "modules-list.sav"
+FORMAT = ".saverestore-format"
 
 
 @dataclass(frozen=True)
@@ -188,7 +189,7 @@ class Repository:
 
     def all_entries(self) -> set[str]:
         """The names of all entries that there have to be."""
-        names = {MODULES_LIST, *self.names.values()}
+        names = {FORMAT, MODULES_LIST, *self.names.values()}
         for _, description in self.modules():
             names |= {f"{description.module}.{suffix}" for suffix in ("version", "cksum", "attributes")}
             if (self.device.migrations / f"{description.module}Migration").exists():
@@ -205,6 +206,7 @@ class Repository:
         names = [description.module for _, description in modules]
         yield Check(MODULES_LIST, f"the {len(names)} modules with data to save", lambda: difference(
             names, (self.directory / MODULES_LIST).read_text().splitlines()))
+        yield Check(FORMAT, "version 1", lambda: difference(["1\n"], [(self.directory / FORMAT).read_text()]))
         yield Check("the repository", "holds nothing else",
                     lambda: difference(self.all_entries(), self.snapshot()))
 
@@ -237,7 +239,7 @@ class Repository:
             if self.version(module.name) != f"{module.release}::{module.version}":
                 program = self.device.migrations / f"{module.name}Migration"
                 names |= {f"{module.name}.version"} | ({program.name} if program.exists() else set())
-        return names if (self.directory / MODULES_LIST).exists() else names | {MODULES_LIST}
+        return names if (self.directory / MODULES_LIST).exists() else names | {FORMAT, MODULES_LIST}
 
     def entries_to_remove(self) -> set[str]:
         return set(self.snapshot()) - self.all_entries()

@@ -12,9 +12,13 @@ import time
 from pathlib import Path
 
 from device import PREFIX, SOURCES, Device
+from page import begin_page, end_page, page_findings
 from pictures import draw_pauses, draw_terminal
 from report import DemoFailed, Report
 from story import Story
+
+
+PAGE = SOURCES / "build/dev/demo.html"
 
 
 def main() -> int:
@@ -65,11 +69,21 @@ def tell(device: Device, report: Report, arguments: argparse.Namespace) -> None:
     if arguments.https:
         device.start_server()
     device.start_all()
+    begin_page(device, PAGE)
     story = Story(device, report, scratch)
     story.tell()
+    check_page(story, report)
     report.say(f"{report.verdict()}, {time.monotonic() - begin:.0f} s")
     shutil.rmtree(scratch)
     conclude(story, report, arguments)
+
+
+def check_page(story: Story, report: Report) -> None:
+    page = end_page(story.device, PAGE)
+    groups = [{pause.module for pause in group} for group in story.first_pauses]
+    report.check("the page of all operations", "names each module and group, leads nowhere", lambda: page_findings(
+        page, [description.module for description in story.device.descriptions], groups))
+    report.line(f"All operations, with time lines of the pauses, are on a page: {PAGE.relative_to(SOURCES)}")
 
 
 def conclude(story: Story, report: Report, arguments: argparse.Namespace) -> None:

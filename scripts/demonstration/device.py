@@ -52,6 +52,8 @@ class Device:
         self.migrations = root / "usr/lib/VYXApplication/migration"
         self.address = f"unix:path={root}/bus"
         self.processes: dict[str, subprocess.Popen[bytes]] = {}
+        self.operations = 0
+        """That were begun so far, by a call or by the schedule."""
         (root / "log").mkdir()
         os.environ |= {"DBUS_SYSTEM_BUS_ADDRESS": self.address, "VYX_DEVICE_ROOT": str(root), "VYX_LOG_LEVEL": "7"}
 

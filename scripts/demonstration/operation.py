@@ -22,6 +22,7 @@ class Operation:
         self.rows_before = sum(count_rows(self.device.live / item.place)
                                for item in self.device.items() if self.device.is_written(item))
         self.watch = Watch(self.device).start()
+        self.device.operations += 1
         self.begin = time.monotonic()
         self.seconds = 0.0
 

@@ -7,6 +7,7 @@
 #include "pause/PauseState.h"
 #include "platform/Beneath.h"
 #include "platform/core/Waiter.h"
+#include "platform/logger/LogFields.h"
 #include "repository/RepositoryUrl.h"
 #include "restorable/RestorableListing.h"
 #include "restorable/SaveGroups.h"
@@ -19,6 +20,9 @@
 
 #include <algorithm>
 #include <array>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 constexpr auto lines = &parseChecksumLines;
@@ -47,12 +51,76 @@ class tst_values : public QObject
         return parse("<r><databases><database name='d'>" + children + "</database></databases></r>", name);
     }
 
+    /// What the journal would get: a datagram, or the sealed file that came with it.
+    static QByteArray received(int socket)
+    {
+        QByteArray entry(100000, 0);
+        alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control = {};
+        iovec part = {entry.data(), static_cast<size_t>(entry.size())};
+        msghdr message = {nullptr, 0, &part, 1, control.data(), control.size(), 0};
+        entry.truncate(recvmsg(socket, &message, MSG_DONTWAIT));
+        const cmsghdr *const header = CMSG_FIRSTHDR(&message);
+        if (header == nullptr) {
+            return entry;
+        }
+        int file = -1;
+        memcpy(&file, CMSG_DATA(header), sizeof(file));
+        constexpr int seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
+        QFile reader;
+        const bool sealed = fcntl(file, F_GET_SEALS) == seals && lseek(file, 0, SEEK_SET) == 0;
+        return sealed && reader.open(file, QIODevice::ReadOnly, QFile::AutoCloseHandle) ? reader.readAll()
+                                                                                        : "not sealed";
+    }
+
+    /// As the journal takes an entry apart.
+    static QByteArrayList fieldsOf(QByteArray entry)
+    {
+        QByteArrayList fields;
+        while (!entry.isEmpty()) {
+            const qsizetype line = entry.indexOf('\n');
+            const qsizetype equals = entry.left(line).indexOf('=');
+            quint64 size = equals < 0 ? 0 : quint64(line - equals - 1);
+            const qsizetype begin = equals < 0 ? line + 1 + qsizetype(sizeof(size)) : equals + 1;
+            if (equals < 0) {
+                memcpy(&size, entry.constData() + line + 1, sizeof(size));
+            }
+            fields << entry.left(equals < 0 ? line : equals) + ": " + entry.mid(begin, qsizetype(size));
+            entry.remove(0, begin + qsizetype(size) + 1);
+        }
+        return fields;
+    }
+
 private Q_SLOTS:
     void initTestCase()
     {
         qputenv("VYX_DEVICE_ROOT", root.path().toUtf8());
         const QString make = "cd '%1'; mkdir -p data/VYXApplication/m; cd data/*/m; mkdir conf logs; ";
         TestDevice::shell(make.arg(root.path()) + "touch main.data extra.data conf/a.xml");
+    }
+
+    void journal()
+    {
+        const QByteArray path = root.filePath("journal").toUtf8();
+        const JournalSocket journal(path);
+        QVERIFY(!journal.send({{"MESSAGE", "nobody listens"}}));
+        const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        sockaddr_un address = {AF_UNIX, {}};
+        memcpy(address.sun_path, path.constData(), size_t(path.size()));
+        QCOMPARE(bind(socket.number(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+        const LogFields operation({{"VYX_OPERATION", "save"}, {"VYX_CODE", "none"}});
+        for (const QByteArray &text : {QByteArray("plain = usual"), QByteArray("x\nVYX_CODE=Success\n"),
+                                       QByteArray(), QByteArray(3000000, 'x') + "\n"}) {
+            const LogFields item("A", "a\nVYX_MODULE=B");
+            JournalSocket::Fields beside;
+            Waiter().runBeside([&] { beside = LogFields::current(); });
+            QVERIFY(journal.send(JournalSocket::Fields{{"MESSAGE", text}} + beside));
+            QCOMPARE(fieldsOf(received(socket.number())),
+                     QByteArrayList({"MESSAGE: " + text, "VYX_OPERATION: save", "VYX_CODE: none",
+                                     "VYX_MODULE: A", "VYX_ITEM: a\nVYX_MODULE=B"}));
+        }
+        const LogFields end(JournalSocket::Fields{{"VYX_CODE", "Partial"}});
+        QVERIFY(LogFields::current() ==
+                JournalSocket::Fields({{"VYX_OPERATION", "save"}, {"VYX_CODE", "Partial"}}));
     }
 
     void digests()

@@ -1,6 +1,7 @@
 #include "platform/core/Waiter.h"
 
 #include "platform/core/VYXApplication.h"
+#include "platform/logger/LogFields.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -91,7 +92,8 @@ void Waiter::runBeside(const std::function<void()> &work)
 void Waiter::runAllBeside(const QList<std::function<void()>> &works)
 {
     std::atomic<qsizetype> next = 0;
-    const auto takeTurns = [&] {
+    const auto takeTurns = [&, fields = LogFields::current()] {
+        const LogFields ofWaiter(fields);
         for (qsizetype number = next++; number < works.size(); number = next++) {
             works.at(number)();
         }

@@ -1,5 +1,7 @@
 #include "platform/logger/VYXLogger.h"
 
+#include "platform/logger/LogFields.h"
+
 #include <QCoreApplication>
 #include <QHash>
 #include <QMutex>
@@ -57,6 +59,16 @@ void writeWhole(const QByteArray &line)
     }
 }
 
+/// False when the journal does not take it by its socket.
+bool sendToJournal(const QByteArray &module, VYXLogger::Level level, const QString &message)
+{
+    static const JournalSocket socket;
+    const JournalSocket::Fields fields = {{"MESSAGE", message.toUtf8()},
+                                          {"PRIORITY", QByteArray::number(static_cast<int>(level))},
+                                          {"SYSLOG_IDENTIFIER", module}};
+    return socket.send(fields + LogFields::current());
+}
+
 } // namespace
 
 VYXLogger::VYXLogger(QString category)
@@ -70,12 +82,15 @@ void VYXLogger::write(Level level, const QString &message) const
     if (configuredLevel < level) {
         return;
     }
-    const QString module = category.isEmpty() ? QCoreApplication::applicationName() : category;
+    const QByteArray module = (category.isEmpty() ? QCoreApplication::applicationName() : category).toUtf8();
+    if (journal && sendToJournal(module, level, message)) {
+        return;
+    }
     QString text = message;
     text.replace('\n', "\\n");
     QByteArray line = journal ? "<" + QByteArray::number(static_cast<int>(level)) + ">" : QByteArray();
     line += levelName(level);
-    line += " " + module.toUtf8() + ": " + text.toUtf8() + "\n";
+    line += " " + module + ": " + text.toUtf8() + "\n";
     writeWhole(line);
 }
 

@@ -2,6 +2,7 @@
 
 #include "commands/Digest.h"
 #include "platform/core/Waiter.h"
+#include "platform/logger/LogFields.h"
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositorySession.h"
 #include "restore/ArchiveRestore.h"
@@ -30,6 +31,7 @@ bool ItemRestorer::isAcceptable(const PlannedItem &planned)
     if (LiveData::belongsToModule(target, module)) {
         return true;
     }
+    const LogFields fields(module, planned.item.getPath());
     logError("'%1' is refused: it does not lie below the data of module '%2'", target, module);
     faults.insert(target, "It does not lie below the module's data");
     return false;
@@ -37,6 +39,7 @@ bool ItemRestorer::isAcceptable(const PlannedItem &planned)
 
 bool ItemRestorer::restore(const PlannedItem &planned)
 {
+    const LogFields fields(planned.item.getModule(), planned.item.getPath());
     if (!isAcceptable(planned)) {
         return false;
     }
@@ -44,8 +47,10 @@ bool ItemRestorer::restore(const PlannedItem &planned)
 }
 
 /// The end of an item that could not be put back; nothing is said when the operation is broken off.
-bool ItemRestorer::keep(const QString &reason, const QString &target)
+bool ItemRestorer::keep(const QString &reason, const PlannedItem &planned)
 {
+    const QString target = planned.item.livePath();
+    const LogFields fields(planned.item.getModule(), planned.item.getPath());
     faults.insert(target, reason);
     if (!waiter.mustEnd()) {
         if (!reason.isEmpty()) {
@@ -67,7 +72,7 @@ void ItemRestorer::prepareDatabases(const QList<PlannedItem> &own, const QList<P
             faults[number] = prepareAll({own.at(number)}).first();
         }
         if (!faults.at(number).isEmpty()) {
-            keep(faults.at(number), own.at(number).item.livePath());
+            keep(faults.at(number), own.at(number));
         }
     }
 }
@@ -102,7 +107,7 @@ bool ItemRestorer::restoreDatabase(const PlannedItem &planned)
     }
     const QString fault = made.mapped()->apply(waiter);
     if (!fault.isEmpty()) {
-        return keep(fault, target);
+        return keep(fault, planned);
     }
     if (made.mapped()->isWhole()) {
         restoredDatabases << planned;
@@ -127,7 +132,7 @@ bool ItemRestorer::restoreDirectory(const PlannedItem &planned)
 {
     const QString directory = planned.item.livePath();
     ArchiveRestore archive(planned.source, directory, waiter);
-    return archive.restore(planned.digest) || keep(archive.errorText(), directory);
+    return archive.restore(planned.digest) || keep(archive.errorText(), planned);
 }
 
 /// What is wrong with a file that was fetched beside its live one, which stays until the new content is known
@@ -157,7 +162,7 @@ qsizetype ItemRestorer::batchSize() const
 void ItemRestorer::restoreFiles(const QList<PlannedItem> &files, const Told &told)
 {
     const Refuse refuse = [&](const PlannedItem &planned, const QString &why) {
-        keep(why, planned.item.livePath());
+        keep(why, planned);
         told(planned, why);
     };
     QList<PlannedItem> acceptable;
@@ -240,7 +245,7 @@ void ItemRestorer::putFetchedInPlace(const Told &told)
         if (replaced.at(number)) {
             told(planned, std::nullopt);
         } else {
-            keep({}, planned.item.livePath());
+            keep({}, planned);
             told(planned, QString());
         }
     }

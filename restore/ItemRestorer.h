@@ -68,7 +68,7 @@ private:
     qsizetype batchSize() const;
     void putFetchedInPlace(const Told &told);
     bool isAcceptable(const PlannedItem &planned);
-    bool keep(const QString &reason, const QString &target);
+    bool keep(const QString &reason, const PlannedItem &planned);
 
     RepositorySession &session;
     Waiter &waiter;

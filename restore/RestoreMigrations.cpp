@@ -3,6 +3,7 @@
 #include "platform/core/Middleware.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
+#include "platform/logger/LogFields.h"
 #include "platform/logger/VYXLogger.h"
 #include "repository/RepositorySession.h"
 #include "restorable/KnownModules.h"
@@ -51,6 +52,7 @@ void RestoreOperation::startMigrations()
         if (context.waiter.mustEnd()) {
             return;
         }
+        const LogFields fields({{"VYX_MODULE", migration.module.toUtf8()}});
         if (failedModules.contains(migration.module) || !plan[migration.module].complete) {
             logWarning("Module '%1' is not migrated: not all of its data were restored", migration.module);
             continue;

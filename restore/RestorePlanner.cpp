@@ -5,6 +5,7 @@
 #include "outcome/OperationReport.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
+#include "platform/logger/LogFields.h"
 #include "platform/logger/VYXLogger.h"
 #include "restorable/KnownModules.h"
 #include "restore/LiveData.h"
@@ -266,6 +267,7 @@ void RestorePlanner::planModule(const QString &module)
 void RestorePlanner::planLine(const QString &module, const ChecksumLine &line, const ChecksumEntry &entry)
 {
     const auto item = SavedItem::parse(module, line);
+    const LogFields fields(module, item ? item->getPath() : line.key());
     const auto note = [&](const char *action, const QString &why = {}) {
         previewed << PreviewedItem{module, item ? item->getPath() : line.key(), action, why};
     };

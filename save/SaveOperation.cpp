@@ -6,6 +6,7 @@
 #include "pause/PauseKeeper.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
+#include "platform/logger/LogFields.h"
 #include "platform/logger/VYXLogger.h"
 #include "platform/WholeFile.h"
 #include "repository/RepositorySession.h"
@@ -260,6 +261,7 @@ bool SaveOperation::isMigrationProgramNewer(const QString &module, const Request
 {
     QFile file(DevicePaths::fetched(ItemNames::versionFileName(module)));
     if (!fetched.stored() || !file.open(QIODevice::ReadOnly)) {
+        const LogFields fields({{"VYX_MODULE", module.toUtf8()}});
         const char *const text = "Could not open module '%1' version file: upload current migration binary";
         if (fetched.kind == RequestOutcome::Absent) {
             logDebug(text, module);

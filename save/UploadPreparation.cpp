@@ -1,5 +1,6 @@
 #include "catalogue/ItemNames.h"
 #include "outcome/OperationReport.h"
+#include "platform/logger/LogFields.h"
 #include "platform/logger/VYXLogger.h"
 #include "save/Upload.h"
 
@@ -110,6 +111,7 @@ void Upload::makePlan()
         const CompletedLines completed = completedLines(module, size);
         for (const ChecksumLine &line : staged.lines.value(module)) {
             if (line.digest().isEmpty()) {
+                const LogFields fields(module, line.key());
                 logWarning("'%1' of module '%2' cannot be read: what was saved of it before stays",
                            line.key(), module);
                 reportUnread(module, line);

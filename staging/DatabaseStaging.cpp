@@ -5,6 +5,7 @@
 #include "commands/FileCopy.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
+#include "platform/logger/LogFields.h"
 #include "platform/logger/VYXLogger.h"
 #include "staging/DatabaseDump.h"
 #include "staging/RememberedDigests.h"
@@ -56,6 +57,7 @@ QString DatabaseStaging::copyPath(const QString &database) const
 
 void DatabaseStaging::copy(const QString &database)
 {
+    const LogFields fields(module, database);
     Found &now = found[database] = look(database);
     const ChecksumLine line = ChecksumLine::database(itemOf(database).key(), now.digest);
     if (!now.digest.isEmpty() && !artefacts.isMade(module, line)) {
@@ -130,6 +132,7 @@ void DatabaseStaging::stageCopies(const RestorableObject &object)
 ChecksumLine DatabaseStaging::stageCopy(const RestorableDatabase &database)
 {
     const QString name = database.getName();
+    const LogFields fields(module, name);
     const QString copy = copyPath(name);
     ChecksumLine line = ChecksumLine::database(itemOf(name).key(), digestOf(name, found.value(name)));
     if (line.digest().isEmpty()) {

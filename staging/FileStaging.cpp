@@ -2,6 +2,7 @@
 
 #include "catalogue/ItemNames.h"
 #include "commands/Digest.h"
+#include "platform/logger/LogFields.h"
 #include "platform/logger/VYXLogger.h"
 #include "staging/DirectoryArchive.h"
 #include "staging/RememberedDigests.h"
@@ -30,6 +31,7 @@ FileStaging::FileStaging(QString moduleName, const Artefacts &artefacts, Remembe
 
 void FileStaging::stage(const RestorableFile &item)
 {
+    const LogFields fields(module, item.getPath());
     if (item.getKind() == FileItem) {
         stageFile(item);
     } else if (item.getKind() == DirectoryItem && item.isZipped()) {

@@ -5,6 +5,7 @@
 #include "outcome/OperationReport.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
+#include "platform/logger/LogFields.h"
 #include "platform/logger/VYXLogger.h"
 #include "repository/ControlFiles.h"
 #include "repository/RepositorySession.h"
@@ -191,6 +192,7 @@ void VerifyOperation::dropMissing(QList<StoredItem> &items)
 void VerifyOperation::noteDamaged(const StoredItem &item, const QString &why)
 {
     const QString module = item.item.getModule();
+    const LogFields fields(module, item.item.getPath());
     damagedItems << ItemIdentity(module, item.identity);
     logError("Damaged in the repository: '%1' of module '%2': %3", item.item.getPath(), module, why);
     context.report.noteFailed({module, item.item.getPath(), why},
@@ -242,6 +244,7 @@ void VerifyOperation::take(const EntryCheck &check)
     }
     context.report.advance(bytes);
     if (!check.isChecked) {
+        const LogFields fields(check.item.item.getModule(), check.item.item.getPath());
         logWarning("'%1' of module '%2' was read to its end, and not tried: there is no room for it",
                    check.item.item.getPath(), check.item.item.getModule());
         context.report.noteSkipped(bytes);

@@ -110,9 +110,9 @@ Pause PauseKeeper::stopModules(const PauseGroup &group, bool save, Waiter &waite
     current.removeIf([this](const auto &process) { return process.first == middleware.getModuleName(); });
     ask(save);
     const QString names = namesOf(current).join(", ");
-    logInfo("Wait for modules to be paused (%1)", names);
+    logDebug("Wait for modules to be paused (%1)", names);
     if (waitForModules(waiter)) {
-        logInfo("All modules paused, ready to save/restore");
+        logDebug("All modules paused, ready to save/restore");
         return Pause(this);
     }
     logWarning("Failed to stop all modules for save/restore");

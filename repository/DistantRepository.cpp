@@ -59,10 +59,10 @@ void DistantRepository::setUp(Waiter &waiter)
 {
     const QString shown = RepositoryUrl::forDisplay(repositoryUrl);
     if (!secureMode) {
-        logInfo("Set distant repository to HTTP: '%1'", shown);
+        logDebug("Set distant repository to HTTP: '%1'", shown);
         return;
     }
-    logInfo("Set distant repository to HTTPS: '%1'", shown);
+    logDebug("Set distant repository to HTTPS: '%1'", shown);
     SecureConnection connection;
     connection.setUp(waiter, RepositoryUrl::base(repositoryUrl), [this](const QString &trustListStatus) {
         logDebug("CTL is present: %1", isTrusted(trustListStatus) ? "true" : "false");

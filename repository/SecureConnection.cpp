@@ -270,13 +270,13 @@ void SecureConnection::tryConnection(Waiter &waiter, const QUrl &url)
     const HttpResult &result = attempt.result;
     if (attempt.connected) {
         logDebug("Ssl connection Ok");
-        logInfo("Connected to '%1' with local certificate", host);
+        logDebug("Connected to '%1' with local certificate", host);
     } else {
         logError("Could not connect to '%1' with local certificate (%2)", host, result.text);
     }
     if (result.code == CURLE_OK) {
         logDebug("Ssl encrypted Ok");
-        logInfo("Encrypt connection to '%1'", host);
+        logDebug("Encrypt connection to '%1'", host);
         return;
     }
     if (result.code == CURLE_PEER_FAILED_VERIFICATION) {

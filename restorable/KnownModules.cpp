@@ -56,7 +56,7 @@ void KnownModules::describeModules(MissingData missing)
             logWarning("Module %1 seems not to be started: pid= 0", name);
             continue;
         }
-        logInfo("Found restorable config file for module : %1 (PID %2)", name, module.getID());
+        logDebug("Found restorable config file for module : %1 (PID %2)", name, module.getID());
         restorableObjects << RestorableObject(name, module.getRelease(), module.getVersion(), module.getID(),
                                               DevicePaths::restorableDescription(name), missing);
     }

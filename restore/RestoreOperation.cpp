@@ -307,7 +307,7 @@ void RestoreOperation::finish()
     for (const QStringList &group : context.groups()) {
         groups += group.join(':') + ":";
     }
-    logInfo("Restore finished (%1)", groups);
+    logDebug("Restore finished (%1)", groups);
     VYXEvent event("restore_finished");
     event.addArgument(groups, "modules", true);
     context.middleware.notifyEvent(event);

@@ -41,7 +41,7 @@ bool SaveOperation::startSaveOnRepository()
     if (!isPossible()) {
         return false;
     }
-    logInfo("Start saving operations");
+    logDebug("Start saving operations");
     if (!prepare()) {
         return false;
     }
@@ -59,7 +59,7 @@ bool SaveOperation::startSaveOnRepository()
     if (context.isBrokenOff("backup")) {
         return false;
     }
-    logInfo("Saving operations done (in %1ms)", timer.elapsed());
+    logDebug("Saving operations done (in %1ms)", timer.elapsed());
     return true;
 }
 

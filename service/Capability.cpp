@@ -39,7 +39,7 @@ void VYXSaveRestore::checkCapability()
     if (current.getState() == computed.getState()) {
         logDebug("Capability unchange: %1", state);
     } else {
-        logInfo("Capability change: %1", state);
+        logDebug("Capability change: %1", state);
     }
     setCapability(computed);
 }

@@ -1,10 +1,44 @@
 #include "service/OperationSlot.h"
 
 #include "platform/core/Middleware.h"
+#include "platform/logger/LogFields.h"
 #include "platform/logger/VYXLogger.h"
 
 #include <exception>
 #include <utility>
+
+namespace {
+
+QString amountOf(const ItemCount &count)
+{
+    return QString("%1 (%2 bytes)").arg(QString::number(count.items), QString::number(count.bytes));
+}
+
+/// What only looks is no event of the device's life.
+void tell(bool isJob, const QString &text)
+{
+    if (isJob) {
+        logInfo("%1", text);
+    } else {
+        logDebug("%1", text);
+    }
+}
+
+void tellBegin(const OperationReport &report, bool isJob)
+{
+    tell(isJob, QString("Operation begins: %1").arg(report.operationName()));
+}
+
+void tellEnd(const OperationSummary &summary, bool isJob)
+{
+    const QString code = Outcome::name(summary.code);
+    const LogFields fields({{"VYX_CODE", code.toUtf8()}});
+    tell(isJob, QString("Operation ends: %1, %2; items done: %3, skipped: %4, failed: %5; in %6 s")
+                    .arg(summary.operation, code, amountOf(summary.done), amountOf(summary.skipped),
+                         amountOf(summary.failed), QString::number(summary.seconds, 'f', 3)));
+}
+
+} // namespace
 
 bool OperationSlot::run(Operation operation, const Work &work)
 {
@@ -86,10 +120,13 @@ void OperationSlot::carryOut(const Work &work)
 
 OperationSummary OperationSlot::finish(const Work &work)
 {
+    const bool wasJob = running->isJob;
+    const LogFields fields({{"VYX_OPERATION", running->report.operationName().toUtf8()}});
+    tellBegin(running->report, wasJob);
     carryOut(work);
     const bool usedRepository = usesRepository();
     const OperationSummary summary = running->report.finish();
-    const bool wasJob = running->isJob;
+    tellEnd(summary, wasJob);
     running.reset();
     if (usedRepository) {
         Q_EMIT usesRepositoryChanged();

@@ -98,7 +98,8 @@ bool VYXSaveRestore::Run()
     control.load();
     schedule.removeAllTasks();
     readSettings();
-    knownModules.parseRestorableConfigFiles(waiter);
+    // At a first start the modules may not have made their data: the saves tell what is not there.
+    knownModules.parseRestorableConfigFiles(waiter, MissingData::Expected);
     knownModules.completeSaveGroups();
     checkCapability();
     return true;

@@ -333,12 +333,21 @@ private Q_SLOTS:
         addResetModule("B");
         device->write("usr/lib/VYXApplication/migration/AMigration", "#!/bin/sh\n");
         QVERIFY(device->start("VYXSaveRestore"));
+        QString log = device->wholeLog();
+        device->stopService();
+        const auto moveData = [this](const QString &from, const QString &to) {
+            return QFile::rename(device->path("data/" + from), device->path("data/" + to));
+        };
+        QVERIFY(moveData("VYXApplication", "away") && device->startService("VYXSaveRestore"));
+        QVERIFY(moveData("away", "VYXApplication"));
+        const qsizetype started = device->wholeLog().size();
         device->listen({"show_popup"}, store.get(), [this](const VYXEvent &event) { popUps << event; });
         forgetEvents();
         QVERIFY(device->save());
         device->describe("B", "<files><file>settings.ini</file></files>");
         QVERIFY(device->save());
         QVERIFY(!device->entries().contains("B++d.dump.gz"));
+        QVERIFY(device->save());
         for (const char *damage : {"rm -r A/* B/*", "true"}) {
             TestDevice::shell("cd '" + device->dataPath("A", "..") + "' && " + damage);
             device->call("startRestoreFromRepository");
@@ -348,9 +357,32 @@ private Q_SLOTS:
         device->call("resetToDefault");
         device->call("resetToFactory");
         QVERIFY(TestDevice::waitUntil([&] { return device->modulePid("B") == 0; }));
+        QDBusMessage verify = QDBusMessage::createMethodCall(
+            VYXModule::busName("VYXSaveRestore"), VYXModule::objectPath("VYXSaveRestore"),
+            "com.corvane.Pelorin.SaveRestoreControl1", "Verify");
+        verify << QVariantMap{{"full", true}};
+        QCOMPARE(device->bus().call(verify).type(), QDBusMessage::ReplyMessage);
+        QVERIFY(device->waitForLog("Operation ends: verify"));
+        log += device->wholeLog();
         static const QRegularExpression loud("^(warning|error) ");
-        QCOMPARE(device->wholeLog().split('\n').filter(loud), QStringList());
+        QCOMPARE(log.split('\n').filter(loud), QStringList());
         QVERIFY(popUps.isEmpty());
+        QStringList told = device->wholeLog().mid(started).split('\n').filter("info ");
+        static const QRegularExpression amounts("done: [1-9]\\d* \\([1-9]\\d* bytes\\), .*, failed: 0 "
+                                                "\\(0 bytes\\); in \\d+\\.\\d{3} s$");
+        for (const qsizetype end :
+             {1, 7, 15}) { // of the first save, the restore of what was gone, the verify
+            QVERIFY2(told.value(end).contains(amounts), qPrintable(told.value(end)));
+        }
+        for (QString &line : told) {
+            line = line.section(';', 0, 0).section(": ", 1);
+        }
+        QStringList expected;
+        for (const QString operation :
+             {"save", "save", "save", "restore", "restore", "reset", "reset", "verify"}) {
+            expected << "Operation begins: " + operation << "Operation ends: " + operation + ", Success";
+        }
+        QCOMPARE(told, expected);
     }
 
     void onlyTheReportsAskedForCount()

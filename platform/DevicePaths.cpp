@@ -69,6 +69,11 @@ QString lastOperations()
     return moduleData("VYXSaveRestore") + "/last-operations";
 }
 
+QString restoreNote()
+{
+    return moduleData("VYXSaveRestore") + "/restoring-modules";
+}
+
 QString trialDirectory()
 {
     return moduleData("VYXSaveRestore") + "/trial";

@@ -37,6 +37,9 @@ QString rememberedDigests();
 /// File of the service's own that says how the last operations ended.
 QString lastOperations();
 
+/// File of the service's own that names the modules of which a restore is replacing data.
+QString restoreNote();
+
 /// Directory of the service's own in which saved databases are tried.
 QString trialDirectory();
 

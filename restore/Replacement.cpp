@@ -3,6 +3,7 @@
 #include "catalogue/ItemNames.h"
 #include "platform/core/Waiter.h"
 #include "platform/logger/VYXLogger.h"
+#include "restore/RestoreNote.h"
 #include "restore/TreeAccess.h"
 
 #include <QDir>
@@ -95,6 +96,7 @@ Replacement::~Replacement()
     removeSideFiles(path());
     if (statusOf(path()) || hasSideFiles(path())) {
         logWarning("'%1' could not be removed: the next start of the service removes it", path());
+        RestoreNote::keep();
     }
     while (!madeParents.isEmpty()) {
         QDir().rmdir(madeParents.takeLast());

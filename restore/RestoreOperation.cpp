@@ -12,6 +12,7 @@
 #include "restore/FetchAhead.h"
 #include "restore/ItemRestorer.h"
 #include "restore/LiveData.h"
+#include "restore/RestoreNote.h"
 #include "staging/WorkingDirectory.h"
 
 #include <QFile>
@@ -70,6 +71,7 @@ void RestoreOperation::startRestoreFromRepository()
     beginRestoring();
     fetcher->begin(itemsToFetch());
     runPasses();
+    endRestoring();
     staging.rememberedDigests().store();
     startMigrations();
     if (!context.isBrokenOff("restore")) {

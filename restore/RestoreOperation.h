@@ -43,6 +43,7 @@ private:
     void checkDump(const PlannedItem &planned, PreviewedItem &item);
     void reportPreview() const;
     void beginRestoring() const;
+    void endRestoring();
     void reportDone(const PlannedItem &planned, const std::optional<QString> &why);
     QList<RestorableObject::RestorablePriority> priorities() const;
     QList<PlannedItem> itemsToFetch();

@@ -3,6 +3,7 @@
 #include "repository/RepositorySession.h"
 #include "restore/FetchAhead.h"
 #include "restore/ItemRestorer.h"
+#include "restore/RestoreNote.h"
 #include "restore/RestoreOperation.h"
 
 #include <QFileInfo>
@@ -137,10 +138,21 @@ void RestoreOperation::reportPreview() const
 void RestoreOperation::beginRestoring() const
 {
     quint64 bytes = 0;
-    for (const ModulePlan &module : plan) {
-        for (const PlannedItem &planned : module.items) {
+    QStringList modules;
+    for (auto module = plan.cbegin(); module != plan.cend(); ++module) {
+        for (const PlannedItem &planned : module->items) {
             bytes += weight(planned);
         }
+        modules << (module->items.isEmpty() ? QStringList() : QStringList(module.key()));
     }
     context.report.enter(OperationReport::Phase::Restoring, bytes);
+    if (!modules.isEmpty()) {
+        context.waiter.runBeside([&] { RestoreNote::write(modules); });
+    }
+}
+
+void RestoreOperation::endRestoring()
+{
+    restorer.reset(); // and what it has not put in place
+    context.waiter.runBeside(&RestoreNote::clear);
 }

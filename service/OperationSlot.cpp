@@ -123,6 +123,9 @@ OperationSummary OperationSlot::finish(const Work &work)
     const bool wasJob = running->isJob;
     const LogFields fields({{"VYX_OPERATION", running->report.operationName().toUtf8()}});
     tellBegin(running->report, wasJob);
+    if (wasJob && preparation) {
+        preparation(running->waiter);
+    }
     carryOut(work);
     const bool usedRepository = usesRepository();
     const OperationSummary summary = running->report.finish();

@@ -39,6 +39,9 @@ public:
     /// running, and when it neither succeeded nor did so in part.
     void look(Operation operation, const Work &work);
 
+    /// What is to be done at the begin of each job. To be set before the first.
+    void prepareBy(std::function<void(Waiter &)> step) { preparation = std::move(step); }
+
     /// What runs; null when nothing does.
     OperationReport *report() const { return running ? &running->report : nullptr; }
 
@@ -84,6 +87,7 @@ private:
     void refuseWhenTaken() const;
 
     Middleware &middleware;
+    std::function<void(Waiter &)> preparation;
     std::unique_ptr<Running> running;
     Work queued; ///< of the running job, until it begins
     quint32 lastJob = 0;

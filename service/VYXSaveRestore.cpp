@@ -1,7 +1,6 @@
 #include "service/VYXSaveRestore.h"
 
 #include "dbus/SaveRestoreAdaptors.h"
-#include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
 #include "platform/records/TimePattern.h"
 #include "repository/Repository.h"
@@ -68,7 +67,8 @@ bool VYXSaveRestore::Init()
     registerDBusOperationSummary();
     registerDBusItemListing();
     WorkingDirectory::createAll();
-    LiveData::recoverAll(DevicePaths::dataRoot());
+    LiveData::recoverNoted();
+    operations.prepareBy(&LiveData::recoverWithoutNote);
     pauses.start();
     connect(&operations, &OperationSlot::usesRepositoryChanged, this, &VYXSaveRestore::checkCapability);
     connect(&operations, &OperationSlot::ended, this, [this](const auto &summary) {

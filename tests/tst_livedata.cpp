@@ -3,6 +3,7 @@
 #include "restore/ArchiveRestore.h"
 #include "restore/LiveData.h"
 #include "restore/Replacement.h"
+#include "restore/RestoreNote.h"
 #include "tests/support/DataTable.h"
 #include "tests/support/TestDevice.h"
 
@@ -54,6 +55,7 @@ private Q_SLOTS:
             const QStringList before = everything();
             const pid_t child = fork();
             if (child == 0) {
+                RestoreNote::write({"m", "../elsewhere"});
                 std::vector<std::unique_ptr<Replacement>> all;
                 for (const QString item : {"f", "tree", "new/parent/file"}) {
                     all.push_back(std::make_unique<Replacement>(live(item)));
@@ -70,7 +72,19 @@ private Q_SLOTS:
             waitpid(child, nullptr, 0);
             if (dies) {
                 QVERIFY(everything().join(' ').contains(".saverestore-"));
-                LiveData::recoverAll(DevicePaths::dataRoot());
+                const QString unnoted = live("../n/.saverestore-incoming.1");
+                for (const QString &left :
+                     {unnoted, root.filePath("data/elsewhere/.saverestore-incoming.1")}) {
+                    writeFile(left, "stays");
+                }
+                LiveData::recoverNoted();
+                QCOMPARE(RestoreNote::read(), std::optional(QStringList()));
+                LiveData::recoverWithoutNote(waiter);
+                QVERIFY(QFile::exists(unnoted));
+                QFile::remove(DevicePaths::restoreNote());
+                LiveData::recoverWithoutNote(waiter);
+                QVERIFY(!QFile::exists(unnoted) && RestoreNote::read());
+                QVERIFY(QFile::exists(root.filePath("data/elsewhere/.saverestore-incoming.1")));
                 QDir(live("new")).removeRecursively();
             }
             QCOMPARE(everything(), before);

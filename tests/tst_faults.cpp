@@ -134,15 +134,17 @@ private Q_SLOTS:
                 if (over || !seen.contains(hash)) {
                     seen << hash;
                     putFiles(place.filePath("cut/"), left);
-                    LiveData::recoverAll(place.filePath("cut/data"));
+                    qputenv("VYX_DEVICE_ROOT", place.filePath("cut").toUtf8());
+                    LiveData::recoverNoted();
                     faults += faultsOf(restores && !over, place.filePath("cut/data/VYXApplication"),
                                        filesBelow(place.filePath("cut/media/repository/")));
                 }
             }
         }
         for (const QString &name : lasting(disk.namedTooEarly).keys()) {
-            // The digests carry a check of their own.
-            if (!name.contains("/.saverestore-incoming") && !name.endsWith("/VYXSaveRestore/digests")) {
+            // The digests carry a check of their own, and what is no JSON to its end is not read.
+            if (!name.contains("/.saverestore-incoming") && !name.endsWith("/VYXSaveRestore/digests") &&
+                !name.endsWith("/VYXSaveRestore/last-operations")) {
                 faults << name + " was given to what was not on the disk";
             }
         }

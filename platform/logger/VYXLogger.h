@@ -5,9 +5,10 @@
 /// Writes a program's messages to standard error, one line each: level, module, text.
 ///
 /// Levels are the syslog severities. The configured level comes from the environment variable VYX_LOG_LEVEL
-/// (default 6); a message is written when the configured level is at least its own. Under systemd's journal
-/// each line starts with the level prefix that the journal understands. A line feed in a message is shown as
-/// "\n".
+/// (default 6); a message is written when the configured level is at least its own. A line feed in a message
+/// is shown as "\n". When standard error is systemd's journal, messages go to its own socket instead, as they
+/// are and with the `LogFields` of the thread; where that fails, as lines that start with the level prefix
+/// that the journal understands.
 class VYXLogger
 {
 public:

@@ -268,6 +268,9 @@ bool Replacement::replaceDatabase(Waiter &waiter)
     waiter.runBeside([&] {
         replaced = syncFileSystem(path()) && move(path(), readyPath(livePath)) && complete(livePath);
     });
+    if (statusOf(readyPath(livePath))) {
+        RestoreNote::keep();
+    }
     if (replaced) {
         madeParents.clear();
     }

@@ -15,7 +15,7 @@ namespace {
 
 QByteArray taken(const char *variable)
 {
-    const QByteArray value = qgetenv(variable);
+    QByteArray value = qgetenv(variable);
     qunsetenv(variable);
     return value;
 }
@@ -58,7 +58,7 @@ void SystemdNotifier::stopping() const
 void SystemdNotifier::send(const QByteArray &message) const
 {
     struct sockaddr_un address = {};
-    const size_t length = size_t(socketName.size());
+    const auto length = size_t(socketName.size());
     if (length < 2 || length >= sizeof address.sun_path || !(socketName[0] == '/' || socketName[0] == '@')) {
         return;
     }

@@ -107,7 +107,7 @@ private Q_SLOTS:
         QVERIFY(device->save()); // the event loop of a wait
         const QByteArrayList meanwhile = heard();
         QCOMPARE(meanwhile.value(0), "READY=1");
-        QVERIFY(meanwhile.size() > 5 && meanwhile.count("WATCHDOG=1") == meanwhile.size() - 1);
+        QVERIFY(meanwhile.size() > 2 && meanwhile.count("WATCHDOG=1") == meanwhile.size() - 1);
         kill(pid, SIGSTOP);
         QVERIFY(TestDevice::waitUntil([&] { return TestDevice::processState(pid) == "T"; }));
         heard();
@@ -115,7 +115,7 @@ private Q_SLOTS:
         QCOMPARE(heard(), QByteArrayList());
         kill(pid, SIGCONT);
         QCOMPARE(device->stopService(), 0);
-        QCOMPARE(heard().last(), "STOPPING=1");
+        QVERIFY(heard().contains("STOPPING=1"));
         close(systemd);
     }
 

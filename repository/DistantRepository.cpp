@@ -2,7 +2,6 @@
 
 #include "catalogue/ItemNames.h"
 #include "platform/logger/VYXLogger.h"
-#include "repository/DavListing.h"
 #include "repository/RepositoryUrl.h"
 
 #include <utility>
@@ -186,14 +185,24 @@ void DistantRepository::abort()
         engine->forgetAll();
     }
     transfers.clear();
+    listing.reset();
 }
 
 void DistantRepository::end(RequestNumber number, const HttpResult &result)
 {
     const auto ended = transfers.extract(number);
-    if (!ended.empty()) {
-        finish(number, outcomeOf(ended.mapped(), result));
+    if (ended.empty()) {
+        return;
     }
+    const RequestOutcome outcome = outcomeOf(ended.mapped(), result);
+    const RepositoryRequest &request = ended.mapped().request;
+    if (request.method != RepositoryRequest::List || !outcome.stored()) {
+        finish(number, outcome);
+        return;
+    }
+    listing.reset(new Listing{number, DavListing(request.path, mostListed)});
+    QFile::remove(request.path);
+    readListing(number);
 }
 
 RequestOutcome DistantRepository::outcomeOf(const Transfer &transfer, const HttpResult &result)
@@ -239,9 +248,6 @@ RequestOutcome DistantRepository::outcomeOf(const Transfer &transfer, const Http
 RequestOutcome DistantRepository::successOf(const Transfer &transfer, const HttpResult &result)
 {
     const RepositoryRequest &request = transfer.request;
-    if (request.method == RepositoryRequest::List) {
-        return listed(request.path);
-    }
     if (transfer.sent.source) {
         logDebug("Uploaded %1 bytes", transfer.sent.source->size());
         return {RequestOutcome::Stored, {}, false, transfer.sent.source->digest()};
@@ -254,14 +260,25 @@ RequestOutcome DistantRepository::successOf(const Transfer &transfer, const Http
     return {.size = request.method == RepositoryRequest::Look ? result.size : -1};
 }
 
-RequestOutcome DistantRepository::listed(const QString &path)
+/// Portion by portion, with events served.
+void DistantRepository::readListing(RequestNumber number)
 {
-    auto entries = readDavListing(path, mostListed);
-    QFile::remove(path);
-    if (!entries) {
-        return {RequestOutcome::Failed, "The server's list of entries cannot be read", true};
+    if (!listing || listing->number != number) {
+        return; // given up
     }
-    return {.entries = std::move(*entries)};
+    const DavListing::State state = listing->list.advance();
+    if (state == DavListing::State::More) {
+        noteProgress();
+        QMetaObject::invokeMethod(
+            this, [=, this] { readListing(number); }, Qt::QueuedConnection);
+        return;
+    }
+    RequestOutcome outcome = {.entries = listing->list.entries()};
+    if (state == DavListing::State::Refused) {
+        outcome = {RequestOutcome::Failed, "The server's list of entries cannot be read", true};
+    }
+    listing.reset();
+    finish(number, outcome);
 }
 
 /// When the server is gone, one line is enough for all.

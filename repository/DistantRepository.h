@@ -1,5 +1,6 @@
 #pragma once
 
+#include "repository/DavListing.h"
 #include "repository/HttpEngine.h"
 #include "repository/Repository.h"
 #include "repository/SecureConnection.h"
@@ -52,12 +53,18 @@ private:
         HttpRequest sent;
     };
 
+    struct Listing
+    {
+        RequestNumber number;
+        DavListing list;
+    };
+
     QString prepare(const RepositoryRequest &request, HttpRequest &made) const;
     HttpEngine &readyEngine();
     void end(RequestNumber number, const HttpResult &result);
     RequestOutcome outcomeOf(const Transfer &transfer, const HttpResult &result);
     static RequestOutcome successOf(const Transfer &transfer, const HttpResult &result);
-    static RequestOutcome listed(const QString &path);
+    void readListing(RequestNumber number);
     void logFailure(const Transfer &transfer, const HttpResult &result);
     bool isTrusted(const QString &trustListStatus) const;
 
@@ -67,7 +74,8 @@ private:
     std::unique_ptr<HttpEngine> engine;
     bool engineIsStale = false; ///< it was made before the last set-up
     std::map<RequestNumber, Transfer> transfers;
-    quint64 movedBefore = 0; ///< by engines that were replaced
+    std::unique_ptr<Listing> listing; ///< that is being read
+    quint64 movedBefore = 0;          ///< by engines that were replaced
     bool goneIsLogged = false;
     std::chrono::milliseconds inactivityLimit = std::chrono::seconds(30);
     std::chrono::milliseconds rateWindow = std::chrono::seconds(60);

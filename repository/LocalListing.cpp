@@ -2,12 +2,18 @@
 #include "repository/LocalRepository.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 
 #include <sys/stat.h>
+#include <utility>
 
 // How a directory tells which entries it has.
+
+namespace {
+
+constexpr int entriesAtOnce = 500;
+
+} // namespace
 
 RequestOutcome LocalRepository::look() const
 {
@@ -21,19 +27,37 @@ RequestOutcome LocalRepository::look() const
     return {.size = status.st_size};
 }
 
-RequestOutcome LocalRepository::list() const
+void LocalRepository::advance()
 {
-    RequestOutcome outcome;
-    QDirIterator place(QDir(directory).path(), QDir::Files | QDir::Hidden | QDir::System);
-    while (place.hasNext()) {
-        const QFileInfo entry = place.nextFileInfo();
-        if (outcome.entries.size() == mostListed) {
-            return {RequestOutcome::Failed,
-                    QString("The repository has more than %1 entries").arg(mostListed), true};
-        }
+    if (underWay.method == RepositoryRequest::List) {
+        listPortion();
+    } else {
+        copyPortion();
+    }
+}
+
+void LocalRepository::listPortion()
+{
+    if (!listing) {
+        listing =
+            std::make_unique<QDirIterator>(QDir(directory).path(), QDir::Files | QDir::Hidden | QDir::System);
+        listed = {};
+    }
+    for (int left = entriesAtOnce; left > 0 && listing->hasNext(); --left) {
+        const QFileInfo entry = listing->nextFileInfo();
         if (ItemNames::canBeEntry(entry.fileName())) {
-            outcome.entries.insert(entry.fileName(), entry.size());
+            listed.entries.insert(entry.fileName(), entry.size());
         }
     }
-    return outcome;
+    const bool tooMany = listed.entries.size() > mostListed;
+    if (tooMany) {
+        listed = {RequestOutcome::Failed, QString("The repository has more than %1 entries").arg(mostListed),
+                  true};
+    }
+    if (tooMany || !listing->hasNext()) {
+        abort();
+        finish(underWayNumber, std::exchange(listed, {}));
+        return;
+    }
+    noteProgress();
 }

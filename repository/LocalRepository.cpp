@@ -62,7 +62,7 @@ LocalRepository::LocalRepository(const QString &directory)
         logWarning("Invalid save/restore directory: '%1'", RepositoryUrl::forDisplay(directory));
     }
     turn.setInterval(0);
-    connect(&turn, &QTimer::timeout, this, &LocalRepository::copyPortion);
+    connect(&turn, &QTimer::timeout, this, &LocalRepository::advance);
     patience.setInterval(lookPeriod);
     connect(&patience, &QTimer::timeout, this, [this] {
         waited += lookPeriod;
@@ -126,7 +126,7 @@ void LocalRepository::start(RequestNumber number, const RepositoryRequest &reque
         finish(underWayNumber, look());
         return;
     case RepositoryRequest::List:
-        finish(underWayNumber, list());
+        turn.start();
         return;
     }
 }
@@ -134,6 +134,7 @@ void LocalRepository::start(RequestNumber number, const RepositoryRequest &reque
 void LocalRepository::abort()
 {
     turn.stop();
+    listing.reset();
     source.close();
     download.drop();
     if (incoming.isOpen()) {

@@ -5,6 +5,7 @@
 #include "repository/EntryChanges.h"
 #include "repository/Repository.h"
 
+#include <QDirIterator>
 #include <QFile>
 #include <QTimer>
 
@@ -54,7 +55,8 @@ private:
     void endGet(bool copied);
     void remove();
     RequestOutcome look() const;
-    RequestOutcome list() const;
+    void advance();
+    void listPortion();
     void parkChange(const QByteArray &written, const RequestOutcome &success, const QString &failureText);
     RequestOutcome outcomeOf(qsizetype number, EntryChanges::Result result) const;
     void forgetParked();
@@ -62,10 +64,12 @@ private:
     const QString directory;
     RepositoryRequest underWay;
     RequestNumber underWayNumber = 0;
-    QTimer turn; ///< fires once for each portion
+    QTimer turn; ///< fires once for each portion of what is under way
     DigestingFile source;
     QFile incoming;
     DownloadFile download;
+    std::unique_ptr<QDirIterator> listing;
+    RequestOutcome listed;
 
     /// What is parked.
     struct Change

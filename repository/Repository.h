@@ -127,8 +127,8 @@ protected:
     virtual size_t mostAtOnce() const { return 1; }
     bool isIdle() const { return running.empty(); }
 
-    /// The most entries that are listed.
-    static constexpr qsizetype mostListed = 1'000'000;
+    /// The most entries that are listed: more than checksum files can have lines.
+    static constexpr qsizetype mostListed = 250'000;
 
     /// Why an entry is refused that has more bytes than may be fetched.
     static QString tooLarge(const QString &entry, qint64 limit);

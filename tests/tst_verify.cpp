@@ -2,7 +2,11 @@
 #include "tests/support/OperationTest.h"
 #include "tests/support/Promises.h"
 
+#include <QElapsedTimer>
+
 #include <optional>
+#include <sys/mount.h>
+#include <utility>
 
 /// Checks of what a repository holds: each damage is found and named, a save that repairs sends exactly that
 /// again, and a repository that is sound is never found fault with.
@@ -13,6 +17,8 @@ class tst_verify : public OperationTest
     std::optional<NginxServer> nginx;
     std::unique_ptr<Jobs> jobs;
     QTemporaryDir kept; ///< the sound repository
+
+    bool small = false; ///< a small file system holds what is tried
 
     static constexpr std::array kinds = {"directory", "server", "server that lists"};
     QString kind; ///< of the repository
@@ -50,11 +56,21 @@ class tst_verify : public OperationTest
         }
     }
 
-    bool prepare(const QString &wanted)
+    void leave()
     {
         jobs.reset();
+        if (std::exchange(small, false)) {
+            device->stopService();
+            umount2(device->path("data/VYXApplication/VYXSaveRestore/trial").toUtf8().constData(),
+                    MNT_DETACH);
+        }
         device.reset();
         startAfresh();
+    }
+
+    bool prepare(const QString &wanted)
+    {
+        leave();
         kind = wanted;
         addModules();
         if (kind != "directory") {
@@ -209,6 +225,132 @@ private Q_SLOTS:
         QVERIFY(!verify().summary["leftOverKnown"].toBool());
     }
 
+    void hostile_data()
+    {
+        columns<QString, QString>("made", "end");
+        const QString label = "head -c 53 A++whole.dump.gz >x; ";
+        const QString dump = "; mv x A++whole.dump.gz";
+        row("archive of 300 MB of nothing", QString("head -c 300000000 /dev/zero | gzip >A++z.tar.gz"),
+            finding("A/z"));
+        row("archive of 8 TB", QString("truncate -s 8T x; tar -S -czf A++z.tar.gz x"), finding("A/z"));
+        row("300 MB of one line", label + "head -c 300000000 /dev/zero | gzip >>x" + dump,
+            finding("A/whole"));
+        row("300 MB of ends", label + "yes 'COMMIT;' | head -c 300000000 | gzip >>x" + dump,
+            finding("A/whole"));
+        row("rows without end",
+            label +
+                "printf 'PRAGMA foreign_keys=OFF;\\nBEGIN TRANSACTION;\\nWITH RECURSIVE n(i) AS (SELECT 1 "
+                "UNION ALL SELECT "
+                "i+1 FROM n) SELECT i FROM n LIMIT 3000000;\\n' | gzip >>x" +
+                dump,
+            finding("A/whole"));
+        row("empty members", "for i in $(seq 2000); do head -c 53 A++whole.dump.gz; done >x" + dump,
+            finding("A/whole"));
+        // What is tried has a quarter of the room that there is.
+        row("more than there is room for",
+            label +
+                "printf 'PRAGMA foreign_keys=OFF;\\nBEGIN TRANSACTION;\\nCREATE TABLE t(v);\\nWITH RECURSIVE "
+                "n(i) AS (SELECT "
+                "1 UNION ALL SELECT i+1 FROM n LIMIT 100) INSERT INTO t SELECT randomblob(1000000) FROM "
+                "n;\\nCOMMIT;\\n' "
+                "| gzip >>x" +
+                dump,
+            finding({}));
+        // One that is no text is not told.
+        row("odd names",
+            QString("for n in $(printf 'a\\001b x\\377y z\\177') $(yes n | head -n 250 | tr -d '\\n'); do : "
+                    ">$n; done"),
+            finding({}));
+    }
+    /// Whatever it holds, a check comes to its end.
+    void hostile()
+    {
+        QFETCH(QString, made);
+        QFETCH(QString, end);
+        if (!device || kind != "small directory") {
+            QVERIFY(prepare("directory"));
+            kind = "small directory";
+            const QString trials = device->path("data/VYXApplication/VYXSaveRestore/trial");
+            QDir().mkpath(trials);
+            small = mount("none", trials.toUtf8().constData(), "tmpfs", 0, "size=60m") == 0;
+        }
+        if (!small && made.contains("randomblob")) {
+            QSKIP("no small file system can be mounted");
+        }
+        TestDevice::shell("rm -rf " + device->repositoryPath() + "*; cp -a " + kept.path() + "/. " +
+                          device->repositoryPath());
+        TestDevice::shell("cd " + device->repositoryPath() + "; " + made + "; rm -f x");
+        QElapsedTimer timer;
+        timer.start();
+        const Jobs::End found = verify();
+        QVERIFY2(timer.elapsed() < 30000, qPrintable(QString::number(timer.elapsed())));
+        QCOMPARE(found.code + ": " + found.failed().join(' '), end);
+        QCOMPARE(found.summary["itemsSkipped"].toUInt(), made.contains("randomblob") ? 1U : 0U);
+        QCOMPARE(found.summary["leftOver"].toStringList().size(), made.contains("n | head") ? 3 : 0);
+        const QByteArray status = readFile(QString("/proc/%1/status").arg(device->service().processId()));
+        const qint64 peak = QRegularExpression("VmHWM:\\s*(\\d+)").match(status).captured(1).toLongLong();
+        QVERIFY2(freedMemoryIsKept || peak < 64000, qPrintable(QString::number(peak)));
+    }
+
+    void listings_data()
+    {
+        columns<QByteArray, QString>("body", "names");
+        const QByteArray one =
+            "<D:response><D:href>/save/a%20b%25</D:href><D:propstat><D:prop><D:resourcetype/>"
+            "<D:getcontentlength>3</D:getcontentlength></D:prop></D:propstat></D:response>";
+        row("usual",
+            one + "<D:response><D:href>/save/</D:href><D:propstat><D:prop><D:resourcetype><D:collection/>"
+                  "</D:resourcetype></D:prop></D:propstat></D:response>",
+            QString("a b%"));
+        row("addresses",
+            QByteArray("<D:response><D:href>http://h:1/save/p?q=/r</D:href></D:response>"
+                       "<D:response><D:href>&lt;&#38;</D:href><D:href>x</D:href></D:response>"),
+            QString("<& p"));
+        row("control characters", QByteArray("<D:response><D:href>%01%0a%ff%00</D:href></D:response>"),
+            QString("\1\n\uFFFD") + QChar(0));
+        row("others' elements", QByteArray("<x xmlns='y'><response/><href>z</href></x>") + one,
+            QString("a b%"));
+        row("cut off", one + "<D:response>", QString("-"));
+        row("another document", QByteArray("</D:multistatus><D:multistatus>"), QString());
+        row("no answer", QByteArray("<<"), QString("-"));
+        row("a document type", QByteArray("<!DOCTYPE x>"), QString("-"));
+        row("deep", QByteArray("<a>").repeated(20000000), QString("-"));
+        row("long", "<D:response><D:href>" + QByteArray(60000000, 'x'), QString("-"));
+        row("long attribute", "<a b='" + QByteArray(60000000, 'x'), QString("-"));
+        QByteArray many;
+        for (int number = 0; number < 1000000; ++number) {
+            many += "<D:response><D:href>/save/" + QByteArray::number(number) + "</D:href></D:response>";
+        }
+        row("a million", many, QString("-"));
+    }
+    /// A server tells its entries in many ways, and may tell anything.
+    void listings()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(QString, names);
+        if (!device || !device->service().property("listed").toBool()) {
+            leave();
+            device->addModule("E", "<files><file>e</file></files>");
+            write("E", {"e"}, "e");
+            QVERIFY(OperationTest::start() && save());
+            jobs = std::make_unique<Jobs>(*device);
+            device->service().setProperty("listed", true);
+        }
+        store->listing = "<D:multistatus xmlns:D='DAV:'>" + body + "</D:multistatus>";
+        for (const QString &entry : store->entries.keys()) {
+            store->listing.insert(store->listing.indexOf('>') + 1,
+                                  "<D:response><D:href>/save/" + entry.toUtf8() + "</D:href></D:response>");
+        }
+        QElapsedTimer timer;
+        timer.start();
+        const Jobs::End end = verify();
+        QVERIFY2(timer.elapsed() < 20000, qPrintable(QString::number(timer.elapsed())));
+        QCOMPARE(end.code, "Success");
+        QCOMPARE(end.summary["leftOver"].toStringList().join(' '),
+                 names == "-" ? QString() : names.section(QChar(0), 0, 0));
+        QCOMPARE(end.summary["leftOverKnown"].toBool(), names != "-");
+    }
+
     /// What the device no longer has cannot be sent again: nobody promises it any more.
     void damagedAndGone()
     {
@@ -241,6 +383,52 @@ private Q_SLOTS:
                  QStringList());
         QCOMPARE(jobs->run("Save", {{"repair", true}}).changes(), QStringList({"sent A/p", "sent A/q"}));
         QCOMPARE(found(), finding({}));
+    }
+
+    /// With VERIFY_MB of data, or of the repository in the directory VERIFY_REPOSITORY.
+    void memory()
+    {
+        const int size = std::max(qEnvironmentVariableIntValue("VERIFY_MB"), 60);
+        const QString given = qEnvironmentVariable("VERIFY_REPOSITORY");
+        leave();
+        kind = "directory";
+        addModules();
+        for (int part = 0; part < size / 20 && given.isEmpty(); ++part) {
+            const QString name = QString::number(part);
+            device->addModule("M" + name, "<databases><database name='d'/></databases><files><file>f</file>"
+                                          "<file zip='true'>z</file></files>");
+            TestDevice::shell("mkdir -p '" + device->dataPath("M" + name, "z") + "' && cd '" +
+                              device->dataPath("M" + name, "") +
+                              "' && head -c 8000000 /dev/urandom >f && head -c 8000000 /dev/urandom >z/f");
+            device->sql(
+                "M" + name, "d",
+                "CREATE TABLE t(v); INSERT INTO t SELECT randomblob(1000) FROM generate_series(1, 4000)");
+        }
+        QVERIFY(device->start("VYXSaveRestore") && (!given.isEmpty() || device->save()));
+        if (!given.isEmpty()) {
+            TestDevice::shell("rm -rf " + place() + "*; cp -a '" + given + "'/. " + place());
+        }
+        QCOMPARE(device->stopService(), 0);
+        QVERIFY(device->startService());
+        jobs = std::make_unique<Jobs>(*device);
+        jobs->call("Verify", {QVariantMap{{"full", true}}});
+        QMap<QString, int> most; // kB
+        QVERIFY(TestDevice::waitUntil(
+            [&] {
+                const QString path = QString("/proc/%1/status").arg(device->service().processId());
+                const QString status = QString::fromUtf8(readFile(path));
+                for (const QString name : {"VmHWM", "RssAnon", "RssFile"}) {
+                    const QRegularExpression line(name + ":\\s*(\\d+)");
+                    most[name] = std::max(most[name], line.match(status).captured(1).toInt());
+                }
+                return !jobs->ended.isEmpty();
+            },
+            600000));
+        const Jobs::End end = jobs->endOf();
+        qInfo("%s, %u items: VmHWM %d kB; at the most RssAnon %d kB, RssFile %d kB", qPrintable(end.code),
+              end.summary["itemsDone"].toUInt(), most["VmHWM"], most["RssAnon"], most["RssFile"]);
+        QVERIFY(given.isEmpty() ? end.code == "Success" : !end.code.isEmpty());
+        QVERIFY(freedMemoryIsKept || most["RssAnon"] < 16 * 1024);
     }
 
     void soundOnes()

@@ -113,7 +113,9 @@ void StoreServer::treat(QTcpSocket &socket, Behaviour wanted, const QString &met
     default:
         break;
     }
-    if (method == "PUT") {
+    if (method == "PROPFIND" && !listing.isEmpty()) {
+        send(socket, 207, listing);
+    } else if (method == "PUT") {
         entries.insert(entry, body);
         send(socket, 201, {});
     } else if (method == "DELETE") {

@@ -42,6 +42,7 @@ public:
     int failStatus = 500;
 
     QMap<QString, QByteArray> entries;
+    QByteArray listing;      ///< what it says of its entries; empty when it does not
     QStringList requests;    ///< "METHOD entry" of each request
     QByteArrayList rawHeads; ///< heads as they were on the wire
     bool overlapped = false; ///< a request came while another was not answered

@@ -24,6 +24,10 @@ using ItemList = QList<QVariantMap>;
 QDBusArgument &operator<<(QDBusArgument &argument, const PreviewedItem &item);
 const QDBusArgument &operator>>(const QDBusArgument &argument, PreviewedItem &item);
 
+/// True when the list is no larger than an answer on the bus may be: a larger one ends the connection.
+bool fitsAnswer(const ItemList &items);
+bool fitsAnswer(const PreviewList &items);
+
 /// To be called once before one of the lists is sent.
 void registerDBusItemListing();
 

@@ -25,6 +25,14 @@ void refuseWithout(bool enabled, bool hasRepository)
     }
 }
 
+void refuseWhenTooLarge(const auto &items)
+{
+    if (!fitsAnswer(items)) {
+        throw ControlError{Code::Failed,
+                           QString("The answer would be too large: there are %1 items").arg(items.size())};
+    }
+}
+
 } // namespace
 
 OperationContext VYXSaveRestore::jobContext(Waiter &operationWaiter, OperationReport &report,
@@ -94,6 +102,7 @@ ItemList VYXSaveRestore::List()
     operations.look(Operation::Verify, [&](Waiter &operationWaiter, OperationReport &report) {
         items = listRepository(jobContext(operationWaiter, report, {.operation = {.quiet = true}}));
     });
+    refuseWhenTooLarge(items);
     return items;
 }
 
@@ -107,5 +116,6 @@ PreviewList VYXSaveRestore::Preview()
         operation.startRestoreFromRepository();
         items = operation.preview();
     });
+    refuseWhenTooLarge(items);
     return items;
 }

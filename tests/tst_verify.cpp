@@ -61,6 +61,7 @@ class tst_verify : public OperationTest
         jobs.reset();
         if (std::exchange(small, false)) {
             device->stopService();
+            TestDevice::shell("rm -rf " + device->repositoryPath() + "*"); // also what has odd names
             umount2(device->path("data/VYXApplication/VYXSaveRestore/trial").toUtf8().constData(),
                     MNT_DETACH);
         }
@@ -290,6 +291,20 @@ private Q_SLOTS:
         const QByteArray status = readFile(QString("/proc/%1/status").arg(device->service().processId()));
         const qint64 peak = QRegularExpression("VmHWM:\\s*(\\d+)").match(status).captured(1).toLongLong();
         QVERIFY2(freedMemoryIsKept || peak < 64000, qPrintable(QString::number(peak)));
+    }
+
+    /// Too much to be told in one answer is an error, and no end of the connection.
+    void manyItems()
+    {
+        QVERIFY(prepare("directory"));
+        inPlace("awk 'BEGIN { for (i = 0; i < 70000; ++i) printf \"%070d\\t0\\tfile\\t1\\tlow\\n\", i }' "
+                ">>A.cksum");
+        for (const char *const look : {"List", "Preview"}) {
+            const QDBusMessage reply = jobs->call(look);
+            QCOMPARE(reply.errorName(), "com.corvane.Pelorin.Error.Failed");
+            QVERIFY(reply.errorMessage().contains("too large"));
+            QVERIFY(device->call("printSettings").type() == QDBusMessage::ReplyMessage);
+        }
     }
 
     void listings_data()

@@ -38,6 +38,9 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/prerm
   ${CMAKE_CURRENT_SOURCE_DIR}/debian/postrm)
 set(CPACK_STRIP_FILES ON)
+# Whatever the umask of whoever packs.
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+    GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
 # What cpack and its children find in their environment.
 file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/environment.cmake "# dpkg-shlibdeps looks for libraries of this architecture.

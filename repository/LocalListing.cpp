@@ -7,13 +7,23 @@
 #include <sys/stat.h>
 #include <utility>
 
-// How a directory tells which entries it has.
+// Where the directory is, and how it tells which entries it has.
 
 namespace {
 
 constexpr int entriesAtOnce = 500;
 
 } // namespace
+
+QString LocalRepository::getRepositoryUrl() const
+{
+    return QFileInfo(directory).isDir() ? QDir(directory).absolutePath() : directory;
+}
+
+bool LocalRepository::isInitialised() const
+{
+    return QFileInfo(directory).isDir() && QDir(directory).canonicalPath() != QDir::current().canonicalPath();
+}
 
 RequestOutcome LocalRepository::look() const
 {

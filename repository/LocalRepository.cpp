@@ -77,16 +77,6 @@ LocalRepository::~LocalRepository()
     cancelRequests(noLongerInUse());
 }
 
-QString LocalRepository::getRepositoryUrl() const
-{
-    return QFileInfo(directory).isDir() ? QDir(directory).absolutePath() : directory;
-}
-
-bool LocalRepository::isInitialised() const
-{
-    return QFileInfo(directory).isDir() && QDir(directory).canonicalPath() != QDir::current().canonicalPath();
-}
-
 QString LocalRepository::entryPath() const
 {
     return QString("%1/%2").arg(QDir(directory).path(), underWay.entry);

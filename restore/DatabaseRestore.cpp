@@ -3,8 +3,8 @@
 #include "commands/DatabaseConnection.h"
 #include "commands/FedCommand.h"
 #include "commands/GzipWriter.h"
-#include "platform/DiskSpace.h"
 #include "platform/core/Waiter.h"
+#include "platform/DiskSpace.h"
 #include "platform/logger/VYXLogger.h"
 #include "restore/DumpReader.h"
 

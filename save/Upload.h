@@ -117,6 +117,6 @@ private:
         QSet<ItemIdentity> items;
         QSet<QString> attributes; ///< of these modules, perhaps
     } sent;
-    QSet<QString> unfinished;     ///< modules whose version file must not be stored
+    QSet<QString> unfinished; ///< modules whose version file must not be stored
     QList<EntryFailure> failed;
 };

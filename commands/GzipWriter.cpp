@@ -22,7 +22,8 @@ constexpr char labelHead[] = "\x1f\x8b\x08\x10\0\0\0\0\0\xff";
 
 QByteArray gzipLabel(const QString &path)
 {
-    const Descriptor file(open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    const Descriptor file(
+        open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     QByteArray head(sizeof labelHead + longestLabel, '\0');
     const ssize_t size = read(file.number(), head.data(), static_cast<size_t>(head.size()));
     head.truncate(std::max<ssize_t>(size, 0));

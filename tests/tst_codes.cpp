@@ -39,7 +39,7 @@ private Q_SLOTS:
         for (int number = 0; number < codes.keyCount(); ++number) {
             QVERIFY2(guide.contains(QByteArray("\n| ") + codes.key(number) + " |"), codes.key(number));
         }
-        QCOMPARE(codes.keyCount(), 20);
+        QCOMPARE(codes.keyCount(), 21);
     }
 
     void optionsThatAreRefused()
@@ -102,6 +102,8 @@ private Q_SLOTS:
         add("one leads out", "Partial", "directory", "Save", "ln -sf /etc/passwd data/VYXApplication/B/h");
         add("entry gone", "Partial", "directory", "Restore", "rm media/repository/h");
         add("damage", "Damaged", "directory", "Verify", "rm media/repository/h");
+        add("format of the future", "NewerFormat", "directory", "Save Restore Verify",
+            "echo 2 >media/repository/.saverestore-format");
         add("bad list", "Failed", "directory", "Save Restore", badList);
         add("bad list, verified", "Damaged", "directory", "Verify", badList);
     }

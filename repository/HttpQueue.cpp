@@ -143,7 +143,7 @@ void HttpQueue::begin(const Job &job)
     auto transfer = std::make_unique<HttpTransfer>(job.request, settings);
     CURL *const handle = transfer->handle();
     curl().easy_setopt(handle, CURLOPT_SHARE, sessions);
-    if (job.number == 0) {
+    if (job.number == 0 || job.anew) {
         transfer->connectAnew();
     }
     running.emplace(handle, Running{job, std::move(transfer)});
@@ -197,7 +197,8 @@ bool HttpQueue::repeat(const Running &ended, const HttpResult &result)
     if (ended.job.repeated || server == Server::Gone || (!isLost(result.code) && !cutShort)) {
         return false;
     }
-    waiting.push_front({ended.job.number, ended.job.request, true, result.wasSent});
+    waiting.push_front(
+        {ended.job.number, ended.job.request, true, result.wasSent, result.code == CURLE_SEND_ERROR});
     return true;
 }
 

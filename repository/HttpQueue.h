@@ -45,6 +45,7 @@ private:
         HttpRequest request;
         bool repeated = false;
         bool wasSent = false; ///< in an attempt before
+        bool anew = false;    ///< on a connection of its own: the last one was dead already
     };
     struct Running
     {

@@ -231,27 +231,30 @@ void RestoreOperation::restoreGroup(const QStringList &group, const QStringList 
     const QString name = priorityName(priority);
     context.report.setModules(group);
     if (priority == RestorableObject::high) {
-        context.report.note(group, Step::Asked);
-        const Pause pause =
-            context.pauses.stopModules(context.modules.processesOf(group), false, context.waiter);
-        if (pause.holds()) {
-            context.report.note(group, Step::Paused);
-        } else if (!context.waiter.mustEnd()) {
-            logWarning("The data of module(s) %1 are restored while they run", group.join(' '));
-        }
-        restoreItems(modules, name, DatabaseItem);
-        if (pause.holds()) {
-            restorer->rememberDatabases(staging);
-        }
-        context.report.note(group, Step::Copied);
-    }
-    if (priority == RestorableObject::high) {
+        restoreDatabases(group, modules);
         context.report.note(group, Step::Resumed);
     }
     forEachItem(modules, name, DatabaseItem,
                 [this](const PlannedItem &planned) { fetcher->release(planned); });
     restoreItems(modules, name, DirectoryItem);
     restoreItems(modules, name, FileItem);
+}
+
+/// The group is paused until this returns.
+void RestoreOperation::restoreDatabases(const QStringList &group, const QStringList &modules)
+{
+    context.report.note(group, Step::Asked);
+    const Pause pause = context.pauses.stopModules(context.modules.processesOf(group), false, context.waiter);
+    if (pause.holds()) {
+        context.report.note(group, Step::Paused);
+    } else if (!context.waiter.mustEnd()) {
+        logWarning("The data of module(s) %1 are restored while they run", group.join(' '));
+    }
+    restoreItems(modules, priorityName(RestorableObject::high), DatabaseItem);
+    if (pause.holds()) {
+        restorer->rememberDatabases(staging);
+    }
+    context.report.note(group, Step::Copied);
 }
 
 void RestoreOperation::forEachItem(const QStringList &modules, const QString &priorityName,

@@ -52,6 +52,7 @@ private:
     void prepareDatabases(qsizetype group, const QSet<QString> &done);
     void restoreGroup(const QStringList &group, const QStringList &modules,
                       RestorableObject::RestorablePriority priority);
+    void restoreDatabases(const QStringList &group, const QStringList &modules);
     void forEachItem(const QStringList &modules, const QString &priorityName, RestorableItemKind kind,
                      const std::function<void(const PlannedItem &)> &step);
     void restoreItems(const QStringList &modules, const QString &priorityName, RestorableItemKind kind);

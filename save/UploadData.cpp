@@ -75,7 +75,10 @@ QSet<QString> Upload::sendAttributes(const QList<ReadySend> &ready)
     QSet<QString> failing;
     for (const QString &module : previous.lines.keys()) {
         const AttributesByKey now = attributesOf(module, sending.value(module), live.value(module));
-        const bool same = previous.gone.contains(module) || now == previous.attributes.value(module);
+        const bool told =
+            now == previous.attributes.value(module) &&
+            (now.isEmpty() || isStored(ItemNames::attributesFileName(module), attributesText(now)));
+        const bool same = previous.gone.contains(module) || told;
         if (waiter.mustEnd() || plan->isBlocked(module) || same) {
             continue;
         }

@@ -1,7 +1,6 @@
 #include "verify/VerifyOperation.h"
 
 #include "catalogue/ItemNames.h"
-#include "catalogue/SavedVersion.h"
 #include "outcome/OperationReport.h"
 #include "platform/core/Waiter.h"
 #include "platform/DevicePaths.h"
@@ -11,6 +10,7 @@
 #include "repository/RepositorySession.h"
 #include "restorable/KnownModules.h"
 #include "restore/FetchAhead.h"
+#include "verify/ControlFileFaults.h"
 #include "verify/EntryCheck.h"
 
 #include <QDir>
@@ -26,16 +26,6 @@ namespace {
 QString absent(const QString &entry)
 {
     return QString("Missing: the repository does not hold '%1'").arg(entry);
-}
-
-bool isVersionFile(const QString &path)
-{
-    QFile file(path);
-    const QString line =
-        file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readLine()).trimmed() : QString();
-    const SavedVersion version = SavedVersion::parse(line);
-    return line.contains("::") && !version.release.isEmpty() && !version.version.isEmpty() &&
-           std::ranges::all_of(line, [](QChar one) { return one.isPrint(); });
 }
 
 } // namespace
@@ -108,20 +98,28 @@ void VerifyOperation::reportState(const StoredItems &stored)
     }
 }
 
-/// True when what the module has saved is not known; one without items needs no checksum file.
-bool VerifyOperation::lacksLines(const StoredItems &stored, const QString &module) const
+/// What is wrong with the module's checksum file; one without items needs none.
+QString VerifyOperation::faultOfLines(const StoredItems &stored, const QString &module) const
 {
-    const RestorableObject *const object = context.modules.findObject(module);
-    const bool hasItems = object != nullptr ? object->hasItems() : KnownModules::isInstalled(module);
-    return hasItems && stored.state.without.contains(module);
+    const QString entry = ItemNames::checksumFileName(module);
+    if (stored.state.without.contains(module)) {
+        const RestorableObject *const object = context.modules.findObject(module);
+        const bool hasItems = object != nullptr ? object->hasItems() : KnownModules::isInstalled(module);
+        return hasItems ? absent(entry) : QString();
+    }
+    return stored.state.lines.contains(module)
+               ? ControlFileFaults::ofChecksumFile(DevicePaths::fetched(entry),
+                                                   stored.state.lines.value(module).size())
+               : QString();
 }
 
 /// Which entry a plain file has follows from the lines of all modules.
 void VerifyOperation::dropUncertain(StoredItems &stored) const
 {
     const QStringList modules = stored.state.listed + stored.state.gone;
-    if (stored.state.unknown.isEmpty() &&
-        std::ranges::none_of(modules, [&](const QString &module) { return lacksLines(stored, module); })) {
+    if (stored.state.unknown.isEmpty() && std::ranges::none_of(modules, [&](const QString &module) {
+            return !faultOfLines(stored, module).isEmpty();
+        })) {
         return;
     }
     stored.items.removeIf([this](const StoredItem &item) {
@@ -160,21 +158,21 @@ void VerifyOperation::lookForControlFiles(const StoredItems &stored)
         files.askForVersion(module);
     }
     files.fetch();
-    for (const QString &module : modules) {
-        const QString entry = ItemNames::versionFileName(module);
-        const RequestOutcome outcome = files.outcome(entry);
-        const QString fault = outcome.kind == RequestOutcome::Absent ? absent(entry)
-                              : !outcome.stored()                    ? outcome.text
-                              : isVersionFile(DevicePaths::fetched(entry))
-                                  ? QString()
-                                  : QString("It does not tell a release and a version");
+    const auto note = [this](const QString &module, const QString &entry, const QString &fault) {
         if (!fault.isEmpty() && !context.waiter.mustEnd()) {
             context.report.noteFailed({module, entry, fault});
         }
-        if (lacksLines(stored, module)) {
-            const QString checksums = ItemNames::checksumFileName(module);
-            context.report.noteFailed({module, checksums, absent(checksums)});
-        }
+    };
+    for (const QString &module : modules) {
+        const QString version = ItemNames::versionFileName(module);
+        const RequestOutcome outcome = files.outcome(version);
+        note(module, version,
+             outcome.kind == RequestOutcome::Absent ? absent(version)
+             : outcome.stored() ? ControlFileFaults::ofVersionFile(DevicePaths::fetched(version))
+                                : outcome.text);
+        note(module, ItemNames::checksumFileName(module), faultOfLines(stored, module));
+        const QString attributes = ItemNames::attributesFileName(module);
+        note(module, attributes, ControlFileFaults::ofAttributesFile(DevicePaths::fetched(attributes)));
     }
 }
 

@@ -35,7 +35,7 @@ private:
     void reportState(const StoredItems &stored);
     void lookForEntries(QList<StoredItem> &items);
     void lookForControlFiles(const StoredItems &stored);
-    bool lacksLines(const StoredItems &stored, const QString &module) const;
+    QString faultOfLines(const StoredItems &stored, const QString &module) const;
     void dropUncertain(StoredItems &stored) const;
     void dropMissing(QList<StoredItem> &items);
     void checkContents(const QList<StoredItem> &items);

@@ -46,7 +46,7 @@ bool SaveOperation::startSaveOnRepository()
         return false;
     }
     context.report.enter(Phase::Reading);
-    const SavedState previous = SavedState::fetch(*session, context.modules);
+    const SavedState previous = SavedState::fetch(*session, context.modules, renewedModules());
     if (previous.isNewer) {
         context.refuseFormat("backup");
         return false;
@@ -106,6 +106,20 @@ bool SaveOperation::prepare()
         return false;
     }
     return true;
+}
+
+/// Those that are staged as a whole.
+QSet<QString> SaveOperation::renewedModules() const
+{
+    QSet<QString> names;
+    const Priorities &wanted = context.priorities;
+    for (const RestorableObject &object : context.modules.objects()) {
+        if (repairs && wanted.high && wanted.normal && wanted.low &&
+            context.options.concerns(object.getName())) {
+            names << object.getName();
+        }
+    }
+    return names;
 }
 
 /// Data of modules that are paused together belong together.

@@ -27,8 +27,12 @@ public:
     SaveOperation(const SaveOperation &) = delete;
     SaveOperation &operator=(const SaveOperation &) = delete;
 
-    /// Send again what is damaged in the repository.
-    void repair(const QSet<ItemIdentity> &items) { damaged = items; }
+    /// Send again what is damaged in the repository, and what nothing is known of.
+    void repair(const QSet<ItemIdentity> &items)
+    {
+        damaged = items;
+        repairs = true;
+    }
     /// What was damaged and is no more.
     const QSet<ItemIdentity> &repaired() const { return repairedItems; }
 
@@ -45,6 +49,7 @@ private:
     bool startSaveOnRepositoryForPriority(RestorableObject::RestorablePriority priority, quint64 fileBytes);
     bool stageGroupDatabases(const QStringList &group, const QStringList &modules);
     void widenToGroups();
+    QSet<QString> renewedModules() const;
     bool isConcerned(const ItemIdentity &item, const SavedState &previous) const;
     void saveMigrationBinaries(const SavedState &previous);
     bool isMigrationProgramNewer(const QString &module, const RequestOutcome &fetched);
@@ -56,5 +61,6 @@ private:
     StagingArea staging;
     QSet<ItemIdentity> damaged;
     QSet<ItemIdentity> repairedItems;
+    bool repairs = false;
     QStringList migrationPrograms; ///< modules whose migration program the repository is to receive
 };

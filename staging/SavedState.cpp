@@ -18,7 +18,8 @@ void SavedState::fail(const QString &entry, const QString &text, const RequestOu
 
 /// The modules of the list count also when they do not run: what they have saved keeps its names. Those that
 /// are gone count until the list is stored. Most are known before the list is, and fetched with it.
-SavedState SavedState::fetch(RepositorySession &session, const KnownModules &modules)
+SavedState SavedState::fetch(RepositorySession &session, const KnownModules &modules,
+                             const QSet<QString> &renewed)
 {
     SavedState state;
     ControlFiles files(session);
@@ -46,7 +47,7 @@ SavedState SavedState::fetch(RepositorySession &session, const KnownModules &mod
     files.fetch();
     ChecksumSize size;
     for (const QString &name : state.listed + state.gone + names) {
-        state.takeLines(files, name, size);
+        state.takeLines(files, name, size, renewed.contains(name));
     }
     for (const RestorableObject &object : modules.objects()) {
         const QString entry = ItemNames::versionFileName(object.getName());
@@ -89,13 +90,14 @@ bool SavedState::takeList(const RequestOutcome &outcome, const KnownModules &mod
     return true;
 }
 
-void SavedState::takeLines(const ControlFiles &files, const QString &module, ChecksumSize &size)
+void SavedState::takeLines(const ControlFiles &files, const QString &module, ChecksumSize &size,
+                           bool isRenewed)
 {
     const QString entry = ItemNames::checksumFileName(module);
     const QString path = DevicePaths::fetched(entry);
     const RequestOutcome outcome = files.outcome(entry);
     auto ofModule = outcome.stored() ? readChecksumFile(path, size) : std::nullopt;
-    if (!ofModule && outcome.kind != RequestOutcome::Absent) {
+    if (!ofModule && outcome.kind != RequestOutcome::Absent && !(outcome.stored() && isRenewed)) {
         fail(entry, outcome.stored() ? "what it says cannot be used" : outcome.text, outcome);
         unknown << module;
         return;
@@ -106,7 +108,7 @@ void SavedState::takeLines(const ControlFiles &files, const QString &module, Che
         without << module;
     }
     const RequestOutcome ofAttributes = files.outcome(ItemNames::attributesFileName(module));
-    if (!takeAttributes(ofAttributes, module, *ofModule)) {
+    if (!takeAttributes(ofAttributes, module, *ofModule, isRenewed)) {
         unknown << module;
         return;
     }
@@ -118,7 +120,7 @@ void SavedState::takeLines(const ControlFiles &files, const QString &module, Che
 }
 
 bool SavedState::takeAttributes(const RequestOutcome &outcome, const QString &module,
-                                const ChecksumLines &ofModule)
+                                const ChecksumLines &ofModule, bool isRenewed)
 {
     const QString entry = ItemNames::attributesFileName(module);
     const QString path = DevicePaths::fetched(entry);
@@ -126,6 +128,9 @@ bool SavedState::takeAttributes(const RequestOutcome &outcome, const QString &mo
         return true;
     }
     const auto found = outcome.stored() ? readAttributesFile(path, ofModule) : std::nullopt;
+    if (!found && outcome.stored() && isRenewed) {
+        return true;
+    }
     if (!found) {
         fail(entry, outcome.text, outcome);
         return false;

@@ -38,13 +38,16 @@ struct SavedState
     QMap<QString, RequestOutcome> versions; ///< of the modules' version files, which are fetched
     QList<EntryFailure> failures;
 
-    /// Fetch it, with events served.
-    static SavedState fetch(RepositorySession &session, const KnownModules &modules);
+    /// Fetch it, with events served. Of modules that are `renewed` a checksum or attributes file that cannot
+    /// be used counts as none.
+    static SavedState fetch(RepositorySession &session, const KnownModules &modules,
+                            const QSet<QString> &renewed = {});
 
 private:
     bool takeFormat(const ControlFiles &files);
     bool takeList(const RequestOutcome &outcome, const KnownModules &modules);
-    void takeLines(const ControlFiles &files, const QString &module, ChecksumSize &size);
-    bool takeAttributes(const RequestOutcome &outcome, const QString &module, const ChecksumLines &ofModule);
+    void takeLines(const ControlFiles &files, const QString &module, ChecksumSize &size, bool isRenewed);
+    bool takeAttributes(const RequestOutcome &outcome, const QString &module, const ChecksumLines &ofModule,
+                        bool isRenewed);
     void fail(const QString &entry, const QString &text, const RequestOutcome &outcome);
 };

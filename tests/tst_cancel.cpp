@@ -116,6 +116,8 @@ private Q_SLOTS:
         for (const char *operation : {"startSaveOnRepository", "startRestoreFromRepository"}) {
             addPoints(false, operation, Write, {0.4});
             addPoints(false, operation, Rename, {0.3});
+        }
+        for (const char *operation : {"startSaveOnRepository", "startRestoreFromRepository"}) {
             addPoints(true, operation, Requests, {0.3, 0.6});
         }
         addPoints(true, "Save", Requests, {0, 0.3, 0.45, 0.6, 0.75, 0.9});
@@ -129,7 +131,7 @@ private Q_SLOTS:
         QFETCH(int, kind);
         QFETCH(double, part);
         prepareFor(server);
-        QVERIFY(reach(operation, kind, part));
+        QVERIFY(jobs && reach(operation, kind, part));
         const QString request = onServer ? store->requests.last() : QString();
         QElapsedTimer timer;
         timer.start();
@@ -172,7 +174,7 @@ private Q_SLOTS:
         QFETCH(int, kind);
         QFETCH(double, part);
         prepareFor(server);
-        QVERIFY(reach(operation, kind, part));
+        QVERIFY(jobs && reach(operation, kind, part));
         device->service().terminate();
         QElapsedTimer timer;
         timer.start();

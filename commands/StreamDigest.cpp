@@ -6,8 +6,8 @@
 namespace {
 
 constexpr qint64 large = qint64{16} * 1024 * 1024;
-constexpr qsizetype portion = qsizetype{256} * 1024;
-constexpr int mostBeside = 4;
+constexpr qsizetype portion = qsizetype{128} * 1024;
+constexpr int mostBeside = 2;
 
 std::atomic<int> streamsBeside = 0;
 
@@ -24,42 +24,65 @@ bool takeTurn()
 
 void StreamDigest::reset(qint64 expected)
 {
-    wait();
-    if (std::exchange(isBeside, false)) {
-        --streamsBeside;
-    }
-    filling = {};
-    digested = {};
+    end();
     hash.reset();
-    isBeside = expected >= large && takeTurn();
+    if (expected >= large && takeTurn()) {
+        begin();
+    }
 }
 
-void StreamDigest::wait()
+void StreamDigest::begin()
 {
-    if (work.valid()) {
-        work.get();
-    }
+    filling = 0;
+    vacant.release(portions - 1);
+    beside = std::thread([this] { work(); });
 }
 
 void StreamDigest::add(QByteArrayView bytes)
 {
-    if (!isBeside) {
+    if (!beside.joinable()) {
         hash.addData(bytes);
         return;
     }
-    filling.append(bytes);
-    if (filling.size() >= portion) {
-        wait();
-        digested.swap(filling);
-        filling.resize(0);
-        work = std::async(std::launch::async, [this] { hash.addData(digested); });
+    ring.at(filling).append(bytes);
+    if (ring.at(filling).size() >= portion) {
+        filled.release();
+        vacant.acquire();
+        filling = (filling + 1) % portions;
+    }
+}
+
+void StreamDigest::work()
+{
+    for (size_t at = 0;; at = (at + 1) % portions) {
+        filled.acquire();
+        if (ring.at(at).isEmpty()) {
+            return;
+        }
+        hash.addData(ring.at(at));
+        ring.at(at).resize(0);
+        vacant.release();
+    }
+}
+
+/// What was added is in the digest by then.
+void StreamDigest::end()
+{
+    if (!beside.joinable()) {
+        return;
+    }
+    const QByteArray rest = std::exchange(ring.at(filling), {});
+    filled.release();
+    beside.join();
+    --streamsBeside;
+    hash.addData(rest);
+    ring = {};
+    while (vacant.try_acquire()) {
     }
 }
 
 QString StreamDigest::result()
 {
-    wait();
-    hash.addData(filling);
-    filling.resize(0);
+    end();
     return QString::fromLatin1(hash.result().toHex());
 }

@@ -5,10 +5,12 @@
 #include <QCryptographicHash>
 #include <QString>
 
-#include <future>
+#include <array>
+#include <semaphore>
+#include <thread>
 
-/// MD5 of a stream. Of a large one it is taken in threads beside, so that whoever moves the bytes need not
-/// wait for it; few streams at once have these, each half a MiB ahead.
+/// MD5 of a stream. Of a large one it is taken in a thread beside, so that whoever moves the bytes need not
+/// wait for it; few streams at once have one, each 2 MiB ahead.
 class StreamDigest
 {
 public:
@@ -26,11 +28,16 @@ public:
     QString result();
 
 private:
-    void wait();
+    static constexpr int portions = 16;
+
+    void begin();
+    void end();
+    void work();
 
     QCryptographicHash hash{QCryptographicHash::Md5};
-    bool isBeside = false;
-    QByteArray filling;
-    QByteArray digested; ///< by the work
-    std::future<void> work;
+    std::array<QByteArray, portions> ring; ///< an empty portion tells that no more will follow
+    size_t filling = 0;
+    std::counting_semaphore<portions> filled{0};
+    std::counting_semaphore<portions> vacant{0};
+    std::thread beside;
 };

@@ -9,6 +9,9 @@
 
 namespace {
 
+constexpr qint64 large = qint64{16} * 1024 * 1024;
+constexpr qsizetype portion = qsizetype{128} * 1024;
+
 /// Nine tenths of what is free in the file system of a path's directory, in bytes.
 qint64 roomAt(const QString &path)
 {
@@ -24,27 +27,42 @@ bool DownloadFile::open(const QString &path, qint64 largest)
     received = 0;
     expected = 0;
     failed = false;
+    gathered = {};
     file = std::make_unique<QTemporaryFile>(path + ".XXXXXX");
     return !QFileInfo(path).isDir() && file->open();
 }
 
-bool DownloadFile::append(const QByteArray &bytes)
+bool DownloadFile::append(QByteArrayView bytes)
 {
     received += bytes.size();
-    failed = failed || isTooLarge() || !file || file->write(bytes) != bytes.size();
+    failed = failed || isTooLarge() || !file;
+    if (!failed && expected >= large) {
+        gathered.append(bytes);
+        failed = gathered.size() >= portion && !writeGathered();
+    } else if (!failed) {
+        failed = file->write(bytes.data(), bytes.size()) != bytes.size();
+    }
     return !failed;
+}
+
+bool DownloadFile::writeGathered()
+{
+    const bool written = file->write(gathered) == gathered.size();
+    gathered.resize(0);
+    return written;
 }
 
 void DownloadFile::restart()
 {
     received = 0;
     expected = 0;
+    gathered.resize(0);
     failed = !file || !file->seek(0) || !file->resize(0);
 }
 
 bool DownloadFile::finish()
 {
-    bool complete = file && !failed && file->flush();
+    bool complete = file && !failed && writeGathered() && file->flush();
     if (complete) {
         complete = std::rename(QFile::encodeName(file->fileName()).constData(),
                                QFile::encodeName(target).constData()) == 0;

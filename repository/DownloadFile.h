@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QByteArray>
+#include <QByteArrayView>
 #include <QString>
 #include <QTemporaryFile>
 
@@ -21,7 +23,7 @@ public:
     void restart();
 
     /// Take these bytes. False when they, or some before them, were too many or could not be written.
-    bool append(const QByteArray &bytes);
+    bool append(QByteArrayView bytes);
 
     qint64 size() const { return received; }
     /// So many bytes are said to come.
@@ -40,8 +42,11 @@ public:
     void drop() { file.reset(); }
 
 private:
+    bool writeGathered();
+
     QString target;
     std::unique_ptr<QTemporaryFile> file;
+    QByteArray gathered; ///< of a large entry, to be written at once
     qint64 received = 0;
     qint64 expected = 0;
     qint64 most = 0;

@@ -176,7 +176,7 @@ bool HttpTransfer::take(QByteArrayView bytes)
     curl_off_t announced = -1;
     curl().easy_getinfo(easy, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
     target->expect(announced);
-    if (target->append(bytes.toByteArray())) {
+    if (target->append(bytes)) {
         logProgress("GET progess: %1%", done, announced);
         return true;
     }

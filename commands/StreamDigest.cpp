@@ -1,12 +1,13 @@
 #include "commands/StreamDigest.h"
 
+#include <algorithm>
 #include <atomic>
 #include <utility>
 
 namespace {
 
 constexpr qint64 large = qint64{16} * 1024 * 1024;
-constexpr qsizetype portion = qsizetype{128} * 1024;
+constexpr qsizetype portionSize = qsizetype{128} * 1024;
 constexpr int mostBeside = 2;
 
 std::atomic<int> streamsBeside = 0;
@@ -44,11 +45,16 @@ void StreamDigest::add(QByteArrayView bytes)
         hash.addData(bytes);
         return;
     }
-    ring.at(filling).append(bytes);
-    if (ring.at(filling).size() >= portion) {
-        filled.release();
-        vacant.acquire();
-        filling = (filling + 1) % portions;
+    while (!bytes.isEmpty()) {
+        QByteArray &portion = ring.at(filling);
+        const auto fitting = bytes.first(std::min(bytes.size(), portionSize - portion.size()));
+        portion.append(fitting);
+        bytes = bytes.sliced(fitting.size());
+        if (portion.size() == portionSize) {
+            filled.release();
+            vacant.acquire();
+            filling = (filling + 1) % portions;
+        }
     }
 }
 

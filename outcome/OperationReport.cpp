@@ -98,12 +98,16 @@ QString OperationReport::phaseName() const
     return names.at(static_cast<size_t>(phase));
 }
 
+quint64 OperationReport::phaseBytesDone() const
+{
+    return std::min(expected, std::max<quint64>(advanced, meter ? meter() : 0));
+}
+
 double OperationReport::progress()
 {
     const auto [from, to] = partOf(operation, phase);
-    const quint64 bytes = std::max<quint64>(advanced, meter ? meter() : 0);
     const double part =
-        expected == 0 ? 0 : std::min(1.0, static_cast<double>(bytes) / static_cast<double>(expected));
+        expected == 0 ? 0 : static_cast<double>(phaseBytesDone()) / static_cast<double>(expected);
     shown = std::max(shown, from + (to - from) * part);
     return shown;
 }

@@ -73,6 +73,10 @@ public:
     QString modulesText() const { return current.join(' '); }
     Outcome::Code code() const { return made.code; }
     bool hasFailures() const { return made.failed.items > 0; }
+    /// Of the phase's bytes, how many have been dealt with, and how many there are; 0 and 0 where that is not
+    /// known.
+    quint64 phaseBytesDone() const;
+    quint64 phaseBytes() const { return expected; }
     /// 0 to 1; never goes back.
     double progress();
 

@@ -61,6 +61,7 @@ void ProgressDisplay::end()
     everySecond.stop();
     sinceBegin.invalidate();
     shownStage.clear();
+    stageOfBytes.clear();
     shownProgress = -1;
 }
 
@@ -83,6 +84,8 @@ void ProgressDisplay::printChange()
                                {"operation", service.operation()},
                                {"phase", service.phase()},
                                {"progress", progress},
+                               {"bytesDone", static_cast<qint64>(service.phaseBytesDone())},
+                               {"bytes", static_cast<qint64>(service.phaseBytes())},
                                {"module", service.module()}});
     output.line(QString("%1 %2 %3").arg(percent(progress), stage(), service.module()).trimmed());
 }
@@ -100,6 +103,22 @@ QString ProgressDisplay::timeLeft() const
     return Text::duration(gone * (1 - service.progress()) / done) + " left";
 }
 
+/// Of the phase, since it was seen first; empty for less than a second.
+QString ProgressDisplay::rate()
+{
+    constexpr double least = 1;
+    if (stage() != stageOfBytes) {
+        stageOfBytes = stage();
+        bytesAtBegin = service.phaseBytesDone();
+        sinceBytes.start();
+    }
+    const double gone = static_cast<double>(sinceBytes.elapsed()) / 1000;
+    const quint64 now = service.phaseBytesDone();
+    return gone < least || now <= bytesAtBegin
+               ? QString()
+               : Text::bytes(static_cast<quint64>(static_cast<double>(now - bytesAtBegin) / gone)) + "/s";
+}
+
 QString ProgressDisplay::bar(int width) const
 {
     const int filled = static_cast<int>(std::floor(service.progress() * width));
@@ -112,7 +131,7 @@ void ProgressDisplay::drawBar()
 {
     const int width = output.width() - 1;
     const QString elapsed = Text::duration(static_cast<double>(sinceBegin.elapsed()) / 1000);
-    QStringList parts = {percent(service.progress()), stage(), elapsed, timeLeft(),
+    QStringList parts = {percent(service.progress()),      stage(), elapsed, timeLeft(), rate(),
                          Text::printable(service.module())};
     parts.removeAll(QString());
     const QString text = parts.join("  ");

@@ -26,6 +26,7 @@ private:
     void printChange();
     QString bar(int width) const;
     QString timeLeft() const;
+    QString rate();
     /// What is going on, without numbers.
     QString stage() const;
 
@@ -34,6 +35,9 @@ private:
     QTimer everySecond;
     QElapsedTimer sinceBegin;
     double progressAtBegin = 0;
+    QElapsedTimer sinceBytes;
+    QString stageOfBytes;
+    quint64 bytesAtBegin = 0;
     quint32 job = 0;
     QString shownStage;
     double shownProgress = -1;

@@ -44,6 +44,9 @@ public:
     QString phase() const { return properties.value("Phase").toString(); }
     /// 0 to 1.
     double progress() const;
+    /// Bytes of the phase: those dealt with, and all; 0 and 0 where that is not known.
+    quint64 phaseBytesDone() const { return properties.value("PhaseBytesDone").toULongLong(); }
+    quint64 phaseBytes() const { return properties.value("PhaseBytes").toULongLong(); }
     QString module() const { return properties.value("CurrentModule").toString(); }
     QString repository() const { return properties.value("Repository").toString(); }
     quint64 nextSave() const { return properties.value("NextSave").toULongLong(); }

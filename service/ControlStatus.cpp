@@ -40,6 +40,8 @@ ControlStatus::ControlStatus(VYXModule &module, OperationSlot &operations)
     module.setProperty("Job", 0U);
     module.setProperty("Phase", QString());
     module.setProperty("Progress", 0.0);
+    module.setProperty("PhaseBytesDone", quint64{0});
+    module.setProperty("PhaseBytes", quint64{0});
     module.setProperty("CurrentModule", QString());
     module.setProperty("Repository", QString());
     module.setProperty("NextSave", quint64{0});
@@ -88,6 +90,8 @@ void ControlStatus::showRunning()
         publish("Job", report->job());
         publish("Phase", report->phaseName());
         publish("Progress", report->progress());
+        publish("PhaseBytesDone", report->phaseBytesDone());
+        publish("PhaseBytes", report->phaseBytes());
         publish("CurrentModule", report->modulesText());
         tell();
     }
@@ -99,6 +103,8 @@ void ControlStatus::showEnded(const std::optional<OperationSummary> &summary)
     publish("Operation", "none");
     publish("Job", 0U);
     publish("Phase", QString());
+    publish("PhaseBytesDone", quint64{0});
+    publish("PhaseBytes", quint64{0});
     publish("CurrentModule", QString());
     if (summary && Outcome::wentThrough(summary->code)) {
         publish("Progress", 1.0);

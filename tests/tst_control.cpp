@@ -155,7 +155,7 @@ private Q_SLOTS:
                          qPrintable(text));
             }
         }
-        QCOMPARE(members, 18);
+        QCOMPARE(members, 20);
         QVERIFY(text.contains("startSaveOnRepository(out b"));
         QVERIFY(client->call("Set", "x", "org.freedesktop.DBus.Properties").endsWith("(1)"));
     }

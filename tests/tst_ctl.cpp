@@ -164,16 +164,18 @@ private Q_SLOTS:
                           "<databases><database name='d'/></databases><files><file>dir</file></files>",
                           "--pause-delay 1500");
         device->sql("Deep", "d", "CREATE TABLE t(a)");
+        device->addModule("Late", "<databases><database name='d'/></databases>", "--pause-delay 1500");
+        device->sql("Late", "d", "CREATE TABLE t(a)");
         device->writeData("Deep", "dir/Größe\x1b]0;owned\x07.txt", "content");
         QVERIFY(device->start());
         Terminal terminal(environment(), 100);
         terminal.start({"save"});
-        QVERIFY(terminal.shows("save: copying") && terminal.shows("Deep"));
+        QVERIFY(terminal.shows("save: copying") && terminal.shows("Deep") && terminal.shows("kB/s"));
         const QByteArray wide = terminal.shown();
         terminal.resize(30);
         QCOMPARE(terminal.end(), 0);
         const QByteArray all = terminal.shown();
-        QVERIFY(wide.contains("\u2591") && all.contains("\x1b[32mSuccess\x1b[0m") && all.contains("2 done"));
+        QVERIFY(wide.contains("\u2591") && all.contains("\x1b[32mSuccess\x1b[0m") && all.contains("3 done"));
         QVERIFY2(all.contains("dir/Größe\\x1b]0;owned\\x07.txt") && !all.contains("\x1b]"), all);
         int narrow = 0;
         for (const QByteArray &drawn : all.mid(wide.size()).split('\r')) {

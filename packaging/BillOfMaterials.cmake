@@ -1,4 +1,4 @@
-# The bill of materials, SPDX 2.3 as JSON: the libraries that the program is linked with, and their versions as this
+# The bill of materials, SPDX 2.3 as JSON: the libraries that the programs are linked with, and their versions as this
 # build has found them. Included by CMakeLists.txt, it says how it is made; run by the build, it makes it.
 
 if(NOT DEFINED PROGRAM)
@@ -29,9 +29,10 @@ set(architecture "@CPACK_DEBIAN_PACKAGE_ARCHITECTURE@")
 set(date_epoch "@SAVERESTORE_DATE_EPOCH@")
 ]])
   set(bill ${CMAKE_CURRENT_BINARY_DIR}/vyxsaverestore.spdx.json)
-  add_custom_command(OUTPUT ${bill} DEPENDS VYXSaveRestore BillOfMaterials.cmake
+  add_custom_command(OUTPUT ${bill} DEPENDS VYXSaveRestore saverestorectl BillOfMaterials.cmake
                      COMMENT "Writing the bill of materials" VERBATIM
-                     COMMAND ${CMAKE_COMMAND} -DPROGRAM=$<TARGET_FILE:VYXSaveRestore> -DREADELF=${CMAKE_READELF}
+                     COMMAND ${CMAKE_COMMAND} -DPROGRAM=$<TARGET_FILE:VYXSaveRestore>
+                             -DCOMMAND=$<TARGET_FILE:saverestorectl> -DREADELF=${CMAKE_READELF}
                              -DVERSIONS=${CMAKE_CURRENT_BINARY_DIR}/versions.cmake -DBILL=${bill}
                              -P ${CMAKE_CURRENT_SOURCE_DIR}/BillOfMaterials.cmake)
   add_custom_target(bill_of_materials ALL DEPENDS ${bill})
@@ -44,12 +45,14 @@ if(date_epoch)
   set(ENV{SOURCE_DATE_EPOCH} ${date_epoch})
 endif()
 string(TIMESTAMP created "%Y-%m-%dT%H:%M:%SZ" UTC)
-execute_process(COMMAND ${READELF} -d ${PROGRAM} OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${READELF} -d ${PROGRAM} ${COMMAND} OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
 # A list does not take brackets for what they are.
 string(REPLACE "[" "<" dynamic "${dynamic}")
 string(REGEX MATCHALL "\\(NEEDED\\)[^<\n]*<[^]\n]*" needed "${dynamic}")
 # Loaded when a server is the repository.
 list(APPEND needed "(NEEDED) <libcurl.so.4")
+list(TRANSFORM needed REPLACE ".*<" "")
+list(REMOVE_DUPLICATES needed)
 
 # add_package(ID NAME VERSION LICENCE): an empty version is left out.
 function(add_package id name version licence)
@@ -71,8 +74,7 @@ endfunction()
 
 add_package(vyxsaverestore vyxsaverestore "${own_version}" NONE)
 add_relation(DOCUMENT DESCRIBES vyxsaverestore)
-foreach(entry ${needed})
-  string(REGEX REPLACE ".*<" "" library "${entry}")
+foreach(library ${needed})
   string(REGEX REPLACE "^(libQt6|ld-linux|[^.]+).*" "\\1" family "${library}")
   string(REGEX REPLACE "[^A-Za-z0-9.-]" "-" id "${library}")
   add_package(${id} ${library} "${version_${family}}" NOASSERTION)
@@ -87,8 +89,9 @@ get_property(relations GLOBAL PROPERTY relations)
 string(JOIN ",\n" packages ${packages})
 string(JOIN ",\n" relations ${relations})
 file(SHA256 ${PROGRAM} sum)
-# Another program is another document; the name space of the UUID is the one of object identifiers.
-string(UUID document NAMESPACE 6ba7b812-9dad-11d1-80b4-00c04fd430c8 NAME ${sum} TYPE SHA1)
+file(SHA256 ${COMMAND} sum_of_command)
+# Other programs are another document; the name space of the UUID is the one of object identifiers.
+string(UUID document NAMESPACE 6ba7b812-9dad-11d1-80b4-00c04fd430c8 NAME ${sum}${sum_of_command} TYPE SHA1)
 file(WRITE ${BILL} "{
   \"spdxVersion\": \"SPDX-2.3\",
   \"SPDXID\": \"SPDXRef-DOCUMENT\",

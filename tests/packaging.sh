@@ -65,7 +65,7 @@ field() { dpkg-deb --field "$package" "$1"; }
 run "the package cannot be read" field Package
 run "the package cannot be unpacked" dpkg-deb --extract "$package" "$work/unpacked"
 program=$work/unpacked/usr/sbin/VYXSaveRestore bill=$work/unpacked/usr/share/doc/vyxsaverestore/vyxsaverestore.spdx.json
-# What the control fields and the bill of materials say is held against the program.
+# What the control fields and the bill of materials say is held against the programs.
 declare -A machine=([amd64]="Advanced Micro Devices X86-64" [arm64]=AArch64 [armhf]=ARM)
 [[ $(readelf -h "$program") =~ Machine:\ *"${machine[$(field Architecture)]}" ]] ||
     fail "the program is of another architecture than $(field Architecture)"
@@ -74,7 +74,7 @@ declare -A machine=([amd64]="Advanced Micro Devices X86-64" [arm64]=AArch64 [arm
 [[ $(field Maintainer) =~ ^[^\<\>@]+\ \<[^@]+@[^@]+\>$ ]] || fail "the maintainer cannot be written to"
 [ "$(field Installed-Size)" -ge "$(($(stat -c %s "$program") / 1024))" ] || fail "the package is larger than it says"
 depends=", $(field Depends),"
-needed="$(readelf -d "$program" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p') libcurl.so.4" # which is loaded when a server is the repository
+needed="$(readelf -d "$program" "$work/unpacked/usr/bin/saverestorectl" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sort -u) libcurl.so.4" # which is loaded when a server is the repository
 # Sanitizers are on no device.
 if [[ $needed != *libasan* ]]; then
     for library in $needed; do

@@ -6,8 +6,11 @@
 #include <algorithm>
 #include <fcntl.h>
 #include <libdeflate.h>
+#include <string_view>
 #include <unistd.h>
 #include <utility>
+
+using namespace std::literals;
 
 namespace {
 
@@ -16,7 +19,7 @@ constexpr qsizetype memberSize = qsizetype{1024} * 1024;
 
 constexpr qsizetype longestLabel = 64;
 /// Magic, deflate, a comment and nothing else, no time, any system.
-constexpr char labelHead[] = "\x1f\x8b\x08\x10\0\0\0\0\0\xff";
+constexpr auto labelHead = "\x1f\x8b\x08\x10\0\0\0\0\0\xff"sv;
 
 } // namespace
 
@@ -24,13 +27,13 @@ QByteArray gzipLabel(const QString &path)
 {
     const Descriptor file(
         open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    QByteArray head(sizeof labelHead + longestLabel, '\0');
+    QByteArray head(labelHead.size() + longestLabel + 1, '\0');
     const ssize_t size = read(file.number(), head.data(), static_cast<size_t>(head.size()));
     head.truncate(std::max<ssize_t>(size, 0));
-    const qsizetype begin = sizeof labelHead - 1;
+    const qsizetype begin = labelHead.size();
     const qsizetype end = head.indexOf('\0', begin);
-    return head.startsWith(QByteArrayView(labelHead, begin)) && end > begin ? head.mid(begin, end - begin)
-                                                                            : QByteArray();
+    return head.startsWith(QByteArrayView(labelHead)) && end > begin ? head.mid(begin, end - begin)
+                                                                     : QByteArray();
 }
 
 struct GzipWriter::Workspace
@@ -108,10 +111,10 @@ bool GzipWriter::endMember()
 
 bool GzipWriter::label(const QByteArray &text)
 {
-    constexpr char emptyBlock[] = "\x03\0\0\0\0\0\0\0\0\0"; // with checksum and length
-    const QByteArray member = QByteArray(labelHead, sizeof labelHead - 1) +
+    constexpr auto emptyBlock = "\x03\0\0\0\0\0\0\0\0\0"sv; // with checksum and length
+    const QByteArray member = QByteArrayView(labelHead).toByteArray() +
                               text.first(std::min(text.size(), longestLabel)) + QByteArray(1, '\0') +
-                              QByteArray(emptyBlock, sizeof emptyBlock - 1);
+                              QByteArrayView(emptyBlock).toByteArray();
     endMember();
     whole = whole && writeAll(file, member);
     return whole;

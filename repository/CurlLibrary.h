@@ -15,6 +15,7 @@
 /// megabytes and milliseconds, which a device whose repository is a directory need not spend.
 struct CurlLibrary
 {
+// A declaration's name takes no parentheses. NOLINTNEXTLINE(bugprone-macro-parentheses)
 #define CURL_DECLARE(name) decltype(&curl_##name) name = nullptr;
     CURL_FUNCTIONS(CURL_DECLARE)
 #undef CURL_DECLARE

@@ -200,6 +200,7 @@ void DistantRepository::end(RequestNumber number, const HttpResult &result)
         finish(number, outcome);
         return;
     }
+    // It cannot be moved. NOLINTNEXTLINE(modernize-make-unique)
     listing.reset(new Listing{number, DavListing(request.path, mostListed)});
     QFile::remove(request.path);
     readListing(number);

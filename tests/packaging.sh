@@ -78,7 +78,8 @@ needed="$(readelf -d "$program" "$work/unpacked/usr/bin/saverestorectl" | sed -n
 # Sanitizers are on no device.
 if [[ $needed != *libasan* ]]; then
     for library in $needed; do
-        owner=$(dpkg-query -S "*/$library" | sed -n '1s/:.*//p')
+        # Not one of a cross compiler.
+        owner=$(dpkg-query -S "*/$library" | sed '/-cross:/d; s/:.*//' | sed -n 1p)
         [[ $depends =~ ", $owner"[\ ,] ]] || fail "the package does not depend on $owner, which has $library"
         grep -q "\"name\": \"$library\", \"versionInfo\": \"[0-9][0-9.]*\"" "$bill" ||
             fail "the bill of materials lacks $library or its version"
@@ -121,7 +122,11 @@ run "the working directory was not made" test -d "$root/tmp/VYXApplication/SaveR
 for file in "$unit" vyxsaverestore-retry.service; do
     sed "s|=/usr/sbin/|=$root/usr/sbin/|" "$root/usr/lib/systemd/system/$file" >"$work/$file"
 done
-quiet "the unit is not sound" systemd-analyze verify --man=no --recursive-errors=no "$work/$unit"
+if [ -d /run/systemd ] || [ -w /run ]; then
+    quiet "the unit is not sound" systemd-analyze verify --man=no --recursive-errors=no "$work/$unit"
+else
+    echo "packaging: the unit is not judged: systemd-analyze may not make /run/systemd"
+fi
 # In tenths: 2.5, of 10.
 run "the unit leaves the service too much" systemd-analyze security --offline=true --threshold=25 "$work/$unit"
 if command -v groff >/dev/null; then

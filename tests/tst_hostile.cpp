@@ -128,7 +128,8 @@ class tst_hostile : public OperationTest
     {
         return in("data/VYXApplication/A",
                   "find . \\( -type d -o -type l \\) -printf '%p %y %l\\n' -o -name '*.data' -exec sh -c "
-                  "'echo $1 $(sqlite3 -readonly $1 .dump | md5sum)' sh {} \\; -o -type f -exec md5sum {} +")
+                  "'echo $1 $(sqlite3 -readonly $1 .dump | md5sum)' sh {} \\; -o -type f -exec md5sum {} + | "
+                  "sort")
             .split('\n');
     }
     /// Whether the item is the file of the row's key, or a directory on the way to it: a plain file of the

@@ -52,6 +52,11 @@ public:
     bool startService(const QString &program = "VYXSaveRestore");
     bool start(const QString &program = "FastService") { return startManagers() && startService(program); }
     bool startAndSave() { return start() && save(); }
+    /// True once the service has ended, also when it has long since.
+    bool serviceEnds()
+    {
+        return serviceProcess->state() == QProcess::NotRunning || serviceProcess->waitForFinished();
+    }
     /// End the service as the system does; its exit status, -1 when it had to be killed.
     int stopService();
     QProcess &service() { return *serviceProcess; }

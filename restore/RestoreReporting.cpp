@@ -17,7 +17,7 @@
 namespace {
 
 /// What an item of unknown size counts in the progress, and one of none.
-constexpr quint64 usualBytes = 256 * 1024;
+constexpr quint64 usualBytes = quint64{256} * 1024;
 
 quint64 weight(const PlannedItem &planned)
 {

@@ -78,8 +78,7 @@ needed="$(readelf -d "$program" "$work/unpacked/usr/bin/saverestorectl" | sed -n
 # Sanitizers are on no device.
 if [[ $needed != *libasan* ]]; then
     for library in $needed; do
-        # Not one of a cross compiler.
-        owner=$(dpkg-query -S "*/$library" | sed '/-cross:/d; s/:.*//' | sed -n 1p)
+        owner=$(dpkg-query -S "*/$(dpkg-architecture -q DEB_HOST_MULTIARCH)/$library" | sed -n '1s/:.*//p')
         [[ $depends =~ ", $owner"[\ ,] ]] || fail "the package does not depend on $owner, which has $library"
         grep -q "\"name\": \"$library\", \"versionInfo\": \"[0-9][0-9.]*\"" "$bill" ||
             fail "the bill of materials lacks $library or its version"

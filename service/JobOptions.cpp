@@ -32,7 +32,7 @@ Priorities prioritiesOf(const QStringList &names)
     const QSet<QString> wanted(names.cbegin(), names.cend());
     const QSet<QString> known = {"high", "normal", "low"};
     if (wanted.isEmpty() || !known.contains(wanted)) {
-        refuse("Priorities are \"high\", \"normal\" and \"low\", at least one of them");
+        refuse("Priorities are 'high', 'normal' and 'low', at least one of them");
     }
     return {wanted.contains("high"), wanted.contains("normal"), wanted.contains("low")};
 }

@@ -128,7 +128,7 @@ OperationSummary OperationSlot::finish(const Work &work)
     }
     carryOut(work);
     const bool usedRepository = usesRepository();
-    const OperationSummary summary = running->report.finish();
+    OperationSummary summary = running->report.finish();
     tellEnd(summary, wasJob);
     running.reset();
     if (usedRepository) {

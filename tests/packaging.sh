@@ -92,7 +92,7 @@ done
 if command -v lintian >/dev/null; then
     quiet "lintian has something to say" lintian --allow-root --fail-on error,warning "$package"
 else
-    echo "packaging: the package is not judged: no lintian"
+    echo "SKIP   : packaging: the package is not judged: no lintian is installed"
 fi
 
 mkdir -p "$root"/{etc,log,var/lib/dpkg/info,var/lib/dpkg/updates} && touch "$root/var/lib/dpkg/status"
@@ -126,7 +126,7 @@ if [ -d /run/systemd ] || [ -w /run ]; then
     # In tenths: 2.5, of 10.
     run "the unit leaves the service too much" systemd-analyze security --offline=true --threshold=25 "$work/$unit"
 else
-    echo "packaging: the unit is not judged: systemd-analyze may not make /run/systemd"
+    echo "SKIP   : packaging: the unit is not judged: systemd-analyze may not make /run/systemd"
 fi
 if command -v groff >/dev/null; then
     for page in "$root"/usr/share/man/man?/*.gz; do

@@ -39,7 +39,7 @@ bool writeWhole(QFile &file, const QByteArray &bytes)
 {
     const qint64 taken = file.write(bytes);
     const qint64 rest = bytes.size() - taken;
-    return rest == 0 || (taken > 0 && file.write(bytes.mid(taken)) == rest);
+    return rest == 0 || (taken > 0 && file.write(bytes.mid(static_cast<qsizetype>(taken))) == rest);
 }
 
 RequestOutcome failure(const QString &text)

@@ -22,6 +22,9 @@ struct StoredItem
     QString digest;
     QString entry;
     qint64 size = -1; ///< bytes of the entry; -1 when they are not known
+
+    /// What it counts in sums.
+    quint64 bytes() const { return size > 0 ? static_cast<quint64>(size) : 0; }
 };
 
 /// What the repository says that it holds, beside what can be seen of it.

@@ -50,22 +50,25 @@ bool VerifyOperation::run()
         return false;
     }
     reportState(*stored);
-    dropUncertain(*stored);
+    const QMap<QString, QString> lineFaults = faultsOfLines(*stored);
+    if (!stored->state.unknown.isEmpty() || !lineFaults.isEmpty()) {
+        dropUncertain(*stored);
+    }
     if (!stored->entries) {
         lookForEntries(stored->items);
     }
-    lookForControlFiles(*stored);
+    lookForControlFiles(*stored, lineFaults);
     dropMissing(stored->items);
     quint64 bytes = 0;
     for (const StoredItem &item : std::as_const(stored->items)) {
-        bytes += static_cast<quint64>(std::max<qint64>(item.size, 0));
+        bytes += item.bytes();
     }
     context.report.enter(OperationReport::Phase::Checking, bytes);
     if (full) {
         checkContents(stored->items);
     } else {
         for (const StoredItem &item : std::as_const(stored->items)) {
-            context.report.noteSound(static_cast<quint64>(std::max<qint64>(item.size, 0)));
+            context.report.noteSound(item.bytes());
         }
     }
     reportLeftOver(*stored);
@@ -113,15 +116,20 @@ QString VerifyOperation::faultOfLines(const StoredItems &stored, const QString &
                : QString();
 }
 
+QMap<QString, QString> VerifyOperation::faultsOfLines(const StoredItems &stored) const
+{
+    QMap<QString, QString> faults;
+    for (const QString &module : stored.state.listed + stored.state.gone) {
+        if (const QString fault = faultOfLines(stored, module); !fault.isEmpty()) {
+            faults.insert(module, fault);
+        }
+    }
+    return faults;
+}
+
 /// Which entry a plain file has follows from the lines of all modules.
 void VerifyOperation::dropUncertain(StoredItems &stored) const
 {
-    const QStringList modules = stored.state.listed + stored.state.gone;
-    if (stored.state.unknown.isEmpty() && std::ranges::none_of(modules, [&](const QString &module) {
-            return !faultOfLines(stored, module).isEmpty();
-        })) {
-        return;
-    }
     stored.items.removeIf([this](const StoredItem &item) {
         const bool uncertain = item.item.getKind() == FileItem;
         if (uncertain) {
@@ -150,7 +158,7 @@ void VerifyOperation::lookForEntries(QList<StoredItem> &items)
 }
 
 /// Without its version and checksum files nothing of a module is restored.
-void VerifyOperation::lookForControlFiles(const StoredItems &stored)
+void VerifyOperation::lookForControlFiles(const StoredItems &stored, const QMap<QString, QString> &lineFaults)
 {
     ControlFiles files(*session);
     const QStringList modules = stored.state.listed + stored.state.gone;
@@ -170,7 +178,7 @@ void VerifyOperation::lookForControlFiles(const StoredItems &stored)
              outcome.kind == RequestOutcome::Absent ? absent(version)
              : outcome.stored() ? ControlFileFaults::ofVersionFile(DevicePaths::fetched(version))
                                 : outcome.text);
-        note(module, ItemNames::checksumFileName(module), faultOfLines(stored, module));
+        note(module, ItemNames::checksumFileName(module), lineFaults.value(module));
         const QString attributes = ItemNames::attributesFileName(module);
         note(module, attributes, ControlFileFaults::ofAttributesFile(DevicePaths::fetched(attributes)));
     }
@@ -193,8 +201,7 @@ void VerifyOperation::noteDamaged(const StoredItem &item, const QString &why)
     const LogFields fields(module, item.item.getPath());
     damagedItems << ItemIdentity(module, item.identity);
     logError("Damaged in the repository: '%1' of module '%2': %3", item.item.getPath(), module, why);
-    context.report.noteFailed({module, item.item.getPath(), why},
-                              static_cast<quint64>(std::max<qint64>(item.size, 0)));
+    context.report.noteFailed({module, item.item.getPath(), why}, item.bytes());
 }
 
 /// As many at a time as there are processors, while the next ones are being fetched.
@@ -236,7 +243,7 @@ void VerifyOperation::checkContents(const QList<StoredItem> &items)
 
 void VerifyOperation::take(const EntryCheck &check)
 {
-    const auto bytes = static_cast<quint64>(std::max<qint64>(check.item.size, 0));
+    const quint64 bytes = check.item.bytes();
     if (context.waiter.mustEnd()) {
         return;
     }

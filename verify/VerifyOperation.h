@@ -34,8 +34,9 @@ public:
 private:
     void reportState(const StoredItems &stored);
     void lookForEntries(QList<StoredItem> &items);
-    void lookForControlFiles(const StoredItems &stored);
+    void lookForControlFiles(const StoredItems &stored, const QMap<QString, QString> &lineFaults);
     QString faultOfLines(const StoredItems &stored, const QString &module) const;
+    QMap<QString, QString> faultsOfLines(const StoredItems &stored) const;
     void dropUncertain(StoredItems &stored) const;
     void dropMissing(QList<StoredItem> &items);
     void checkContents(const QList<StoredItem> &items);

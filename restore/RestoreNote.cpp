@@ -1,5 +1,6 @@
 #include "restore/RestoreNote.h"
 
+#include "catalogue/ItemNames.h"
 #include "platform/Descriptor.h"
 #include "platform/DevicePaths.h"
 #include "platform/logger/VYXLogger.h"
@@ -39,12 +40,6 @@ bool store(const QByteArray &content)
     const Descriptor file(open(fresh.constData(), flags, S_IRUSR | S_IWUSR));
     return directory.isOpen() && file.isOpen() && writeAll(file, content) && fsync(file.number()) == 0 &&
            std::rename(fresh.constData(), name.constData()) == 0 && fsync(directory.number()) == 0;
-}
-
-/// A name that leads to a directory beside the others, and nowhere else.
-bool isModuleName(const QString &name)
-{
-    return !name.isEmpty() && name != "." && name != ".." && !name.contains('/') && !name.contains(QChar(0));
 }
 
 } // namespace
@@ -96,7 +91,7 @@ std::optional<QStringList> read()
         return std::nullopt;
     }
     QStringList modules = QString::fromUtf8(reader.read(largestNote)).split('\n');
-    modules.removeIf([](const QString &name) { return !isModuleName(name); });
+    modules.removeIf([](const QString &name) { return !ItemNames::isModuleName(name); });
     return modules;
 }
 

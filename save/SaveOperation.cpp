@@ -112,10 +112,11 @@ bool SaveOperation::prepare()
 QSet<QString> SaveOperation::renewedModules() const
 {
     QSet<QString> names;
-    const Priorities &wanted = context.priorities;
+    if (!repairs || context.priorities != Priorities()) {
+        return names;
+    }
     for (const RestorableObject &object : context.modules.objects()) {
-        if (repairs && wanted.high && wanted.normal && wanted.low &&
-            context.options.concerns(object.getName())) {
+        if (context.options.concerns(object.getName())) {
             names << object.getName();
         }
     }

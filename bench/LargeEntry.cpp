@@ -24,12 +24,6 @@ double secondsOf(const std::function<bool()> &work)
     return work() ? double(clock.nsecsElapsed()) / 1e9 : -1;
 }
 
-double median(QList<double> all)
-{
-    std::ranges::sort(all);
-    return all.isEmpty() || all.first() < 0 ? -1 : all.at(all.size() / 2);
-}
-
 /// The most memory that this process has had, in kB, from now on.
 double mostMemory()
 {
@@ -65,9 +59,9 @@ struct Floored
 
 using Ask = std::function<bool(RepositoryRequest::Method, const QString &)>;
 
-/// One of each, by curl and by the repository. A save needs the digest of what it sends, too: `md5sum`
-/// beside.
-void measureRound(QList<Floored> &all, const QString &place, const QStringList &server, const Ask &ask)
+/// One of each, by curl and by the repository; false when one failed. A save needs the digest of what it
+/// sends, too: `md5sum` beside.
+bool measureRound(QList<Floored> &all, const QString &place, const QStringList &server, const Ask &ask)
 {
     const QString file = place + "/large";
     const QString back = place + "/back";
@@ -80,13 +74,15 @@ void measureRound(QList<Floored> &all, const QString &place, const QStringList &
     all[2].floor << secondsOf([&] { return curl(server + QStringList{"-o", back}); });
     QFile::remove(back);
     all[2].ours << secondsOf([&] { return ask(RepositoryRequest::Get, back); });
+    return std::ranges::all_of(
+        all, [](const Floored &each) { return std::min(each.ours.last(), each.floor.last()) >= 0; });
 }
 
 DistantFigures figuresOf(const Floored &each, Cost cost, const char *protocol, int rounds)
 {
     constexpr double allowed = 1.2;
-    cost.seconds = median(each.ours);
-    const double floor = median(each.floor);
+    cost.seconds = medianOf(each.ours);
+    const double floor = medianOf(each.floor);
     return {.line = QString("1 GB, ") + protocol,
             .operation = each.operation,
             .cost = cost,
@@ -121,11 +117,14 @@ QList<DistantFigures> measureLargeEntry(int rounds)
                                 server.url() + "/large"};
         QList<Floored> warm = {{"PUT", {}, {}}, {"PUT, md5sum", {}, {}}, {"GET", {}, {}}};
         QList<Floored> all = warm;
-        measureRound(warm, place.path(), to, ask);
+        bool good = measureRound(warm, place.path(), to, ask);
         forgetMostMemory();
         const double before = mostMemory();
-        for (int round = 0; round < rounds; ++round) {
-            measureRound(all, place.path(), to, ask);
+        for (int round = 0; round < rounds && good; ++round) {
+            good = measureRound(all, place.path(), to, ask);
+        }
+        if (!good) {
+            return {};
         }
         Cost cost;
         cost.memory = mostMemory() - before;
@@ -133,7 +132,5 @@ QList<DistantFigures> measureLargeEntry(int rounds)
             figures << figuresOf(each, cost, protocol, rounds);
         }
     }
-    const bool failed = std::ranges::any_of(
-        figures, [](const DistantFigures &one) { return std::min(one.cost.seconds, one.floor) < 0; });
-    return failed ? QList<DistantFigures>() : figures;
+    return figures;
 }

@@ -1,13 +1,13 @@
 #include "commands/StreamDigest.h"
 
+#include "commands/LargeStream.h"
+
 #include <algorithm>
 #include <atomic>
 #include <utility>
 
 namespace {
 
-constexpr qint64 large = qint64{16} * 1024 * 1024;
-constexpr qsizetype portionSize = qsizetype{128} * 1024;
 constexpr int mostBeside = 2;
 
 std::atomic<int> streamsBeside = 0;
@@ -27,7 +27,7 @@ void StreamDigest::reset(qint64 expected)
 {
     end();
     hash.reset();
-    if (expected >= large && takeTurn()) {
+    if (expected >= largeStream && takeTurn()) {
         begin();
     }
 }
@@ -47,10 +47,10 @@ void StreamDigest::add(QByteArrayView bytes)
     }
     while (!bytes.isEmpty()) {
         QByteArray &portion = ring.at(filling);
-        const auto fitting = bytes.first(std::min(bytes.size(), portionSize - portion.size()));
+        const auto fitting = bytes.first(std::min(bytes.size(), largePortion - portion.size()));
         portion.append(fitting);
         bytes = bytes.sliced(fitting.size());
-        if (portion.size() == portionSize) {
+        if (portion.size() == largePortion) {
             filled.release();
             vacant.acquire();
             filling = (filling + 1) % portions;

@@ -1,5 +1,6 @@
 #include "repository/DownloadFile.h"
 
+#include "commands/LargeStream.h"
 #include "platform/DiskSpace.h"
 
 #include <QFileInfo>
@@ -8,9 +9,6 @@
 #include <cstdio>
 
 namespace {
-
-constexpr qint64 large = qint64{16} * 1024 * 1024;
-constexpr qsizetype portion = qsizetype{128} * 1024;
 
 /// Nine tenths of what is free in the file system of a path's directory, in bytes.
 qint64 roomAt(const QString &path)
@@ -36,9 +34,9 @@ bool DownloadFile::append(QByteArrayView bytes)
 {
     received += bytes.size();
     failed = failed || isTooLarge() || !file;
-    if (!failed && expected >= large) {
+    if (!failed && expected >= largeStream) {
         gathered.append(bytes);
-        failed = gathered.size() >= portion && !writeGathered();
+        failed = gathered.size() >= largePortion && !writeGathered();
     } else if (!failed) {
         failed = file->write(bytes.data(), bytes.size()) != bytes.size();
     }

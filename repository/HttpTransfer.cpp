@@ -1,5 +1,6 @@
 #include "repository/HttpTransfer.h"
 
+#include "commands/LargeStream.h"
 #include "platform/logger/VYXLogger.h"
 
 #include <algorithm>
@@ -16,8 +17,6 @@ namespace {
 constexpr qint64 leastBytesPerSecond = 1000;
 constexpr qint64 longestAnswer = qint64{1024} * 1024;
 constexpr long bufferSize = 16L * 1024;
-constexpr qint64 largeBody = qint64{16} * 1024 * 1024;
-constexpr long largeBufferSize = 128L * 1024;
 
 /// The library copies none of it: the text has to outlive the handle.
 curl_blob blobOf(const QByteArray &text)
@@ -106,7 +105,7 @@ void HttpTransfer::setMethod()
         size = request.source->size();
         request.source->seek(0);
         set(CURLOPT_UPLOAD, 1L);
-        set(CURLOPT_UPLOAD_BUFFERSIZE, size >= largeBody ? largeBufferSize : bufferSize);
+        set(CURLOPT_UPLOAD_BUFFERSIZE, size >= largeStream ? long{largePortion} : bufferSize);
         set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(size));
         set(CURLOPT_READFUNCTION, readBody);
         set(CURLOPT_READDATA, this);
